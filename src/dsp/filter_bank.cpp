@@ -1,0 +1,106 @@
+#include "qvvoice/dsp/filter_bank.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+
+#include "dsp/arrays.h"
+#include "dsp/fma.h"
+
+FilterBand g_stFilterBand;
+int32_t g_aswBandTable[QV_MAX_FRAME];
+
+namespace {
+
+constexpr auto owned = [](FilterBand &bank, auto visit) {
+  visit(bank.leftBand, bank.binCount);
+  visit(bank.rightBand, bank.binCount);
+  visit(bank.leftWeight, bank.binCount);
+  visit(bank.rightWeight, bank.binCount);
+  visit(bank.bandScale, bank.bandCount);
+};
+
+float bark(float hz) {
+  const double low = 13.1f * std::atan(double(0.00074f * hz));
+  const double high = 2.24f * std::atan(double(hz * hz * 1.85e-8f));
+  return float(low + high + double(0.0001f * hz));
+}
+
+/// Splits each bin between the two bands whose centres enclose it.
+void place_bins(FilterBand &bank, float sample_rate) {
+  const float bin_hz = sample_rate / float(bank.binCount + bank.binCount);
+  const float max_bark = bark(sample_rate * 0.5f);
+  const float interval = max_bark / float(bank.bandCount - 1);
+  for (int32_t i = 0; i < bank.binCount; ++i) {
+    const float position = bark(float(i) * bin_hz);
+    if (position > max_bark)
+      return;
+    const float band = std::floor(position / interval);
+    const bool top = band >= float(bank.bandCount - 1);
+    const int32_t left = top ? bank.bandCount - 2 : int32_t(band);
+    const float share = top ? 1.f : (position - interval * band) / interval;
+    bank.leftBand[i] = left;
+    bank.rightBand[i] = left + 1;
+    bank.leftWeight[i] = 1.f - share;
+    bank.rightWeight[i] = share;
+  }
+}
+
+} // namespace
+
+void VOICE_SignalInit(int32_t sampleRate, int32_t bandCount, int32_t frameLen) {
+  filterbank_new(float(sampleRate), bandCount, frameLen);
+}
+
+void VOICE_SignalDestroy(void) { filterbank_destroy(); }
+
+void filterbank_new(float sampleRate, int32_t bandCount, int32_t binCount) {
+  FilterBand &bank = g_stFilterBand;
+  bank.bandCount = bandCount;
+  bank.binCount = binCount;
+  if (!qv::take(bank, owned)) {
+    filterbank_destroy();
+    return;
+  }
+  place_bins(bank, sampleRate);
+  for (int32_t i = 0; i < binCount; ++i) {
+    bank.bandScale[bank.leftBand[i]] += bank.leftWeight[i];
+    bank.bandScale[bank.rightBand[i]] += bank.rightWeight[i];
+  }
+  for (int32_t b = 0; b < bandCount; ++b)
+    bank.bandScale[b] = 1.f / bank.bandScale[b];
+  std::fill(std::copy_n(bank.leftBand, binCount, g_aswBandTable), std::end(g_aswBandTable), 0);
+}
+
+void filterbank_destroy(void) {
+  qv::give_back(g_stFilterBand, owned);
+  g_stFilterBand.bandCount = 0;
+  g_stFilterBand.binCount = 0;
+}
+
+void filterbank_compute_bank(const float *ps, float *bands) {
+  const FilterBand &bank = g_stFilterBand;
+  std::fill_n(bands, bank.bandCount, 0.f);
+  // The lower band never falls from bin to bin: two running sums, handed on when it rises.
+  int32_t band = 0;
+  float lower = 0, upper = 0;
+  for (int32_t i = 0; i < bank.binCount; ++i) {
+    for (; band < bank.leftBand[i]; ++band) {
+      bands[band] = lower;
+      lower = upper;
+      upper = 0;
+    }
+    lower = qv::fma(bank.leftWeight[i], ps[i], lower);
+    upper = qv::fma(bank.rightWeight[i], ps[i], upper);
+  }
+  bands[band] = lower;
+  bands[band + 1] = upper;
+  for (int32_t b = 0; b < bank.bandCount; ++b)
+    bands[b] *= bank.bandScale[b];
+}
+
+void filterbank_compute_psd(const float *bands, float *ps) {
+  const FilterBand &bank = g_stFilterBand;
+  for (int32_t i = 0; i < bank.binCount; ++i)
+    ps[i] = qv::fma(bands[bank.rightBand[i]], bank.rightWeight[i], bands[bank.leftBand[i]] * bank.leftWeight[i]);
+}
