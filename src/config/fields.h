@@ -1,0 +1,229 @@
+/// @file fields.h  The parameter file, described once: every word that is read.
+///
+/// The conversion into the parameter block, the text form, the checks and the reference page all
+/// come from this table.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "qvvoice/config/para.h"
+
+namespace qv::config {
+
+inline constexpr int32_t word_count = 500;
+inline constexpr int32_t rate_word = 0;
+inline constexpr int32_t magic_word = 9;
+inline constexpr int16_t magic = 1111; ///< word 9 of a file that is to be converted
+
+/// How a signed 16-bit word becomes a slot of the parameter block.
+enum class Encoding {
+  integer, ///< sign-extended to 32 bits
+  int16,   ///< as it is
+  whole,   ///< float, no scaling
+  q15,     ///< float, word / 32768
+  q12,     ///< float, word / 4096
+  q5,      ///< float, word / 32
+};
+
+/// Value of one unit of the word.
+constexpr float unit_of(Encoding encoding) {
+  switch (encoding) {
+  case Encoding::q15:
+    return 1.f / 32768;
+  case Encoding::q12:
+    return 1.f / 4096;
+  case Encoding::q5:
+    return 1.f / 32;
+  default:
+    return 1.f;
+  }
+}
+
+/// How many elements a field has.
+enum class Extent {
+  scalar, ///< one
+  groups, ///< one per band group: 6 at 8000 Hz, 8 at 16000 Hz
+  taps,   ///< EQ_MAX_HALF_TAPS
+};
+
+constexpr int32_t band_count(int32_t rate) { return rate == 8000 ? 24 : 32; }
+constexpr int32_t group_count(int32_t rate) { return band_count(rate) / 4; }
+
+struct Field {
+  std::string_view record; ///< module and path, as a section of the text form: "tx.agc"
+  std::string_view name;   ///< field of the configuration record
+  Encoding encoding;
+  Extent extent;
+  int32_t word_base;   ///< word of element i = word_base + word_groups * groups + word_stride * i
+  int32_t word_groups; ///< the echo canceller's rows move with the number of groups
+  int32_t word_stride;
+  size_t offset;         ///< bytes from the start of VoicePara to element 0; elements are adjacent
+  std::string_view unit; ///< "" for switches and pure numbers
+  float least, greatest; ///< sensible range, in `unit`
+  float preset;          ///< default, in `unit`
+  std::string_view meaning;
+
+  constexpr int32_t count(int32_t rate) const {
+    return extent == Extent::scalar ? 1 : extent == Extent::groups ? group_count(rate) : EQ_MAX_HALF_TAPS;
+  }
+  constexpr int32_t word(int32_t rate, int32_t element) const {
+    return word_base + word_groups * group_count(rate) + word_stride * element;
+  }
+};
+
+namespace table {
+
+constexpr size_t aec = offsetof(VoicePara, stAec);
+constexpr size_t delay = aec + offsetof(AecPara, stDelay);
+constexpr size_t nlp = aec + offsetof(AecPara, stNlp);
+constexpr size_t dtd = aec + offsetof(AecPara, stDtd);
+
+using enum Encoding;
+using enum Extent;
+
+// clang-format off
+inline constexpr std::array echo_canceller = std::to_array<Field>({
+  {"aec", "swAecEnable", integer, scalar, 10, 0, 0, aec + offsetof(AecPara, swAecEnable), "", 0, 1, 1,
+   "1 runs the echo canceller"},
+  {"aec", "swDelayEstEnable", integer, scalar, 11, 0, 0, delay + offsetof(AecDelayPara, swDelayEstEnable), "", 0, 1, 1,
+   "1 tracks the echo delay; otherwise swEchoDelay holds"},
+  {"aec", "swEchoDelay", integer, scalar, 12, 0, 0, aec + offsetof(AecPara, swEchoDelay), "samples", 0, 4096, 0,
+   "delay of the echo behind the reference: fixed, or where the tracking starts"},
+  {"aec", "swSerSupEnable", integer, scalar, 13, 0, 0, nlp + offsetof(AecNlpPara, swSerSupEnable), "", 0, 1, 0,
+   "1 shapes the output by signal-to-echo ratios per band; it then takes precedence over coherence"},
+  {"aec", "swCohSupEnable", integer, scalar, 14, 0, 0, nlp + offsetof(AecNlpPara, swCohSupEnable), "", 0, 1, 1,
+   "1 shapes the output by coherence per bin"},
+  {"aec", "fSupExp", whole, scalar, 15, 0, 0, nlp + offsetof(AecNlpPara, fSupExp), "", 1, 8, 2,
+   "exponent on the suppressors' gains: higher cuts deeper"},
+  {"aec", "afBandFarThr", whole, groups, 16, 0, 2, dtd + offsetof(AecDtdPara, afBandFarThr), "power", 0, 32767, 2,
+   "far-end band power from which a band can hold echo; below it the band passes"},
+  {"aec", "afBandSupFactor", whole, groups, 17, 0, 2, nlp + offsetof(AecNlpPara, afBandSupFactor), "", 0, 100, 1,
+   "divisor of a gain's odds: above 1 cuts deeper, 0 lifts the gain to nearly 1"},
+  {"aec", "aswBandJudgeEnable", integer, groups, 16, 2, 7, dtd + offsetof(AecDtdPara, aswBandJudgeEnable), "", 0, 1, 1,
+   "1 judges the group's bands for near-end speech; otherwise they count as speech"},
+  {"aec", "afBandFarMin", whole, groups, 17, 2, 7, dtd + offsetof(AecDtdPara, afBandFarMin), "power", 0, 32767, 2,
+   "far-end band power that a band must exceed to be judged"},
+  {"aec", "afResLow", whole, groups, 18, 2, 7, dtd + offsetof(AecDtdPara, afResLow), "power", 0, 32767, 1,
+   "residual band power up to which there is no near-end speech"},
+  {"aec", "afResHigh", whole, groups, 19, 2, 7, dtd + offsetof(AecDtdPara, afResHigh), "power", 0, 32767, 8,
+   "residual band power above which near-end speech is certain"},
+  {"aec", "afRatioLow", q15, groups, 20, 2, 7, dtd + offsetof(AecDtdPara, afRatioLow), "ratio", 0, 1, 0.01f,
+   "residual-to-microphone power ratio up to which there is no near-end speech"},
+  {"aec", "afRatioHigh", q15, groups, 21, 2, 7, dtd + offsetof(AecDtdPara, afRatioHigh), "ratio", 0, 1, 0.1f,
+   "residual-to-microphone power ratio above which near-end speech is certain"},
+  {"aec", "afResDropFactor", whole, groups, 22, 2, 7, dtd + offsetof(AecDtdPara, afResDropFactor), "", 0, 10, 0,
+   "a band whose residual falls below this factor times its average holds no near-end speech"},
+  {"aec", "swCountBandStart", integer, scalar, 16, 9, 0, dtd + offsetof(AecDtdPara, swCountBandStart), "band", 0, 31, 2,
+   "first band that is counted for the double-talk decision"},
+  {"aec", "swCountBandEnd", integer, scalar, 17, 9, 0, dtd + offsetof(AecDtdPara, swCountBandEnd), "band", 1, 32, 20,
+   "band after the last one that is counted"},
+  {"aec", "swCountMin", integer, scalar, 18, 9, 0, dtd + offsetof(AecDtdPara, swCountMin), "bands", 0, 32, 2,
+   "counted bands that make double talk"},
+  {"aec", "swSingleTalkHang", integer, scalar, 19, 9, 0, dtd + offsetof(AecDtdPara, swSingleTalkHang), "frames", 0, 100, 10,
+   "frames without near-end evidence before single talk mutes"},
+  {"aec", "fPresenceThrInit", q15, scalar, 20, 9, 0, dtd + offsetof(AecDtdPara, fPresenceThrInit), "", 0, 1, 0.15f,
+   "start of the adaptive presence threshold"},
+  {"aec", "fPresenceThrStep", q15, scalar, 21, 9, 0, dtd + offsetof(AecDtdPara, fPresenceThrStep), "", 0, 1, 0.005f,
+   "change of that threshold per decided frame"},
+  {"aec", "fPresenceThrMax", q15, scalar, 22, 9, 0, dtd + offsetof(AecDtdPara, fPresenceThrMax), "", 0, 1, 0.3f,
+   "upper bound of that threshold"},
+  {"aec", "fPresenceThrMin", q15, scalar, 23, 9, 0, dtd + offsetof(AecDtdPara, fPresenceThrMin), "", 0, 1, 0.05f,
+   "lower bound of that threshold"},
+  {"aec", "fFarActiveThr", whole, scalar, 24, 9, 0, dtd + offsetof(AecDtdPara, fFarActiveThr), "peak", 0, 32767, 60,
+   "largest reference sample below which a frame counts as silent"},
+});
+
+constexpr std::array<Field, 2> noise_reducer(std::string_view record, int32_t word, size_t at) {
+  return {{
+    {record, "swAnrEnable", integer, scalar, word, 0, 0, at + offsetof(AnrPara, swAnrEnable), "", 0, 1, 1,
+     "1 runs the noise reducer"},
+    {record, "fNoiseScale", q15, scalar, word + 1, 0, 0, at + offsetof(AnrPara, fNoiseScale), "", 0, 1, 0.95f,
+     "factor on the tracked noise power: lower keeps more of speech and noise"},
+  }};
+}
+
+constexpr std::array<Field, 11> gain_control(std::string_view record, int32_t word, size_t at) {
+  return {{
+    {record, "swAgcEnable", integer, scalar, word, 0, 0, at + offsetof(AgcPara, swAgcEnable), "", 0, 1, 1,
+     "1 runs the gain control"},
+    {record, "fKneeGainDb", q5, scalar, word + 1, 0, 0, at + offsetof(AgcPara, fKneeGainDb), "dB", -40, 40, 0,
+     "gain at the upper knee"},
+    {record, "fReservedDb", q5, scalar, word + 2, 0, 0, at + offsetof(AgcPara, fReservedDb), "dB", -90, 0, 0,
+     "carried, without effect"},
+    {record, "fKneeLowDb", q5, scalar, word + 3, 0, 0, at + offsetof(AgcPara, fKneeLowDb), "dB", -90, 0, -60,
+     "lower knee of the level curve, dB of a full-scale square wave"},
+    {record, "fKneeHighDb", q5, scalar, word + 4, 0, 0, at + offsetof(AgcPara, fKneeHighDb), "dB", -90, 0, -12,
+     "upper knee of the level curve, dB of a full-scale square wave"},
+    {record, "fSlopeLow", q12, scalar, word + 5, 0, 0, at + offsetof(AgcPara, fSlopeLow), "dB/dB", 0, 4, 1,
+     "slope at or below the lower knee: above 1 expands"},
+    {record, "fSlopeMid", q12, scalar, word + 6, 0, 0, at + offsetof(AgcPara, fSlopeMid), "dB/dB", 0, 4, 1,
+     "slope between the knees: below 1 lifts quiet talkers"},
+    {record, "fSlopeHigh", q12, scalar, word + 7, 0, 0, at + offsetof(AgcPara, fSlopeHigh), "dB/dB", 0, 4, 0.5f,
+     "slope above the upper knee: below 1 limits"},
+    {record, "swRampLow", integer, scalar, word + 8, 0, 0, at + offsetof(AgcPara, swRampLow), "samples", 0, 32767, 320,
+     "samples over which the gain moves at or below the lower knee"},
+    {record, "swRampMid", integer, scalar, word + 9, 0, 0, at + offsetof(AgcPara, swRampMid), "samples", 0, 32767, 320,
+     "samples over which the gain moves between the knees"},
+    {record, "swRampHigh", integer, scalar, word + 10, 0, 0, at + offsetof(AgcPara, swRampHigh), "samples", 0, 32767, 160,
+     "samples over which the gain moves above the upper knee"},
+  }};
+}
+
+constexpr std::array<Field, 3> equaliser(std::string_view record, int32_t word, size_t at) {
+  return {{
+    {record, "swEqEnable", integer, scalar, word, 0, 0, at + offsetof(EqPara, swEqEnable), "", 0, 1, 0,
+     "1 runs the equaliser"},
+    {record, "swHalfTapNum", int16, scalar, word + 1, 0, 0, at + offsetof(EqPara, swHalfTapNum), "taps", 1, EQ_MAX_HALF_TAPS, 1,
+     "stored half of the symmetric response, centre included: 2H - 1 taps, H - 1 samples of delay"},
+    {record, "afCoef", q15, taps, word + 2, 0, 1, at + offsetof(EqPara, afCoef), "", -1, 1, 0,
+     "stored half of the response, the centre tap last"},
+  }};
+}
+
+inline constexpr std::array comfort_noise = std::to_array<Field>({
+  {"tx.cng", "swCngEnable", integer, scalar, 440, 0, 0, offsetof(VoicePara, stCngTx) + offsetof(CngPara, swCngEnable), "", 0, 1, 1,
+   "1 runs the comfort noise generator"},
+  {"tx.cng", "fNoiseLevel", whole, scalar, 441, 0, 0, offsetof(VoicePara, stCngTx) + offsetof(CngPara, fNoiseLevel), "", 0, 32767, 1,
+   "amplitude of the noise source: the product with fNoiseGain counts"},
+  {"tx.cng", "fNoiseGain", whole, scalar, 442, 0, 0, offsetof(VoicePara, stCngTx) + offsetof(CngPara, fNoiseGain), "", 0, 32767, 8,
+   "amplitude of the noise source: the product with fNoiseLevel counts"},
+});
+// clang-format on
+
+template <size_t... sizes> constexpr auto join(const std::array<Field, sizes> &...parts) {
+  std::array<Field, (sizes + ...)> all{};
+  size_t end = 0;
+  const auto append = [&](const auto &part) {
+    for (const Field &field : part)
+      all[end++] = field;
+  };
+  (append(parts), ...);
+  return all;
+}
+
+} // namespace table
+
+inline constexpr std::array fields = table::join(table::echo_canceller, //
+                                                 table::noise_reducer("tx.anr", 100, offsetof(VoicePara, stAnrTx)),
+                                                 table::noise_reducer("rx.anr", 110, offsetof(VoicePara, stAnrRx)),
+                                                 table::gain_control("tx.agc", 120, offsetof(VoicePara, stAgcTx)),
+                                                 table::gain_control("rx.agc", 140, offsetof(VoicePara, stAgcRx)),
+                                                 table::equaliser("tx.eq", 160, offsetof(VoicePara, stEqTx)),
+                                                 table::equaliser("rx.eq", 300, offsetof(VoicePara, stEqRx)), //
+                                                 table::comfort_noise);
+
+using Image = std::array<int16_t, word_count>;
+
+/// The word that holds a value in the field's unit, rounded to the nearest and kept within 16 bits.
+int16_t encode(const Field &field, double value);
+
+/// The value of a word in the field's unit.
+constexpr double decode(const Field &field, int16_t word) { return double(word) * unit_of(field.encoding); }
+
+/// Every field at its default. @param rate  8000 or 16000, in Hz
+Image default_image(int32_t rate);
+
+} // namespace qv::config

@@ -1,0 +1,92 @@
+#include "qvvoice/config/para.h"
+
+#include <cstring>
+
+#include "config/fields.h"
+
+VoicePara g_stVoicePara;
+
+static_assert(sizeof(VoicePara) ==
+                  4 + sizeof(AecPara) + 2 * (sizeof(AnrPara) + sizeof(AgcPara) + sizeof(EqPara) + sizeof(CngPara)),
+              "every slot of the parameter block is 32 bits wide, without gaps");
+
+namespace {
+
+using namespace qv::config;
+
+template <class Slot> void store(std::byte *slot, Slot value) { std::memcpy(slot, &value, sizeof value); }
+
+void convert_word(Encoding encoding, int16_t word, std::byte *slot) {
+  switch (encoding) {
+  case Encoding::integer:
+    return store(slot, int32_t(word));
+  case Encoding::int16:
+    return store(slot, word);
+  default:
+    return store(slot, float(word) * unit_of(encoding));
+  }
+}
+
+void convert_words(const int16_t *file, int32_t rate, VoicePara &block) {
+  auto *bytes = reinterpret_cast<std::byte *>(&block);
+  for (const Field &field : fields)
+    for (int32_t i = 0; i < field.count(rate); ++i)
+      convert_word(field.encoding, file[field.word(rate, i)], bytes + field.offset + size_t(i) * sizeof(float));
+}
+
+void set_sizes(int32_t rate, int32_t frame_len, VoicePara &block) {
+  const int32_t bands = band_count(rate);
+  block.swSampleRate = int16_t(rate);
+  block.swFrameLen = int16_t(frame_len);
+
+  AecPara &aec = block.stAec;
+  aec.swFrameLen = aec.stMdf.swFrameLen = aec.stNlp.swFrameLen = aec.stDtd.swFrameLen = frame_len;
+  aec.stNlp.swBandNum = aec.stDtd.swBandNum = bands;
+  aec.stDelay.swBlockLen = frame_len / 2;
+  aec.stMdf.swFilterLen = 2 * frame_len;
+  aec.stMdf.swSampleRate = rate;
+
+  for (AnrPara *anr : {&block.stAnrTx, &block.stAnrRx}) {
+    anr->swSampleRate = rate;
+    anr->swFrameLen = frame_len;
+    anr->swBandNum = bands;
+  }
+  for (AgcPara *agc : {&block.stAgcTx, &block.stAgcRx}) {
+    agc->swSampleRate = rate;
+    agc->swFrameLen = frame_len;
+  }
+  block.stEqTx.swFrameLen = block.stEqRx.swFrameLen = int16_t(frame_len);
+  block.stCngTx.swSampleRate = rate;
+  block.stCngTx.swFrameLen = frame_len;
+}
+
+/// Tuning that the file does not carry.
+void set_fixed_tuning(VoicePara &block) {
+  block.stAec.stDelay.swHistorySize = 32; // blocks: 0.32 s of bulk delay at 20 ms
+  block.stAec.stDelay.swLookahead = 0;
+  block.stAec.stDtd.swFarSilentHang = 5; // frames
+  for (AnrPara *anr : {&block.stAnrTx, &block.stAnrRx}) {
+    anr->swSubWinNum = 2;
+    anr->fAvgSnrMin = 0.05f;  // -13 dB
+    anr->fAvgSnrMax = 0.516f; // -2.9 dB
+    anr->fGainMin = 0.1f;     // -20 dB
+  }
+  block.stCngTx.fLevelSmooth = 0.92f;
+  block.stCngTx.fEchoWeight = 0.3f;
+}
+
+bool layout_served(int32_t rate, int32_t frame_len) {
+  return (rate == 8000 && (frame_len == 128 || frame_len == 160)) ||
+         (rate == 16000 && (frame_len == 256 || frame_len == 320));
+}
+
+} // namespace
+
+int32_t VOICE_SetPara_1(const int16_t *file, int32_t sampleRate, int32_t frameLen) {
+  if (!layout_served(sampleRate, frameLen) || file[rate_word] != sampleRate)
+    return 2;
+  convert_words(file, sampleRate, g_stVoicePara);
+  set_sizes(sampleRate, frameLen, g_stVoicePara);
+  set_fixed_tuning(g_stVoicePara);
+  return 0;
+}
