@@ -1,0 +1,64 @@
+#include "qvvoice/post/eq.h"
+
+#include <algorithm>
+
+#include "dsp/arrays.h"
+#include "dsp/fma.h"
+#include "dsp/sample.h"
+#include "qvvoice/dsp/filter_bank.h"
+
+namespace {
+
+constexpr int32_t max_taps = 2 * EQ_MAX_HALF_TAPS - 1;
+
+constexpr auto owned = [](EqState &st, auto visit) {
+  visit(st.pfCoef, st.swTapNum);
+  visit(st.pswHistory, std::max(st.swTapNum - 1, 0) + st.swFrameLen);
+};
+
+/// y[j] = sum over k of x[j + k] * taps[k], k ascending, one fused multiply-add per tap. Outputs are
+/// computed side by side; a sum never depends on its neighbours.
+/// @param x     [count + tap_count - 1] 16-bit samples as floats, oldest first
+/// @param taps  [tap_count] multiples of 2^-15
+/// @param y     [count] rounded samples
+void filter_symmetric(const float *x, const float *taps, int32_t tap_count, int16_t *y, int32_t count) {
+  constexpr int32_t lanes = 32; // divides every frame length; enough sums in flight to hide their latency
+  for (int32_t j = 0; j + lanes <= count; j += lanes) {
+    float sum[lanes] = {};
+    for (int32_t k = 0; k < tap_count; ++k)
+      for (int32_t lane = 0; lane < lanes; ++lane)
+        sum[lane] = qv::fma_q15(x[j + k + lane], taps[k], sum[lane]);
+    for (int32_t lane = 0; lane < lanes; ++lane)
+      y[j + lane] = qv::to_sample(sum[lane]);
+  }
+}
+
+} // namespace
+
+void EQ_Init(const EqPara *para, EqState *state) {
+  const int32_t half = std::clamp<int32_t>(para->swHalfTapNum, 0, EQ_MAX_HALF_TAPS);
+  state->swEqEnable = para->swEqEnable;
+  state->swFrameLen = para->swFrameLen;
+  state->swTapNum = int16_t(std::max(2 * half - 1, 0));
+  if (!qv::take(*state, owned) || half == 0)
+    return;
+  float *centre = std::copy_n(para->afCoef, half, state->pfCoef);
+  std::reverse_copy(para->afCoef, para->afCoef + half - 1, centre);
+}
+
+void EQ_Destroy(EqState *state) { qv::give_back(*state, owned); }
+
+void EQ_Process(const int16_t *in, int16_t *out, EqState *state) {
+  const int32_t n = state->swFrameLen;
+  if (state->swEqEnable == 0 || state->swTapNum == 0) {
+    std::copy_n(in, n, out);
+    return;
+  }
+  const int32_t memory = state->swTapNum - 1;
+  int16_t *history = state->pswHistory;
+  std::copy_n(in, n, history + memory);
+  float x[max_taps - 1 + QV_MAX_FRAME];
+  std::copy_n(history, memory + n, x);
+  filter_symmetric(x, state->pfCoef, state->swTapNum, out, n);
+  std::copy_n(history + n, memory, history);
+}
