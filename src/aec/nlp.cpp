@@ -1,0 +1,180 @@
+// Residual echo suppressor, frame by frame: Hann-windowed analysis with half overlap, gains, synthesis by
+// overlap-add.
+
+#include "qvvoice/aec/nlp.h"
+
+#include <algorithm>
+#include <numeric>
+
+#include "aec/frame_report.h"
+#include "dsp/bins.h"
+#include "dsp/sample.h"
+#include "dsp/smoothing.h"
+#include "qvvoice/dsp/fft.h"
+#include "qvvoice/dsp/filter_bank.h"
+#include "qvvoice/dsp/spectrum.h"
+
+namespace {
+
+constexpr int32_t max_bins = QV_MAX_FRAME + 1;
+constexpr float psd_keep = 0.9f; // time constant of the smoothed spectra: ten frames
+constexpr double coherence_floor = 1e-10;
+
+/// Puts one frame of the four signals at an offset of their analysis buffers.
+void store_frame(const int16_t *mic, const int16_t *far, const int16_t *err, int32_t offset, AecNlpState &st) {
+  for (int32_t i = 0; i < st.swFrameLen; ++i) {
+    st.pfNearTime[offset + i] = mic[i];
+    st.pfFarTime[offset + i] = far[i];
+    st.pfErrTime[offset + i] = err[i];
+    st.pfEchoTime[offset + i] = float(mic[i] - err[i]);
+  }
+}
+
+void transform(float *time, float *spectrum, const AecNlpState &st) {
+  for (int32_t i = 0; i < st.swFftLen; ++i)
+    time[i] *= st.pfWindow[i];
+  VOICE_Fft(time, spectrum, st.swFftLen);
+}
+
+void smooth(float *average, const float *now, int32_t count) {
+  for (int32_t i = 0; i < count; ++i)
+    average[i] = qv::recursive_average(average[i], psd_keep, now[i], 1.f - psd_keep);
+}
+
+/// Powers per bin, smoothed over time, and per band.
+void measure_powers(AecNlpState &st) {
+  float power[max_bins];
+  const auto measure = [&](const float *spectrum, float *bands, float *average) {
+    VOICE_PowerSpectrumCcum(spectrum, power, st.swFftLen);
+    filterbank_compute_bank(power, bands);
+    if (average)
+      smooth(average, power, st.swFrameLen + 1);
+  };
+  measure(st.pfNearSpec, st.pfNearBand, st.pfNearPsd);
+  measure(st.pfFarSpec, st.pfFarBand, st.pfFarPsd);
+  measure(st.pfErrSpec, st.pfErrBand, st.pfErrPsd);
+  measure(st.pfEchoSpec, st.pfEchoBand, nullptr);
+}
+
+/// Magnitude-squared coherence with the microphone.
+void measure_coherence(const float *spectrum, const float *psd, float *cross, float *coherence, const AecNlpState &st) {
+  float now[2 * QV_MAX_FRAME], power[max_bins];
+  VOICE_SpectralCorrAccum(spectrum, st.pfNearSpec, now, st.swFftLen, 1);
+  smooth(cross, now, st.swFftLen);
+  VOICE_PowerSpectrumCcum(cross, power, st.swFftLen);
+  for (int32_t k = 0; k <= st.swFrameLen; ++k)
+    coherence[k] = float(double(power[k]) / (double(psd[k] * st.pfNearPsd[k]) + coherence_floor));
+}
+
+void suppress_by_coherence(AecNlpState &st) {
+  float far_incoherence[max_bins];
+  for (int32_t k = 0; k <= st.swFrameLen; ++k)
+    far_incoherence[k] = 1.f - st.pfCohFarNear[k];
+  AEC_NlpCohCancel(st.pfCohErrNear, far_incoherence, st.pfNearSpec, st.pfErrSpec, st.pfNearPsd, st.pfErrPsd,
+                   st.swFrameLen, st.swFftLen, &st.stCoh);
+}
+
+/// Sure far-end single talk, or an echo path that has just moved: nothing may pass.
+bool must_mute(const AecDtdState &dtd, const AecNlpState &st) { return dtd.swTalkState == 1 || st.swDelayMute == 1; }
+
+/// Band gains of the signal-to-echo-ratio suppressor times near-end presence, spread over the bins.
+void band_gains(AecDtdState &dtd, AecNlpState &st, float *gain) {
+  const int32_t bands = st.swBandNum;
+  float presence[QV_MAX_BANDS];
+  for (int32_t b = 0; b < bands; ++b)
+    if (dtd.aswBandFarActive[b] == 0)
+      st.stSer.pfGain2[b] = 1.f;
+  AEC_DtdProcessStDtJudge(st.pfNearBand, st.pfFarBand, st.pfErrBand, st.stSer.pfGain2, presence, bands, &dtd);
+  if (must_mute(dtd, st))
+    return;
+  for (int32_t b = 0; b < bands; ++b)
+    presence[b] *= st.stSer.pfGain2[b];
+  filterbank_compute_psd(presence, gain);
+}
+
+/// Bin gains of the coherence suppressor times near-end presence.
+void bin_gains(AecDtdState &dtd, AecNlpState &st, float *gain) {
+  const int32_t n = st.swFrameLen;
+  float mean_gain[QV_MAX_BANDS], presence[QV_MAX_BANDS];
+  for (int32_t k = 0; k < n - 2; ++k)
+    if (dtd.aswBandFarActive[g_aswBandTable[k]] == 0)
+      st.stCoh.pfHnl[k] = 1.f;
+  filterbank_compute_bank(st.stCoh.pfHnl, mean_gain);
+  AEC_DtdProcessStDtJudge(st.pfNearBand, st.pfFarBand, st.pfErrBand, mean_gain, presence, st.swBandNum, &dtd);
+  if (must_mute(dtd, st))
+    return;
+  filterbank_compute_psd(presence, gain);
+  for (int32_t k = 0; k < n; ++k)
+    gain[k] *= st.stCoh.pfHnl[k];
+}
+
+/// Pass, suppress per band or bin, or mute.
+/// @param gain  [N + 1] zero on entry; the Nyquist bin stays 0 unless the frame passes
+void decide_gains(AecDtdState &dtd, AecNlpState &st, float *gain) {
+  if (dtd.swTalkState != 0)
+    AEC_DtdProcessBandPassJudge(st.pfFarBand, st.swBandNum, &dtd);
+  const bool suppress = dtd.swTalkState != 0 && (st.swSerSupEnable == 1 || st.swCohSupEnable == 1);
+  if (!suppress)
+    std::fill_n(gain, st.swFrameLen + 1, 1.f);
+  else if (st.swSerSupEnable == 1)
+    band_gains(dtd, st, gain);
+  else
+    bin_gains(dtd, st, gain);
+  qv::aec::last_frame.muted = suppress && must_mute(dtd, st);
+  qv::aec::last_frame.suppressor_gain = std::accumulate(gain, gain + st.swFrameLen, 0.f) / float(st.swFrameLen);
+}
+
+void overlap_add(int16_t *out, AecNlpState &st) {
+  const int32_t n = st.swFrameLen;
+  for (int32_t i = 0; i < n; ++i)
+    out[i] = qv::to_sample(st.pfSynthPrev[n + i] + st.pfSynth[i]);
+  std::copy_n(st.pfSynth, st.swFftLen, st.pfSynthPrev);
+}
+
+/// Clears what an undefined value would live on in.
+void drop_undefined_memory(AecNlpState &st) {
+  const int32_t bins = st.swFrameLen + 1, len = st.swFftLen, bands = st.swBandNum;
+  const auto drop = [](float *values, int32_t count) {
+    if (!qv::all_finite(values, count))
+      std::fill_n(values, count, 0.f);
+  };
+  for (float *psd : {st.pfNearPsd, st.pfFarPsd, st.pfErrPsd})
+    drop(psd, bins);
+  for (float *spectrum : {st.pfFarNearCross, st.pfErrNearCross, st.pfSynthPrev})
+    drop(spectrum, len);
+  for (float *band : {st.stSer.pfEchoNoise, st.stSer.pfOldPs, st.stSer.pfZeta})
+    drop(band, bands);
+  drop(&st.stCoh.fXdAvgMin, 1);
+}
+
+} // namespace
+
+void AEC_NlpProcess(const int16_t *mic, const int16_t *farRef, int16_t *io, AecDtdState *dtd, AecNlpState *nlp,
+                    const float *anrGain, float leak) {
+  AecNlpState &st = *nlp;
+  const int32_t n = st.swFrameLen;
+  store_frame(mic, farRef, io, n, st);
+  transform(st.pfNearTime, st.pfNearSpec, st);
+  transform(st.pfFarTime, st.pfFarSpec, st);
+  transform(st.pfErrTime, st.pfErrSpec, st);
+  transform(st.pfEchoTime, st.pfEchoSpec, st);
+
+  measure_powers(st);
+  if (st.swSerSupEnable == 1)
+    AEC_NlpSerCancel(st.pfErrBand, st.pfEchoBand, st.swBandNum, &st.stSer, leak);
+  measure_coherence(st.pfFarSpec, st.pfFarPsd, st.pfFarNearCross, st.pfCohFarNear, st);
+  measure_coherence(st.pfErrSpec, st.pfErrPsd, st.pfErrNearCross, st.pfCohErrNear, st);
+  if (st.swCohSupEnable == 1)
+    suppress_by_coherence(st);
+
+  float gain[max_bins] = {};
+  decide_gains(*dtd, st, gain);
+  for (int32_t k = 0; k < n; ++k)
+    gain[k] *= anrGain[k];
+  qv::apply_bin_gains(st.pfErrSpec, gain, n);
+  VOICE_Ifft(st.pfErrSpec, st.pfSynth, st.swFftLen);
+
+  store_frame(mic, farRef, io, 0, st);
+  overlap_add(io, st);
+  drop_undefined_memory(st);
+}
