@@ -1,0 +1,30 @@
+/// @file setup.h  What a recording is run with.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "config/fields.h"
+
+namespace qv::tool {
+
+struct Setup {
+  config::Image para;      ///< for `rate`; word 9 is the magic word
+  std::string para_source; ///< where `para` comes from, for the user
+  int rate;                ///< 8000 or 16000, in Hz
+  int frame_len;           ///< 128 or 160 at 8000 Hz, 256 or 320 at 16000 Hz, in samples
+};
+
+/// @throws InputError unless the rate is 8000 or 16000 Hz and the frame 16 or 20 ms long
+void check_layout(int rate, int frame_ms);
+
+/// Reads 500 little-endian words; whatever follows them is ignored.
+/// @throws InputError when the file cannot be read, is short, or lacks the magic word 9
+config::Image read_image(const std::string &path);
+
+/// @param para_path  binary parameter file; without one the default parameters of the rate hold
+/// @throws InputError for a layout that is not served, or a file that read_image refuses or that is for
+///         another rate
+Setup make_setup(const std::optional<std::string> &para_path, int rate, int frame_ms);
+
+} // namespace qv::tool

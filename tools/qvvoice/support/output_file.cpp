@@ -1,0 +1,139 @@
+#include "support/output_file.h"
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "support/error.h"
+
+namespace qv::tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::array terminations = {SIGHUP, SIGINT, SIGTERM};
+
+/// The files that are open, for the signal handler: their names, and the places they are meant for.
+constexpr size_t most_open = 64;
+std::array<std::atomic<const char *>, most_open> open_names;
+std::array<std::string, most_open> open_places;
+
+void remove_and_die(int signal) {
+  for (const auto &name : open_names)
+    if (const char *path = name.load())
+      unlink(path);
+  std::signal(signal, SIG_DFL);
+  raise(signal);
+}
+
+/// Leaves a signal alone that the caller's shell has set to be ignored.
+void handle_terminations() {
+  for (const int signal : terminations)
+    if (std::signal(signal, remove_and_die) == SIG_IGN)
+      std::signal(signal, SIG_IGN);
+}
+
+/// Holds the terminating signals back, so that no file is created without being in the list.
+class HeldSignals {
+public:
+  HeldSignals() {
+    sigset_t held;
+    sigemptyset(&held);
+    for (const int signal : terminations)
+      sigaddset(&held, signal);
+    pthread_sigmask(SIG_BLOCK, &held, &before_);
+  }
+  ~HeldSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+private:
+  sigset_t before_;
+};
+
+bool same_file(const std::string &a, const std::string &b) {
+  struct stat first, second;
+  return stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0 && first.st_dev == second.st_dev &&
+         first.st_ino == second.st_ino;
+}
+
+size_t free_slot(const std::string &path, const std::string &place) {
+  size_t slot = most_open;
+  for (size_t i = most_open; i-- > 0;)
+    if (!open_names[i])
+      slot = i;
+    else if (open_places[i] == place)
+      throw InputError("{}: named for two results; each needs a file of its own", path);
+  if (slot == most_open)
+    throw InputError("{}: more than {} results at a time", path, most_open);
+  return slot;
+}
+
+} // namespace
+
+OutputFile::OutputFile(const std::string &path, std::span<const std::string> inputs) : path_(path) {
+  for (const std::string &input : inputs)
+    if (same_file(path, input))
+      throw InputError("{}: is the input {}; write the result to another file", path, input);
+  std::error_code error;
+  if (fs::exists(path, error) && !fs::is_regular_file(path, error))
+    throw InputError("{}: is not a regular file; name a file to write", path);
+  place_ = fs::weakly_canonical(fs::absolute(path), error).string();
+  if (error)
+    throw InputError("{}: cannot be written: {}", path, error.message());
+  slot_ = free_slot(path, place_);
+  create_beside_place();
+}
+
+void OutputFile::create_beside_place() {
+  static const bool handled = (handle_terminations(), true);
+  (void)handled;
+  const HeldSignals held;
+  const std::string stem = (fs::path(place_).parent_path() / fmt::format(".qvvoice-{}-{}-", getpid(), slot_)).string();
+  for (int attempt = 0; descriptor_ < 0; ++attempt) {
+    temporary_ = fmt::format("{}{}.part", stem, attempt);
+    descriptor_ = open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (descriptor_ < 0 && errno != EEXIST)
+      throw InputError("{}: cannot be written: {}", path_, std::strerror(errno));
+  }
+  open_places[slot_] = place_;
+  open_names[slot_] = temporary_.c_str();
+}
+
+OutputFile::~OutputFile() {
+  if (descriptor_ < 0)
+    return;
+  close(descriptor_);
+  unlink(temporary_.c_str());
+  open_names[slot_] = nullptr;
+}
+
+void OutputFile::fail(std::string_view doing) const {
+  throw std::runtime_error(fmt::format("{}: {} failed: {}", path_, doing, std::strerror(errno)));
+}
+
+void OutputFile::write(std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = ::write(descriptor_, text.data(), text.size());
+    if (written >= 0)
+      text.remove_prefix(size_t(written));
+    else if (errno != EINTR)
+      fail("writing");
+  }
+}
+
+void OutputFile::commit() {
+  if (std::rename(temporary_.c_str(), place_.c_str()) != 0)
+    fail("renaming into place");
+  open_names[slot_] = nullptr;
+  close(std::exchange(descriptor_, -1));
+}
+
+} // namespace qv::tool

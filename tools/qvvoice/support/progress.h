@@ -1,0 +1,31 @@
+/// @file progress.h  How far a long step has come.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <string>
+
+namespace qv::tool {
+
+/// Called with how much is done of how much; empty where nobody looks.
+using ProgressFn = std::function<void(size_t done, size_t total)>;
+
+/// A bar on the terminal that standard error is; nothing anywhere else. Pass it on with std::ref.
+class Progress {
+public:
+  explicit Progress(std::string label);
+  ~Progress(); ///< wipes the bar
+  Progress(const Progress &) = delete;
+  Progress &operator=(const Progress &) = delete;
+
+  void operator()(size_t done, size_t total);
+
+private:
+  std::string label_;
+  bool terminal_;
+  bool drawn_ = false;
+  std::chrono::steady_clock::time_point next_; ///< not drawn again before
+};
+
+} // namespace qv::tool

@@ -1,0 +1,13 @@
+/// @file verbs.h  One function per verb, which adds its subcommand. Its callback does the work.
+///
+/// Results go to standard output, progress and messages to standard error. A callback throws InputError for
+/// bad input (status 2) and CLI::RuntimeError(1) after it has checked something and found it wanting.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+namespace qv::tool {
+
+// Each in cmd_<verb>.cpp: void add_<verb>(CLI::App &app);
+
+} // namespace qv::tool
