@@ -42,11 +42,8 @@ float estimate_band(float x, int32_t k, AnrEnhance &enh) {
   enh.pfPostSnr[k] = posterior;
 
   float prior = decision_directed(enh.pfGainH1[k], posterior_prev, excess(posterior));
-  float wiener = prior / (prior + 1.f);
-  if (double(prior) < prior_snr_min) {
-    prior = float(prior_snr_min);
-    wiener = float(prior_snr_min / (1.0 + prior_snr_min));
-  }
+  if (double(prior) < prior_snr_min) prior = float(prior_snr_min);
+  const float wiener = prior / (prior + 1.f);
   const float v = wiener * posterior;
   enh.pfGainH1[k] = float(double(wiener) * std::exp(double(exponential_integral(v) * 0.5f)));
 
