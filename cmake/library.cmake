@@ -16,7 +16,8 @@ function(qvvoice_add_library name)
   # exceptions are part of them, and both keep loops from being vectorised.
   target_compile_options(${name} PRIVATE -ffp-contract=off -fno-math-errno -fno-trapping-math -fno-exceptions -fno-rtti ${ARGN})
   target_compile_definitions(${name} PRIVATE QVVOICE_VERSION="${PROJECT_VERSION}")
-  target_link_libraries(${name} PRIVATE kissfft::kissfft-float $<BUILD_INTERFACE:qvvoice_warnings>)
+  # An application needs neither to build against the installed library.
+  target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:kissfft::kissfft-float> $<BUILD_INTERFACE:qvvoice_warnings>)
   target_link_options(${name} PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/src/libqvvoice.map -Wl,--no-undefined -Wl,--as-needed -static-libgcc)
   set_target_properties(${name} PROPERTIES OUTPUT_NAME qvvoice VERSION ${PROJECT_VERSION} SOVERSION ${QVVOICE_SOVERSION}
     CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON

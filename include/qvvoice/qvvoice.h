@@ -58,7 +58,7 @@ QV_API int32_t QV_VOICE_ProcessRx(const int16_t *in, int16_t *out, uint32_t coun
 
 /// Receive, then transmit with this frame's receive output as the echo reference. Right when the
 /// loudspeaker plays `rxOut` unchanged.
-/// @return the status of the transmit call
+/// @return the status of the transmit call; QV_VOICE_BAD_ARGUMENT for any null buffer, both paths untouched
 QV_API int32_t VOICE_Process(const int16_t *rxIn, int16_t *rxOut, const int16_t *txMic, int16_t *txOut, uint32_t count);
 
 /// Releases everything that the initialisation took; a second call has no effect.

@@ -60,6 +60,8 @@ int32_t QV_VOICE_ProcessRx(const int16_t *in, int16_t *out, uint32_t) {
 }
 
 int32_t VOICE_Process(const int16_t *rxIn, int16_t *rxOut, const int16_t *txMic, int16_t *txOut, uint32_t count) {
+  if (const int32_t status = refusal({rxIn, rxOut, txMic, txOut}))
+    return status;
   QV_VOICE_ProcessRx(rxIn, rxOut, count);
   return QV_VOICE_ProcessTx(txMic, rxOut, txOut, count);
 }

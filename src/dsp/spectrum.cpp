@@ -6,6 +6,9 @@
 
 namespace {
 
+/// The shortest packed spectrum is DC and Nyquist; a smaller n counts as that.
+int32_t nyquist_bin(int32_t n) { return std::max(n / 2, 1); }
+
 float bin_power(float re, float im) { return qv::fma(re, re, im * im); }
 
 /// out = sum of X_j * Y_j, or of X_j * conj(Y_j). Real and imaginary parts in loops of their own: side by
@@ -30,17 +33,19 @@ void product_sum(const float *x, const float *y, float *__restrict out, int32_t 
 } // namespace
 
 void VOICE_PowerSpectrumCcum(const float *spectrum, float *power, int32_t n) {
+  const int32_t nyquist = nyquist_bin(n);
   power[0] = spectrum[0] * spectrum[0];
-  for (int32_t k = 1; k < n / 2; ++k)
+  for (int32_t k = 1; k < nyquist; ++k)
     power[k] = bin_power(spectrum[2 * k - 1], spectrum[2 * k]);
-  power[n / 2] = spectrum[n - 1] * spectrum[n - 1];
+  power[nyquist] = spectrum[2 * nyquist - 1] * spectrum[2 * nyquist - 1];
 }
 
 void VOICE_PowerSpectrumAccum(const float *spectrum, float *power, int32_t n) {
+  const int32_t nyquist = nyquist_bin(n);
   power[0] = qv::fma(spectrum[0], spectrum[0], power[0]);
-  for (int32_t k = 1; k < n / 2; ++k)
+  for (int32_t k = 1; k < nyquist; ++k)
     power[k] += bin_power(spectrum[2 * k - 1], spectrum[2 * k]);
-  power[n / 2] = qv::fma(spectrum[n - 1], spectrum[n - 1], power[n / 2]);
+  power[nyquist] = qv::fma(spectrum[2 * nyquist - 1], spectrum[2 * nyquist - 1], power[nyquist]);
 }
 
 void VOICE_SpectralMulAccum(const float *x, const float *y, float *out, int32_t n, int32_t blocks) {

@@ -11,6 +11,7 @@ QV_BEGIN_DECLS
 /// power[k] = |X_k|^2.
 /// @param spectrum  [n]
 /// @param power     [n/2 + 1]; must not overlap `spectrum`, unless it is the same array
+/// @param n         even; below 2 it counts as 2
 QV_API void VOICE_PowerSpectrumCcum(const float *spectrum, float *power, int32_t n);
 
 /// power[k] += |X_k|^2.
