@@ -11,20 +11,20 @@ int32_t nyquist_bin(int32_t n) { return std::max(n / 2, 1); }
 
 float bin_power(float re, float im) { return qv::fma(re, re, im * im); }
 
-/// out = sum of X_j * Y_j, or of X_j * conj(Y_j). Real and imaginary parts in loops of their own: side by
-/// side, GCC 12 fuses them into complex multiply-add instructions in spite of -ffp-contract=off.
+/// out = sum of X_j * Y_j, or of X_j * conj(Y_j). Real and imaginary parts take a loop each: side by side gcc 12 makes
+/// one alternating add-subtract of them, and fuses it with the products in spite of -ffp-contract=off.
 template <bool conjugate>
 void product_sum(const float *x, const float *y, float *__restrict out, int32_t n, int32_t blocks) {
   std::fill_n(out, n, 0.f);
   for (int32_t j = 0; j < blocks; ++j, x += n, y += n) {
     out[0] += x[0] * y[0];
-    for (int32_t re = 1, im = 2; im < n; re += 2, im += 2) {
-      const float direct = x[re] * y[re], crossed = x[im] * y[im];
-      out[re] += conjugate ? direct + crossed : direct - crossed;
+    for (int32_t k = 1; k < n / 2; ++k) {
+      const float a = x[2 * k - 1], b = x[2 * k], c = y[2 * k - 1], d = y[2 * k];
+      out[2 * k - 1] += conjugate ? a * c + b * d : a * c - b * d;
     }
-    for (int32_t re = 1, im = 2; im < n; re += 2, im += 2) {
-      const float direct = x[im] * y[re], crossed = x[re] * y[im];
-      out[im] += conjugate ? direct - crossed : direct + crossed;
+    for (int32_t k = 1; k < n / 2; ++k) {
+      const float a = x[2 * k - 1], b = x[2 * k], c = y[2 * k - 1], d = y[2 * k];
+      out[2 * k] += conjugate ? b * c - a * d : b * c + a * d;
     }
     out[n - 1] += x[n - 1] * y[n - 1];
   }
