@@ -8,6 +8,6 @@
 
 namespace qv::tool {
 
-// Each in cmd_<verb>.cpp: void add_<verb>(CLI::App &app);
+void add_process(CLI::App &app); // cmd_process.cpp, and so on
 
 } // namespace qv::tool
