@@ -57,7 +57,7 @@ float signed_square(float x) { return x * std::fabs(x); }
 
 /// Shares of the first training: the early partitions get most of the step.
 void design_shares(AecMdfState &st) {
-  const auto decay = float(std::exp(-2.4 / st.swPartNum));
+  const auto decay = float(std::exp(double(-2.4f / float(st.swPartNum))));
   st.pfProp[0] = 0.7f;
   for (int32_t j = 1; j < st.swPartNum; ++j)
     st.pfProp[j] = decay * st.pfProp[j - 1];

@@ -4,6 +4,7 @@
 #include "qvvoice/aec/nlp.h"
 
 #include <algorithm>
+#include <initializer_list>
 #include <numeric>
 
 #include "aec/frame_report.h"
@@ -131,20 +132,29 @@ void overlap_add(int16_t *out, AecNlpState &st) {
   std::copy_n(st.pfSynth, st.swFftLen, st.pfSynthPrev);
 }
 
-/// Clears what an undefined value would live on in.
+/// Clears what an undefined value would live on in. The smoothed spectra go together: cleared powers under
+/// old cross-spectra would give coherences, and so gains, far above 1.
 void drop_undefined_memory(AecNlpState &st) {
-  const int32_t bins = st.swFrameLen + 1, len = st.swFftLen, bands = st.swBandNum;
-  const auto drop = [](float *values, int32_t count) {
-    if (!qv::all_finite(values, count))
-      std::fill_n(values, count, 0.f);
+  struct Memory {
+    float *values;
+    int32_t count;
   };
-  for (float *psd : {st.pfNearPsd, st.pfFarPsd, st.pfErrPsd})
-    drop(psd, bins);
-  for (float *spectrum : {st.pfFarNearCross, st.pfErrNearCross, st.pfSynthPrev})
-    drop(spectrum, len);
-  for (float *band : {st.stSer.pfEchoNoise, st.stSer.pfOldPs, st.stSer.pfZeta})
-    drop(band, bands);
-  drop(&st.stCoh.fXdAvgMin, 1);
+  const auto clear_unless_finite = [](std::initializer_list<Memory> group) {
+    const bool finite = std::all_of(group.begin(), group.end(),
+                                    [](const Memory &memory) { return qv::all_finite(memory.values, memory.count); });
+    if (!finite)
+      for (const Memory &memory : group)
+        std::fill_n(memory.values, memory.count, 0.f);
+  };
+  const int32_t bins = st.swFrameLen + 1, len = st.swFftLen, bands = st.swBandNum;
+  clear_unless_finite({{st.pfNearPsd, bins},
+                       {st.pfFarPsd, bins},
+                       {st.pfErrPsd, bins},
+                       {st.pfFarNearCross, len},
+                       {st.pfErrNearCross, len}});
+  clear_unless_finite({{st.stSer.pfEchoNoise, bands}, {st.stSer.pfOldPs, bands}, {st.stSer.pfZeta, bands}});
+  clear_unless_finite({{st.pfSynthPrev, len}});
+  clear_unless_finite({{&st.stCoh.fXdAvgMin, 1}});
 }
 
 } // namespace
