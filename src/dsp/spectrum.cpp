@@ -8,9 +8,17 @@ namespace {
 
 float bin_power(float re, float im) { return qv::fma(re, re, im * im); }
 
+// GCC 12 turns the alternating signs of a complex product into fused add-subtract instructions, against
+// -ffp-contract=off: this kernel is compiled without them. Not inlined, or the caller's options hold.
+#if defined(__x86_64__) && defined(__FMA__) && !defined(__clang__)
+#define QV_NO_FMA __attribute__((noinline, target("no-fma")))
+#else
+#define QV_NO_FMA
+#endif
+
 /// out = sum of X_j * Y_j, or of X_j * conj(Y_j).
 template <bool conjugate>
-void product_sum(const float *x, const float *y, float *__restrict out, int32_t n, int32_t blocks) {
+QV_NO_FMA void product_sum(const float *x, const float *y, float *__restrict out, int32_t n, int32_t blocks) {
   std::fill_n(out, n, 0.f);
   for (int32_t j = 0; j < blocks; ++j, x += n, y += n) {
     out[0] += x[0] * y[0];
