@@ -5,9 +5,9 @@
 
 #include <algorithm>
 #include <initializer_list>
-#include <numeric>
 
 #include "aec/frame_report.h"
+#include "dsp/banks.h"
 #include "dsp/bins.h"
 #include "dsp/sample.h"
 #include "dsp/smoothing.h"
@@ -44,17 +44,15 @@ void smooth(float *average, const float *now, int32_t count) {
 
 /// Powers per bin, smoothed over time, and per band.
 void measure_powers(AecNlpState &st) {
-  float power[max_bins];
-  const auto measure = [&](const float *spectrum, float *bands, float *average) {
-    VOICE_PowerSpectrumCcum(spectrum, power, st.swFftLen);
-    filterbank_compute_bank(power, bands);
-    if (average)
-      smooth(average, power, st.swFrameLen + 1);
-  };
-  measure(st.pfNearSpec, st.pfNearBand, st.pfNearPsd);
-  measure(st.pfFarSpec, st.pfFarBand, st.pfFarPsd);
-  measure(st.pfErrSpec, st.pfErrBand, st.pfErrPsd);
-  measure(st.pfEchoSpec, st.pfEchoBand, nullptr);
+  float near[max_bins], far[max_bins], err[max_bins], echo[max_bins];
+  VOICE_PowerSpectrumCcum(st.pfNearSpec, near, st.swFftLen);
+  VOICE_PowerSpectrumCcum(st.pfFarSpec, far, st.swFftLen);
+  VOICE_PowerSpectrumCcum(st.pfErrSpec, err, st.swFftLen);
+  VOICE_PowerSpectrumCcum(st.pfEchoSpec, echo, st.swFftLen);
+  qv::compute_banks<4>({{near, st.pfNearBand}, {far, st.pfFarBand}, {err, st.pfErrBand}, {echo, st.pfEchoBand}});
+  smooth(st.pfNearPsd, near, st.swFrameLen + 1);
+  smooth(st.pfFarPsd, far, st.swFrameLen + 1);
+  smooth(st.pfErrPsd, err, st.swFrameLen + 1);
 }
 
 /// Magnitude-squared coherence with the microphone.
@@ -122,13 +120,12 @@ void decide_gains(AecDtdState &dtd, AecNlpState &st, float *gain) {
   else
     bin_gains(dtd, st, gain);
   qv::aec::last_frame.muted = suppress && must_mute(dtd, st);
-  qv::aec::last_frame.suppressor_gain = std::accumulate(gain, gain + st.swFrameLen, 0.f) / float(st.swFrameLen);
+  std::copy_n(gain, st.swFrameLen, qv::aec::last_frame.bin_gain);
 }
 
 void overlap_add(int16_t *out, AecNlpState &st) {
   const int32_t n = st.swFrameLen;
-  for (int32_t i = 0; i < n; ++i)
-    out[i] = qv::to_sample(st.pfSynthPrev[n + i] + st.pfSynth[i]);
+  qv::to_samples(out, n, [&](int32_t i) { return st.pfSynthPrev[n + i] + st.pfSynth[i]; });
   std::copy_n(st.pfSynth, st.swFftLen, st.pfSynthPrev);
 }
 
