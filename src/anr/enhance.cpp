@@ -91,6 +91,8 @@ float speech_probability(float absence, float prior, float v) {
 
 /// Geometric mix of the speech-present gain and the floor.
 float mixed_gain(float gain_min, float gain_present, float probability) {
+  if (probability == 0.f) // pow(x, 0) = 1 and pow(x, 1) = x exactly
+    return gain_min;
   const auto floor_part = float(std::pow(double(gain_min), double(1.f - probability)));
   return float(double(floor_part) * std::pow(double(gain_present), double(probability)));
 }

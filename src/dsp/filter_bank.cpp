@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "dsp/arrays.h"
+#include "dsp/banks.h"
 #include "dsp/fma.h"
 
 FilterBand g_stFilterBand;
@@ -78,26 +79,7 @@ void filterbank_destroy(void) {
   g_stFilterBand.binCount = 0;
 }
 
-void filterbank_compute_bank(const float *ps, float *bands) {
-  const FilterBand &bank = g_stFilterBand;
-  std::fill_n(bands, bank.bandCount, 0.f);
-  // The lower band never falls from bin to bin: two running sums, handed on when it rises.
-  int32_t band = 0;
-  float lower = 0, upper = 0;
-  for (int32_t i = 0; i < bank.binCount; ++i) {
-    for (; band < bank.leftBand[i]; ++band) {
-      bands[band] = lower;
-      lower = upper;
-      upper = 0;
-    }
-    lower = qv::fma(bank.leftWeight[i], ps[i], lower);
-    upper = qv::fma(bank.rightWeight[i], ps[i], upper);
-  }
-  bands[band] = lower;
-  bands[band + 1] = upper;
-  for (int32_t b = 0; b < bank.bandCount; ++b)
-    bands[b] *= bank.bandScale[b];
-}
+void filterbank_compute_bank(const float *ps, float *bands) { qv::compute_banks<1>({{ps, bands}}); }
 
 void filterbank_compute_psd(const float *bands, float *ps) {
   const FilterBand &bank = g_stFilterBand;
