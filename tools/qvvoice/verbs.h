@@ -8,6 +8,8 @@
 
 namespace qv::tool {
 
-// Each in cmd_<verb>.cpp: void add_<verb>(CLI::App &app);
+// Each in cmd_<verb>.cpp.
+void add_para(CLI::App &app);
+void add_presets(CLI::App &app);
 
 } // namespace qv::tool
