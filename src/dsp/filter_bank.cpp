@@ -6,6 +6,7 @@
 
 #include "dsp/arrays.h"
 #include "dsp/banks.h"
+#include "dsp/bark.h"
 #include "dsp/fma.h"
 
 FilterBand g_stFilterBand;
@@ -21,19 +22,13 @@ constexpr auto owned = [](FilterBand &bank, auto visit) {
   visit(bank.bandScale, bank.bandCount);
 };
 
-float bark(float hz) {
-  const double low = 13.1f * std::atan(double(0.00074f * hz));
-  const double high = 2.24f * std::atan(double(hz * hz * 1.85e-8f));
-  return float(low + high + double(0.0001f * hz));
-}
-
 /// Splits each bin between the two bands whose centres enclose it.
 void place_bins(FilterBand &bank, float sample_rate) {
   const float bin_hz = sample_rate / float(bank.binCount + bank.binCount);
-  const float max_bark = bark(sample_rate * 0.5f);
+  const float max_bark = qv::bark(sample_rate * 0.5f);
   const float interval = max_bark / float(bank.bandCount - 1);
   for (int32_t i = 0; i < bank.binCount; ++i) {
-    const float position = bark(float(i) * bin_hz);
+    const float position = qv::bark(float(i) * bin_hz);
     if (position > max_bark)
       return;
     const float band = std::floor(position / interval);

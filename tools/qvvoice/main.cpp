@@ -23,6 +23,8 @@ int main(int argc, char **argv) {
   app.set_version_flag("--version", QV_VOICE_Version());
   app.require_subcommand(0, 1);
   qv::tool::add_process(app);
+  qv::tool::add_para(app);
+  qv::tool::add_presets(app);
   try {
     app.parse(argc, argv);
     if (app.get_subcommands().empty())

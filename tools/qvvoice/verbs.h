@@ -8,6 +8,9 @@
 
 namespace qv::tool {
 
-void add_process(CLI::App &app); // cmd_process.cpp, and so on
+// Each in cmd_<verb>.cpp.
+void add_process(CLI::App &app);
+void add_para(CLI::App &app);
+void add_presets(CLI::App &app);
 
 } // namespace qv::tool
