@@ -20,6 +20,7 @@ int main(int argc, char **argv) {
   CLI::App app{"Runs, shows and measures QV Voice on recordings", "qvvoice"};
   app.set_version_flag("--version", QV_VOICE_Version());
   app.require_subcommand(1);
+  qv::tool::add_scene(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::RuntimeError &found) {

@@ -9,5 +9,6 @@
 namespace qv::tool {
 
 // Each in cmd_<verb>.cpp: void add_<verb>(CLI::App &app);
+void add_scene(CLI::App &app);
 
 } // namespace qv::tool
