@@ -12,5 +12,6 @@ namespace qv::tool {
 void add_process(CLI::App &app);
 void add_para(CLI::App &app);
 void add_presets(CLI::App &app);
+void add_scene(CLI::App &app);
 
 } // namespace qv::tool
