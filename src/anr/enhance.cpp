@@ -15,6 +15,8 @@
 
 namespace {
 
+using namespace qv::anr;
+
 constexpr double snr_keep = 0.7;                 // recursive average of the a-priori SNR
 constexpr float peak_min = 1.f, peak_max = 10.f; // bounds of the remembered peak
 constexpr double absence_max = 0.95;             // from here on speech counts as absent
@@ -33,16 +35,15 @@ float exponential_integral(float v) {
 /// SNRs of one band, its gain if speech is present, and the averaged a-priori SNR.
 /// @return v = prior * posterior / (1 + prior)
 float estimate_band(float x, int32_t k, AnrEnhance &enh) {
-  using namespace qv::anr;
-  const float ratio = x / enh.pfNoiseBand[k];
   const float posterior_prev = enh.pfPostSnr[k];
-  float posterior = ratio < posterior_snr_max ? ratio : posterior_snr_max;
+  float posterior = posterior_snr(x, enh.pfNoiseBand[k]);
   if (!(double(posterior) > prior_snr_min))
     posterior = float(prior_snr_min);
   enh.pfPostSnr[k] = posterior;
 
   float prior = decision_directed(enh.pfGainH1[k], posterior_prev, excess(posterior));
-  if (double(prior) < prior_snr_min) prior = float(prior_snr_min);
+  if (double(prior) < prior_snr_min)
+    prior = float(prior_snr_min);
   const float wiener = prior / (prior + 1.f);
   const float v = wiener * posterior;
   enh.pfGainH1[k] = float(double(wiener) * std::exp(double(exponential_integral(v) * 0.5f)));
