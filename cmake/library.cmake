@@ -18,7 +18,10 @@ function(qvvoice_add_library name)
   target_compile_definitions(${name} PRIVATE QVVOICE_VERSION="${PROJECT_VERSION}")
   target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:qvvoice_warnings>)
   qvvoice_link_kissfft(${name} ${ARGN})
-  target_link_options(${name} PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/src/libqvvoice.map -Wl,--no-undefined -Wl,--as-needed -static-libgcc)
+  target_link_options(${name} PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/src/libqvvoice.map -Wl,--as-needed -static-libgcc)
+  if(NOT QVVOICE_SANITIZE) # clang's sanitizers are in the program only
+    target_link_options(${name} PRIVATE -Wl,--no-undefined)
+  endif()
   set_target_properties(${name} PROPERTIES OUTPUT_NAME qvvoice VERSION ${PROJECT_VERSION} SOVERSION ${QVVOICE_SOVERSION}
     CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON
     LINK_DEPENDS ${PROJECT_SOURCE_DIR}/src/libqvvoice.map)

@@ -1,5 +1,8 @@
 add_library(qvvoice_warnings INTERFACE)
 target_compile_options(qvvoice_warnings INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wvla)
+if(QVVOICE_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
 if(QVVOICE_SANITIZE)
   add_compile_options(-fsanitize=${QVVOICE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${QVVOICE_SANITIZE})

@@ -3,7 +3,6 @@
 #include "qvvoice/aec/aec.h"
 
 #include <algorithm>
-#include <numeric>
 
 #include "aec/frame_report.h"
 #include "dsp/arrays.h"
@@ -18,8 +17,10 @@ constexpr int32_t mute_frames = 5; // after the delay estimate has moved
 constexpr auto owned = [](AecState &st, auto visit) { visit(st.psFarHist, AEC_MAX_DELAY + st.swFrameLen); };
 
 int64_t energy(const int16_t *v, int32_t count) {
-  return std::transform_reduce(v, v + count, v, int64_t{0}, std::plus<>(),
-                               [](int16_t a, int16_t b) { return int64_t(int32_t(a) * b); });
+  int64_t sum = 0;
+  for (int32_t i = 0; i < count; ++i)
+    sum += int32_t(v[i]) * v[i];
+  return sum;
 }
 
 void append_history(const int16_t *ref, AecState &st) {
@@ -48,6 +49,7 @@ void AEC_Init(const AecPara *para, AecState *st) {
   st->swFrameLen = para->swFrameLen;
   st->swEchoDelay = para->swEchoDelay;
   qv::aec::last_frame = {};
+  std::ranges::fill(qv::aec::last_frame.bin_gain, 1.f); // nothing suppressed yet
   qv::take(*st, owned);
   AEC_DelayInit(&para->stDelay, &st->stDelay);
   AEC_MdfInit(&para->stMdf, &st->stMdf);

@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+#include "qvvoice/dsp/filter_bank.h"
+
 namespace qv::aec {
 
 struct FrameReport {
@@ -14,7 +16,7 @@ struct FrameReport {
   bool background_reset = false;
   bool filter_reset = false;
   bool muted = false;
-  float suppressor_gain = 1.f; ///< mean over bins 0 .. N - 1, before noise reduction
+  float bin_gain[QV_MAX_FRAME] = {}; ///< [N] of the suppressor, before noise reduction; the trace takes the mean
   // Energies of one frame, 16-bit scale. The output lags the input by a frame.
   int64_t mic_energy = 0;
   int64_t mic_energy_prev = 0;

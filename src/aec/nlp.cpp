@@ -4,9 +4,10 @@
 #include "qvvoice/aec/nlp.h"
 
 #include <algorithm>
-#include <numeric>
+#include <initializer_list>
 
 #include "aec/frame_report.h"
+#include "dsp/banks.h"
 #include "dsp/bins.h"
 #include "dsp/sample.h"
 #include "dsp/smoothing.h"
@@ -43,17 +44,15 @@ void smooth(float *average, const float *now, int32_t count) {
 
 /// Powers per bin, smoothed over time, and per band.
 void measure_powers(AecNlpState &st) {
-  float power[max_bins];
-  const auto measure = [&](const float *spectrum, float *bands, float *average) {
-    VOICE_PowerSpectrumCcum(spectrum, power, st.swFftLen);
-    filterbank_compute_bank(power, bands);
-    if (average)
-      smooth(average, power, st.swFrameLen + 1);
-  };
-  measure(st.pfNearSpec, st.pfNearBand, st.pfNearPsd);
-  measure(st.pfFarSpec, st.pfFarBand, st.pfFarPsd);
-  measure(st.pfErrSpec, st.pfErrBand, st.pfErrPsd);
-  measure(st.pfEchoSpec, st.pfEchoBand, nullptr);
+  float near[max_bins], far[max_bins], err[max_bins], echo[max_bins];
+  VOICE_PowerSpectrumCcum(st.pfNearSpec, near, st.swFftLen);
+  VOICE_PowerSpectrumCcum(st.pfFarSpec, far, st.swFftLen);
+  VOICE_PowerSpectrumCcum(st.pfErrSpec, err, st.swFftLen);
+  VOICE_PowerSpectrumCcum(st.pfEchoSpec, echo, st.swFftLen);
+  qv::compute_banks<4>({{near, st.pfNearBand}, {far, st.pfFarBand}, {err, st.pfErrBand}, {echo, st.pfEchoBand}});
+  smooth(st.pfNearPsd, near, st.swFrameLen + 1);
+  smooth(st.pfFarPsd, far, st.swFrameLen + 1);
+  smooth(st.pfErrPsd, err, st.swFrameLen + 1);
 }
 
 /// Magnitude-squared coherence with the microphone.
@@ -121,30 +120,38 @@ void decide_gains(AecDtdState &dtd, AecNlpState &st, float *gain) {
   else
     bin_gains(dtd, st, gain);
   qv::aec::last_frame.muted = suppress && must_mute(dtd, st);
-  qv::aec::last_frame.suppressor_gain = std::accumulate(gain, gain + st.swFrameLen, 0.f) / float(st.swFrameLen);
+  std::copy_n(gain, st.swFrameLen, qv::aec::last_frame.bin_gain);
 }
 
 void overlap_add(int16_t *out, AecNlpState &st) {
   const int32_t n = st.swFrameLen;
-  for (int32_t i = 0; i < n; ++i)
-    out[i] = qv::to_sample(st.pfSynthPrev[n + i] + st.pfSynth[i]);
+  qv::to_samples(out, n, [&](int32_t i) { return st.pfSynthPrev[n + i] + st.pfSynth[i]; });
   std::copy_n(st.pfSynth, st.swFftLen, st.pfSynthPrev);
 }
 
-/// Clears what an undefined value would live on in.
+/// Clears what an undefined value would live on in. The smoothed spectra go together: cleared powers under
+/// old cross-spectra would give coherences, and so gains, far above 1.
 void drop_undefined_memory(AecNlpState &st) {
-  const int32_t bins = st.swFrameLen + 1, len = st.swFftLen, bands = st.swBandNum;
-  const auto drop = [](float *values, int32_t count) {
-    if (!qv::all_finite(values, count))
-      std::fill_n(values, count, 0.f);
+  struct Memory {
+    float *values;
+    int32_t count;
   };
-  for (float *psd : {st.pfNearPsd, st.pfFarPsd, st.pfErrPsd})
-    drop(psd, bins);
-  for (float *spectrum : {st.pfFarNearCross, st.pfErrNearCross, st.pfSynthPrev})
-    drop(spectrum, len);
-  for (float *band : {st.stSer.pfEchoNoise, st.stSer.pfOldPs, st.stSer.pfZeta})
-    drop(band, bands);
-  drop(&st.stCoh.fXdAvgMin, 1);
+  const auto clear_unless_finite = [](std::initializer_list<Memory> group) {
+    const bool finite = std::all_of(group.begin(), group.end(),
+                                    [](const Memory &memory) { return qv::all_finite(memory.values, memory.count); });
+    if (!finite)
+      for (const Memory &memory : group)
+        std::fill_n(memory.values, memory.count, 0.f);
+  };
+  const int32_t bins = st.swFrameLen + 1, len = st.swFftLen, bands = st.swBandNum;
+  clear_unless_finite({{st.pfNearPsd, bins},
+                       {st.pfFarPsd, bins},
+                       {st.pfErrPsd, bins},
+                       {st.pfFarNearCross, len},
+                       {st.pfErrNearCross, len}});
+  clear_unless_finite({{st.stSer.pfEchoNoise, bands}, {st.stSer.pfOldPs, bands}, {st.stSer.pfZeta, bands}});
+  clear_unless_finite({{st.pfSynthPrev, len}});
+  clear_unless_finite({{&st.stCoh.fXdAvgMin, 1}});
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "aec/gain_shape.h"
+#include "dsp/sums.h"
 #include "qvvoice/aec/nlp.h"
 #include "qvvoice/dsp/memory.h"
 #include "qvvoice/dsp/vector.h"
@@ -54,7 +55,8 @@ void AEC_NlpCohCancel(const float *cohErr, const float *incohFar, const float *n
   const float mean_incoherence = VOICE_VecMean(incohFar, first_mean_bin, last_mean_bin);
   judge_near_end(mean_coherence, mean_incoherence, *coh);
   choose_gain(cohErr, incohFar, mean_incoherence, bins, *coh);
-  if (diverged(VOICE_VecSum(nearPsd, bins), VOICE_VecSum(errPsd, bins), *coh))
+  const auto [near_power, error_power] = qv::vector_sums<2>({nearPsd, errPsd}, bins);
+  if (diverged(near_power, error_power, *coh))
     std::copy_n(nearSpec, specLen, errSpec);
   qv::aec::raise(coh->pfHnl, bins, coh->fSupExp);
   qv::aec::divide_odds(coh->pfHnl, coh->pfBinSupFactor, bins);

@@ -15,6 +15,8 @@
 
 namespace {
 
+using namespace qv::anr;
+
 constexpr double snr_keep = 0.7;                 // recursive average of the a-priori SNR
 constexpr float peak_min = 1.f, peak_max = 10.f; // bounds of the remembered peak
 constexpr double absence_max = 0.95;             // from here on speech counts as absent
@@ -33,16 +35,15 @@ float exponential_integral(float v) {
 /// SNRs of one band, its gain if speech is present, and the averaged a-priori SNR.
 /// @return v = prior * posterior / (1 + prior)
 float estimate_band(float x, int32_t k, AnrEnhance &enh) {
-  using namespace qv::anr;
-  const float ratio = x / enh.pfNoiseBand[k];
   const float posterior_prev = enh.pfPostSnr[k];
-  float posterior = ratio < posterior_snr_max ? ratio : posterior_snr_max;
+  float posterior = posterior_snr(x, enh.pfNoiseBand[k]);
   if (!(double(posterior) > prior_snr_min))
     posterior = float(prior_snr_min);
   enh.pfPostSnr[k] = posterior;
 
   float prior = decision_directed(enh.pfGainH1[k], posterior_prev, excess(posterior));
-  if (double(prior) < prior_snr_min) prior = float(prior_snr_min);
+  if (double(prior) < prior_snr_min)
+    prior = float(prior_snr_min);
   const float wiener = prior / (prior + 1.f);
   const float v = wiener * posterior;
   enh.pfGainH1[k] = float(double(wiener) * std::exp(double(exponential_integral(v) * 0.5f)));
@@ -91,6 +92,8 @@ float speech_probability(float absence, float prior, float v) {
 
 /// Geometric mix of the speech-present gain and the floor.
 float mixed_gain(float gain_min, float gain_present, float probability) {
+  if (probability == 0.f) // pow(x, 0) = 1 and pow(x, 1) = x exactly
+    return gain_min;
   const auto floor_part = float(std::pow(double(gain_min), double(1.f - probability)));
   return float(double(floor_part) * std::pow(double(gain_present), double(probability)));
 }

@@ -15,6 +15,8 @@
 
 namespace {
 
+using namespace qv::anr;
+
 constexpr double time_keep = 0.8;     // time smoothing of the band energies
 constexpr double min_bias = 1.66;     // the minimum of a smoothed power lies this much below its mean
 constexpr double energy_bound = 4.6;  // of the instantaneous energy over the biased minimum
@@ -39,7 +41,8 @@ void find_noise_only_bands(const float *x, int32_t bands, AnrNoiseEst &est, floa
     est.pfSmoothT[k] = qv::recursive_average_fused(est.pfSmoothT[k], time_keep, est.pfSmoothF[k]);
     lower_minima(est.pfSmoothT[k], est.pfMin[k], est.pfSubMin[k]);
     const float reference = biased(est.pfMin[k]);
-    const bool low = double(x[k] / reference) < energy_bound && double(est.pfSmoothT[k] / reference) < smooth_bound;
+    const bool low =
+        double(energy_ratio(x[k], reference)) < energy_bound && double(est.pfSmoothT[k] / reference) < smooth_bound;
     noise_only[k] = low ? 1.f : 0.f;
   }
 }
@@ -74,18 +77,17 @@ void track_selected_minima(int32_t bands, AnrNoiseEst &est) {
 
 void estimate_snrs(const float *x, int32_t bands, AnrNoiseEst &est) {
   for (int32_t k = 0; k < bands; ++k) {
-    const float ratio = x[k] / est.pfNoise[k];
     const float posterior_prev = est.pfTrkPostSnr[k];
-    const float posterior = ratio < qv::anr::posterior_snr_max ? ratio : qv::anr::posterior_snr_max;
-    const float prior = qv::anr::decision_directed(est.pfGainPrev[k], posterior_prev, qv::anr::excess(posterior));
+    const float posterior = posterior_snr(x[k], est.pfNoise[k]);
+    const float prior = decision_directed(est.pfGainPrev[k], posterior_prev, excess(posterior));
     est.pfTrkPostSnr[k] = posterior;
-    est.pfTrkPriorSnr[k] = double(prior) < qv::anr::prior_snr_min ? float(qv::anr::prior_snr_min) : prior;
+    est.pfTrkPriorSnr[k] = double(prior) < prior_snr_min ? float(prior_snr_min) : prior;
   }
 }
 
 /// Probability of speech in a band whose energy lies between the two bounds.
-float presence(float energy_ratio, float posterior, float prior) {
-  const auto absence = float((double(uncertain_to) - double(energy_ratio)) * 0.5);
+float presence(float ratio, float posterior, float prior) {
+  const auto absence = float((double(uncertain_to) - double(ratio)) * 0.5);
   const float v = prior * posterior / (prior + 1.f);
   const auto likelihood = float(std::exp(-double(v)));
   return 1.f / qv::fma(absence / (1.f - absence) * (prior + 1.f), likelihood, 1.f);
@@ -94,15 +96,15 @@ float presence(float energy_ratio, float posterior, float prior) {
 /// How much of the old noise average a band keeps: 0.85 without speech, 1 with.
 float noise_keeping(float x, int32_t k, const AnrNoiseEst &est) {
   const float reference = biased(est.pfMinSel[k]);
-  const float energy_ratio = x / reference;
+  const float ratio = energy_ratio(x, reference);
   const float smooth_ratio = est.pfSmoothT[k] / reference;
   if (!(double(smooth_ratio) < smooth_bound))
     return 1.f;
-  if (energy_ratio <= 1.f)
+  if (ratio <= 1.f)
     return float(noise_keep);
-  if (!(energy_ratio < uncertain_to))
+  if (!(ratio < uncertain_to))
     return 1.f;
-  const float p = presence(energy_ratio, est.pfTrkPostSnr[k], est.pfTrkPriorSnr[k]);
+  const float p = presence(ratio, est.pfTrkPostSnr[k], est.pfTrkPriorSnr[k]);
   return float(qv::fma(1.0 - noise_keep, double(p), noise_keep));
 }
 

@@ -46,8 +46,7 @@ void taper_low_bins(float *spectrum) {
 void synthesise(int16_t *out, AnrState &st) {
   const int32_t n = st.swFrameLen;
   VOICE_Ifft(st.pfSpectrum, st.pfSynth, st.swFftLen);
-  for (int32_t i = 0; i < n; ++i)
-    out[i] = qv::to_sample(st.pfSynth[i] + st.pfOverlap[i]);
+  qv::to_samples(out, n, [&](int32_t i) { return st.pfSynth[i] + st.pfOverlap[i]; });
   std::copy_n(st.pfSynth + n, n, st.pfOverlap);
 }
 

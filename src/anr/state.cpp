@@ -43,27 +43,25 @@ constexpr auto owned_minima = [](AnrState &st, auto visit) {
 } // namespace
 
 void ANR_Init(const AnrPara *para, AnrState *state) {
+  *state = {};
   state->swAnrEnable = para->swAnrEnable;
   state->swSampleRate = para->swSampleRate;
   state->swFrameLen = para->swFrameLen;
   state->swFftLen = 2 * para->swFrameLen;
   state->swBandNum = para->swBandNum;
-  state->swFrameCnt = 0;
   state->fNoiseScale = para->fNoiseScale;
 
   AnrNoiseEst &est = state->stNoiseEst;
   est.swSubWinNum = para->swSubWinNum;
-  est.swSubWinIdx = 0;
   est.swSubWinFrame = 1;
 
   AnrEnhance &enh = state->stEnhance;
   enh.fAvgSnrMin = para->fAvgSnrMin;
   enh.fAvgSnrMax = para->fAvgSnrMax;
   enh.fGainMin = para->fGainMin;
-  enh.fSnrPeak = 0;
   enh.fSnrFrame = 1000.f;
 
-  const bool complete = qv::take(*state, owned) & qv::take(est, owned_histories) & qv::take(*state, owned_minima);
+  const bool complete = qv::take(*state, owned) && qv::take(est, owned_histories) && qv::take(*state, owned_minima);
   if (complete)
     qv::hann_window(state->pfWindow, state->swFftLen);
 }

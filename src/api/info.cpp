@@ -8,6 +8,7 @@
 #include "aec/frame_report.h"
 #include "api/pipeline.h"
 #include "qvvoice/api/process.h"
+#include "qvvoice/dsp/vector.h"
 #include "qvvoice/qvvoice.h"
 
 namespace {
@@ -63,7 +64,7 @@ QvVoiceTrace whole_trace() {
     trace.filter_reset = report.filter_reset;
     trace.linear_erle_db = level_ratio_db(double(report.mic_energy), double(report.linear_energy));
     trace.erle_db = level_ratio_db(double(report.mic_energy_prev), double(report.out_energy));
-    trace.suppressor_gain = report.suppressor_gain;
+    trace.suppressor_gain = VOICE_VecMean(report.bin_gain, 0, st.swFrameLen - 1);
     trace.muted = report.muted;
   }
   trace.tx_noise = noise_trace(st.stAnrTx);

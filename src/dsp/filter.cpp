@@ -2,20 +2,6 @@
 
 #include "dsp/fma.h"
 
-namespace {
-
-template <class Sample> void preemphasis(const Sample *in, float *memory, float *out, int32_t count, float coef) {
-  float previous = *memory;
-  for (int32_t i = 0; i < count; ++i) {
-    const auto x = float(in[i]);
-    out[i] = qv::fma(-previous, coef, x);
-    previous = x;
-  }
-  *memory = previous;
-}
-
-} // namespace
-
 void VOICE_FilterDcNotch16(const int16_t *in, float *out, int32_t count, float *memory, int32_t stride, float radius) {
   const float squared = radius * radius;
   const float rest = 1.f - radius;
@@ -29,10 +15,20 @@ void VOICE_FilterDcNotch16(const int16_t *in, float *out, int32_t count, float *
   }
 }
 
+// In place, an output replaces the input that the next one needs.
 void VOICE_FilterPreemph(const float *in, float *memory, float *out, int32_t count, float coef) {
-  preemphasis(in, memory, out, count, coef);
+  for (int32_t i = 0; i < count; ++i) {
+    const float x = in[i];
+    out[i] = qv::fma(-*memory, coef, x);
+    *memory = x;
+  }
 }
 
 void VOICE_FilterPreemph16(const int16_t *in, float *memory, float *out, int32_t count, float coef) {
-  preemphasis(in, memory, out, count, coef);
+  if (count < 1)
+    return;
+  out[0] = qv::fma(-*memory, coef, float(in[0]));
+  for (int32_t i = 1; i < count; ++i)
+    out[i] = qv::fma(-float(in[i - 1]), coef, float(in[i]));
+  *memory = float(in[count - 1]);
 }

@@ -5,6 +5,8 @@
 #include <iterator>
 
 #include "dsp/arrays.h"
+#include "dsp/banks.h"
+#include "dsp/bark.h"
 #include "dsp/fma.h"
 
 FilterBand g_stFilterBand;
@@ -20,19 +22,13 @@ constexpr auto owned = [](FilterBand &bank, auto visit) {
   visit(bank.bandScale, bank.bandCount);
 };
 
-float bark(float hz) {
-  const double low = 13.1f * std::atan(double(0.00074f * hz));
-  const double high = 2.24f * std::atan(double(hz * hz * 1.85e-8f));
-  return float(low + high + double(0.0001f * hz));
-}
-
 /// Splits each bin between the two bands whose centres enclose it.
 void place_bins(FilterBand &bank, float sample_rate) {
   const float bin_hz = sample_rate / float(bank.binCount + bank.binCount);
-  const float max_bark = bark(sample_rate * 0.5f);
+  const float max_bark = qv::bark(sample_rate * 0.5f);
   const float interval = max_bark / float(bank.bandCount - 1);
   for (int32_t i = 0; i < bank.binCount; ++i) {
-    const float position = bark(float(i) * bin_hz);
+    const float position = qv::bark(float(i) * bin_hz);
     if (position > max_bark)
       return;
     const float band = std::floor(position / interval);
@@ -78,26 +74,7 @@ void filterbank_destroy(void) {
   g_stFilterBand.binCount = 0;
 }
 
-void filterbank_compute_bank(const float *ps, float *bands) {
-  const FilterBand &bank = g_stFilterBand;
-  std::fill_n(bands, bank.bandCount, 0.f);
-  // The lower band never falls from bin to bin: two running sums, handed on when it rises.
-  int32_t band = 0;
-  float lower = 0, upper = 0;
-  for (int32_t i = 0; i < bank.binCount; ++i) {
-    for (; band < bank.leftBand[i]; ++band) {
-      bands[band] = lower;
-      lower = upper;
-      upper = 0;
-    }
-    lower = qv::fma(bank.leftWeight[i], ps[i], lower);
-    upper = qv::fma(bank.rightWeight[i], ps[i], upper);
-  }
-  bands[band] = lower;
-  bands[band + 1] = upper;
-  for (int32_t b = 0; b < bank.bandCount; ++b)
-    bands[b] *= bank.bandScale[b];
-}
+void filterbank_compute_bank(const float *ps, float *bands) { qv::compute_banks<1>({{ps, bands}}); }
 
 void filterbank_compute_psd(const float *bands, float *ps) {
   const FilterBand &bank = g_stFilterBand;

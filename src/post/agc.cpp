@@ -80,14 +80,10 @@ void AGC_Process(const int16_t *in, int16_t *out, AgcState *state) {
   const float old_gain = state->fGainPrev;
   const float new_gain = std::min(AGC_DeltaDb2Gain(wanted.level_db - level_db), largest_gain);
 
-  const int32_t ramp_end = std::clamp(wanted.ramp, 0, n);
-  float gain = new_gain;
-  for (int32_t i = 0; i < ramp_end; ++i) {
+  const auto gain_at = [&](int32_t i) {
     const float share = float(i + 1) / float(wanted.ramp);
-    gain = qv::fma(1.f - share, old_gain, new_gain * share);
-    out[i] = qv::to_sample(float(in[i]) * gain);
-  }
-  for (int32_t i = ramp_end; i < n; ++i)
-    out[i] = qv::to_sample(float(in[i]) * new_gain);
-  state->fGainPrev = ramp_end == n ? gain : new_gain;
+    return i < wanted.ramp ? qv::fma(1.f - share, old_gain, new_gain * share) : new_gain;
+  };
+  qv::to_samples(out, n, [&](int32_t i) { return float(in[i]) * gain_at(i); });
+  state->fGainPrev = gain_at(n - 1);
 }

@@ -102,7 +102,6 @@ void CNG_Process(const int16_t *in, int16_t *out, int32_t talkState, const float
   }
   draw_noise(*state);
   shape_noise(*state);
-  for (int32_t i = 0; i < n; ++i)
-    out[i] = qv::to_sample(float(in[i]) + state->pfFrame[i] + state->pfOverlap[i]);
+  qv::to_samples(out, n, [&](int32_t i) { return float(in[i]) + state->pfFrame[i] + state->pfOverlap[i]; });
   std::copy_n(state->pfFrame + n, n, state->pfOverlap);
 }

@@ -28,8 +28,7 @@ void filter_symmetric(const float *x, const float *taps, int32_t tap_count, int1
     for (int32_t k = 0; k < tap_count; ++k)
       for (int32_t lane = 0; lane < lanes; ++lane)
         sum[lane] = qv::fma_q15(x[j + k + lane], taps[k], sum[lane]);
-    for (int32_t lane = 0; lane < lanes; ++lane)
-      y[j + lane] = qv::to_sample(sum[lane]);
+    qv::to_samples(y + j, lanes, [&](int32_t lane) { return sum[lane]; });
   }
 }
 

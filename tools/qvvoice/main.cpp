@@ -1,4 +1,6 @@
+#include <cstdio>
 #include <exception>
+#include <string_view>
 
 #include <fmt/format.h>
 
@@ -9,7 +11,7 @@ namespace {
 
 constexpr int bad_input = 2;
 
-int say(const char *message) {
+int refuse(std::string_view message) {
   fmt::print(stderr, "qvvoice: {}\n", message);
   return bad_input;
 }
@@ -19,14 +21,23 @@ int say(const char *message) {
 int main(int argc, char **argv) {
   CLI::App app{"Runs, shows and measures QV Voice on recordings", "qvvoice"};
   app.set_version_flag("--version", QV_VOICE_Version());
-  app.require_subcommand(1);
+  app.require_subcommand(0, 1);
+  qv::tool::add_process(app);
+  qv::tool::add_para(app);
+  qv::tool::add_presets(app);
+  qv::tool::add_scene(app);
   try {
     app.parse(argc, argv);
+    if (app.get_subcommands().empty())
+      return refuse("no verb given (--help lists them)");
+    return std::fflush(stdout) == 0 ? 0 : refuse("standard output cannot be written");
   } catch (const CLI::RuntimeError &found) {
     return found.get_exit_code();
   } catch (const CLI::Success &asked) {
     return app.exit(asked);
+  } catch (const CLI::ParseError &usage) {
+    return refuse(fmt::format("{} (--help shows the options)", usage.what()));
   } catch (const std::exception &wrong) {
-    return say(wrong.what());
+    return refuse(wrong.what());
   }
 }

@@ -8,6 +8,10 @@
 
 namespace qv::tool {
 
-// Each in cmd_<verb>.cpp: void add_<verb>(CLI::App &app);
+// Each in cmd_<verb>.cpp.
+void add_process(CLI::App &app);
+void add_para(CLI::App &app);
+void add_presets(CLI::App &app);
+void add_scene(CLI::App &app);
 
 } // namespace qv::tool

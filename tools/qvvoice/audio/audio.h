@@ -34,17 +34,20 @@ struct Source {
   std::string path;
   int channel = 0; ///< from 1; 0 takes the only channel and refuses a file with several
   std::optional<RawFormat> raw;
+  std::string channel_option = "--channel"; ///< how the user chooses the channel
 };
 
 struct Recording {
   Audio audio;
+  int channels = 0;   ///< of the file
   int file_rate = 0;  ///< Hz; differs from audio.rate after a conversion
   size_t clipped = 0; ///< samples beyond full scale, in the file or after conversion
 };
 
 /// Reads one channel of whatever libsndfile reads. Integer samples of up to 16 bits come through exact;
 /// wider ones and floats (full scale 1.0) are rounded to the nearest and clipped.
-/// @throws InputError when the file cannot be opened or understood, is empty or damaged, or has no such channel
+/// @throws InputError when the file cannot be opened or understood, is empty, damaged or cut short, or has no such
+/// channel
 Recording read_audio(const Source &source);
 
 /// Converts to another rate by libsoxr, without delay; nothing to do at the same rate. file_rate stays.

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -72,13 +74,27 @@ SF_INFO raw_info(const std::string &path, const RawFormat &raw) {
   return info;
 }
 
+/// Bytes of samples that a WAV header promises beyond what the file holds; libsndfile tells its log only.
+/// Recorders that write to a pipe put about 2^31 or 2^32 there, which promises nothing.
+void check_wav_length(const std::string &path, SNDFILE *file) {
+  char log[8192] = "";
+  sf_command(file, SFC_GET_LOG_INFO, log, sizeof log);
+  const char *data = std::strstr(log, "\ndata : ");
+  unsigned long promised = 0, found = 0;
+  if (data && std::sscanf(data, "\ndata : %lu (should be %lu)", &promised, &found) == 2 && promised > found &&
+      promised < 0x7fff0000)
+    throw InputError("{}: cut short: its header promises {} bytes of samples, {} are there", path, promised, found);
+}
+
 OpenFile open_audio(const Source &source) {
   check_present(source.path);
   OpenFile file;
   if (source.raw)
     file.info = raw_info(source.path, *source.raw);
   file.handle.reset(sf_open(source.path.c_str(), SFM_READ, &file.info));
-  if (!file.handle)
+  if (file.handle)
+    check_wav_length(source.path, file.handle.get());
+  else
     throw InputError("{}: cannot be read as audio: {} WAV, FLAC and other files that libsndfile knows are read, and "
                      "files without a header when their encoding is given",
                      source.path, sf_strerror(nullptr));
@@ -90,7 +106,8 @@ int chosen_channel(const Source &source, int channels) {
   if (source.channel == 0 && channels == 1)
     return 0;
   if (source.channel == 0)
-    throw InputError("{}: has {} channels; choose one of 1 to {}", source.path, channels, channels);
+    throw InputError("{}: has {} channels; choose one of 1 to {} with {}", source.path, channels, channels,
+                     source.channel_option);
   if (source.channel < 1 || source.channel > channels)
     throw InputError("{}: has no channel {}; it has {}", source.path, source.channel,
                      channels == 1 ? "one channel" : fmt::format("channels 1 to {}", channels));
@@ -113,7 +130,7 @@ Recording read_audio(const Source &source) {
   const OpenFile file = open_audio(source);
   const int channels = file.info.channels;
   const int channel = chosen_channel(source, channels);
-  Recording recording{{file.info.samplerate, {}}, file.info.samplerate, 0};
+  Recording recording{{file.info.samplerate, {}}, channels, file.info.samplerate, 0};
   std::vector<int16_t> &samples = recording.audio.samples;
   constexpr sf_count_t block = 4096; // frames
   std::vector<double> interleaved(size_t(block * channels));
@@ -127,6 +144,9 @@ Recording read_audio(const Source &source) {
   }
   if (sf_error(file.handle.get()) != SF_ERR_NO_ERROR)
     throw InputError("{}: damaged after {} samples: {}", source.path, samples.size(), sf_strerror(file.handle.get()));
+  if ((file.info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_FLAC && file.info.frames > sf_count_t(samples.size()))
+    throw InputError("{}: cut short: its header promises {} samples, {} are there", source.path, file.info.frames,
+                     samples.size());
   if (samples.empty())
     throw InputError("{}: holds no samples; at least one is needed", source.path);
   return recording;

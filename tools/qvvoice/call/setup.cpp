@@ -46,8 +46,9 @@ Setup make_setup(const std::optional<std::string> &para_path, int rate, int fram
     return {default_image(rate), fmt::format("built-in default for {} Hz", rate), rate, frame_len};
   const Image image = read_image(*para_path);
   if (image[rate_word] != rate)
-    throw InputError("{}: parameter file is for {} Hz (word {}); this run is at {} Hz", *para_path, image[rate_word],
-                     rate_word, rate);
+    throw InputError(
+        "{}: parameter file is for {} Hz (word {}), the run is at {} Hz; give a file for {} Hz, or another --rate",
+        *para_path, image[rate_word], rate_word, rate, rate);
   return {image, *para_path, rate, frame_len};
 }
 

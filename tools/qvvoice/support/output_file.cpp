@@ -20,7 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::array terminations = {SIGHUP, SIGINT, SIGTERM};
+constexpr std::array terminations = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
 
 /// The files that are open, for the signal handler: their names, and the places they are meant for.
 constexpr size_t most_open = 64;
@@ -35,8 +35,10 @@ void remove_and_die(int signal) {
   raise(signal);
 }
 
-/// Leaves a signal alone that the caller's shell has set to be ignored.
-void handle_terminations() {
+/// Leaves a signal alone that the caller's shell has set to be ignored. A file size limit becomes an error
+/// of write().
+void handle_signals() {
+  std::signal(SIGXFSZ, SIG_IGN);
   for (const int signal : terminations)
     if (std::signal(signal, remove_and_die) == SIG_IGN)
       std::signal(signal, SIG_IGN);
@@ -79,6 +81,8 @@ size_t free_slot(const std::string &path, const std::string &place) {
 } // namespace
 
 OutputFile::OutputFile(const std::string &path, std::span<const std::string> inputs) : path_(path) {
+  if (path.empty())
+    throw InputError("a result has an empty file name");
   for (const std::string &input : inputs)
     if (same_file(path, input))
       throw InputError("{}: is the input {}; write the result to another file", path, input);
@@ -93,7 +97,7 @@ OutputFile::OutputFile(const std::string &path, std::span<const std::string> inp
 }
 
 void OutputFile::create_beside_place() {
-  static const bool handled = (handle_terminations(), true);
+  static const bool handled = (handle_signals(), true);
   (void)handled;
   const HeldSignals held;
   const std::string stem = (fs::path(place_).parent_path() / fmt::format(".qvvoice-{}-{}-", getpid(), slot_)).string();

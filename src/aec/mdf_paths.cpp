@@ -1,0 +1,110 @@
+// Two-path control (K. Ochiai, T. Araseki and S. Ogihara, "Echo canceler with two echo path models", 1977):
+// which of the two filters is to be believed, the output, and the watchdog over both.
+
+#include <algorithm>
+#include <cmath>
+
+#include "aec/frame_report.h"
+#include "aec/mdf_stages.h"
+#include "dsp/fma.h"
+#include "dsp/sample.h"
+
+namespace qv::aec {
+
+namespace {
+
+constexpr int32_t clip_level = 32000;       // a microphone sample from here on counts as clipped
+constexpr int32_t diverge_limit = 50;       // frames
+constexpr double energy_limit = 1e9;        // per transform point; full scale stays below it
+constexpr float excess_per_point = 10000.f; // error above the microphone's energy that counts as divergence
+
+// Thresholds of the comparison, in units of the variance that it is held against.
+constexpr float refresh_short = 0.5f, refresh_long = 0.25f, reset_all = 4.f;
+
+float signed_square(float x) { return x * std::fabs(x); }
+
+/// The background has proved better: it becomes the foreground; the output fades over to it.
+void refresh_foreground(AecMdfState &st) {
+  const int32_t n = st.swFrameLen;
+  std::copy_n(st.pfWBg, st.swPartNum * st.swFftLen, st.pfWFg);
+  for (int32_t i = n; i < 2 * n; ++i)
+    st.pfErrTime[i] = st.pfWindow[i] * st.pfErrTime[i] + st.pfWindow[i - n] * st.pfEchoTime[i];
+  clear_path_averages(st);
+}
+
+/// The background has gone wrong: it starts again from the foreground.
+void reset_background(Energies &frame, AecMdfState &st) {
+  const int32_t n = st.swFrameLen;
+  std::copy_n(st.pfWFg, st.swPartNum * st.swFftLen, st.pfWBg);
+  std::copy_n(st.pfErrTime + n, n, st.pfEchoTime + n);
+  for (int32_t i = 0; i < n; ++i)
+    st.pfErrTime[i] = st.pfNearIn[i] - st.pfEchoTime[n + i];
+  frame.background = frame.foreground;
+  clear_path_averages(st);
+}
+
+bool clipped(int16_t sample) { return sample <= -clip_level || sample >= clip_level; }
+
+} // namespace
+
+void clear_path_averages(AecMdfState &st) { st.fDavg1 = st.fDavg2 = st.fDvar1 = st.fDvar2 = 0; }
+
+// The gain of the background over the foreground, at once and averaged over a short and a long time, against
+// what chance would give.
+void compare_paths(Energies &frame, AecMdfState &st) {
+  const float gain = frame.foreground - frame.background;
+  const float variance = frame.foreground * frame.paths;
+  st.fDavg1 = 0.6f * st.fDavg1 + 0.4f * gain;
+  st.fDavg2 = 0.85f * st.fDavg2 + 0.15f * gain;
+  st.fDvar1 = 0.36f * st.fDvar1 + 0.16f * frame.foreground * frame.paths;
+  st.fDvar2 = 0.7225f * st.fDvar2 + 0.0225f * frame.foreground * frame.paths;
+
+  const bool better = signed_square(gain) > variance || signed_square(st.fDavg1) > refresh_short * st.fDvar1 ||
+                      signed_square(st.fDavg2) > refresh_long * st.fDvar2;
+  const bool worse = -signed_square(gain) > reset_all * variance || -signed_square(st.fDavg1) > reset_all * st.fDvar1 ||
+                     -signed_square(st.fDavg2) > reset_all * st.fDvar2;
+  last_frame.foreground_refreshed = better;
+  last_frame.background_reset = !better && worse;
+  if (better)
+    refresh_foreground(st);
+  else if (worse)
+    reset_background(frame, st);
+}
+
+// The three recursions share a loop because each waits for its own previous step. A clipped microphone holds
+// the next update off.
+void make_output(const int16_t *mic, int16_t *out, Energies &frame, AecMdfState &st) {
+  const int32_t n = st.swFrameLen;
+  const float *error = st.pfErrTime, *echo = st.pfEchoTime + n;
+  float emphasised[QV_MAX_FRAME], output[QV_MAX_FRAME];
+  for (int32_t i = 0; i < n; ++i)
+    emphasised[i] = st.pfNearIn[i] - st.pfErrTime[n + i];
+  float last = st.fMemOut;
+  frame.correlation = frame.echo = 0;
+  for (int32_t i = 0; i < n; ++i) {
+    output[i] = last = emphasised[i] + st.fPreemph * last;
+    frame.correlation = fma(error[i], echo[i], frame.correlation);
+    frame.echo = fma(echo[i], echo[i], frame.echo);
+  }
+  st.fMemOut = last;
+  to_samples(out, n, [&](int32_t i) { return output[i]; });
+  if (st.swSatHold == 0 && std::any_of(mic, mic + n, clipped))
+    st.swSatHold = 1;
+}
+
+bool diverged(const Energies &frame, int16_t *out, AecMdfState &st) {
+  const double limit = st.swFftLen * energy_limit;
+  const bool absurd = frame.echo < 0 || frame.far < 0 || frame.background < 0 ||
+                      !(double(frame.foreground) < limit && double(frame.echo) < limit && double(frame.far) < limit);
+  if (absurd) {
+    st.swDivergeCnt += diverge_limit;
+    std::fill_n(out, st.swFrameLen, int16_t(0));
+  } else if (frame.foreground > frame.near + float(st.swFftLen) * excess_per_point) {
+    ++st.swDivergeCnt;
+  } else {
+    st.swDivergeCnt = 0;
+  }
+  return st.swDivergeCnt >= diverge_limit;
+}
+
+} // namespace qv::aec

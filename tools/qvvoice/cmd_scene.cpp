@@ -1,0 +1,82 @@
+// The verb `scene`: makes a call from speech files.
+
+#include <algorithm>
+#include <map>
+#include <memory>
+
+#include "scene/render.h"
+#include "support/error.h"
+#include "verbs.h"
+
+namespace qv::tool {
+namespace {
+
+constexpr const char *examples = R"(
+The whole set at both rates, one folder per scene and rate: calls/far-end-8k and so on
+  qvvoice scene --set all --out calls
+One scene of the set
+  qvvoice scene --set double-talk --rate 16000 --out calls
+A scene of one's own; docs/scenes.md has the keys
+  qvvoice scene office.toml --rate 16000 --out office)";
+
+struct Options {
+  std::string file;
+  std::vector<std::string> set;
+  std::string out;
+  std::vector<int> rates = {8000, 16000};
+};
+
+struct Job {
+  scene::Scene scene;
+  int rate;
+  std::string folder;
+};
+
+std::vector<Job> jobs(const Options &options) {
+  std::vector<Job> jobs;
+  if (!options.file.empty()) {
+    if (options.rates.size() != 1)
+      throw InputError("{}: give its --rate: 8000 or 16000", options.file);
+    return {{scene::read_scene(options.file), options.rates[0], options.out}};
+  }
+  const bool all = std::ranges::find(options.set, "all") != options.set.end();
+  for (const scene::BuiltIn &one : scene::built_in())
+    for (const int rate : options.rates)
+      if (all || std::ranges::find(options.set, one.name) != options.set.end())
+        jobs.push_back({scene::parse_scene(one.text, fmt::format("scenes/{}.toml", one.name)), rate,
+                        fmt::format("{}/{}-{}k", options.out, one.name, rate / 1000)});
+  return jobs;
+}
+
+void make_scenes(const Options &options) {
+  std::map<int, scene::SpeechReader> speech;
+  const std::vector<Job> all = jobs(options);
+  Progress bar("scenes");
+  for (size_t i = 0; i < all.size(); ++i) {
+    const auto [reader, fresh] = speech.try_emplace(all[i].rate, all[i].rate);
+    scene::write_call(scene::render(all[i].scene, reader->second, all[i].rate), all[i].scene, all[i].folder);
+    bar(i + 1, all.size());
+  }
+  for (const Job &job : all)
+    fmt::print("{}\n", job.folder);
+}
+
+} // namespace
+
+void add_scene(CLI::App &app) {
+  const auto options = std::make_shared<Options>();
+  std::vector<std::string> names = {"all"};
+  for (const scene::BuiltIn &one : scene::built_in())
+    names.emplace_back(one.name);
+  CLI::App *verb = app.add_subcommand("scene", "Makes a call from speech files: microphone, reference and the truth");
+  verb->footer(examples);
+  CLI::Option_group *what = verb->add_option_group("What");
+  what->add_option("file", options->file, "Scene file")->type_name("FILE");
+  what->add_option("--set", options->set, "Scenes that are built in")->check(CLI::IsMember(names));
+  what->require_option(1);
+  verb->add_option("--out", options->out, "Folder of the results, made when missing")->type_name("DIR")->required();
+  verb->add_option("--rate", options->rates, "Hz (8000 and 16000)")->check(CLI::IsMember({8000, 16000}));
+  verb->callback([options] { make_scenes(*options); });
+}
+
+} // namespace qv::tool

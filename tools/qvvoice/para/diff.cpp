@@ -1,0 +1,81 @@
+#include "para/diff.h"
+
+#include <cmath>
+
+#include <fmt/format.h>
+
+#include "para/fir_design.h"
+#include "para/keys.h"
+#include "para/text_writer.h"
+
+namespace qv::tool::para {
+
+namespace {
+
+/// The frequency at which two equalisers differ most, and the responses of both there: as they are heard,
+/// or, when both are off, as they are stored.
+Difference response_difference(const Field &coef, const Values &a, const Values &b) {
+  const std::string enable = fmt::format("{}.enable", coef.section);
+  const bool heard = a.on(enable) || b.on(enable);
+  const auto half_a = heard ? a.heard_response(coef.section) : a.half_response(coef.section);
+  const auto half_b = heard ? b.heard_response(coef.section) : b.half_response(coef.section);
+  constexpr int steps = 256;
+  double worst_hz = 0, worst = -1, db_a = 0, db_b = 0;
+  for (int k = 0; k <= steps; ++k) {
+    const double hz = 0.5 * std::min(a.rate(), b.rate()) * k / steps;
+    const double at_a = response_db(half_a, hz, a.rate()), at_b = response_db(half_b, hz, b.rate());
+    if (std::abs(at_a - at_b) <= worst)
+      continue;
+    worst = std::abs(at_a - at_b);
+    worst_hz = hz, db_a = at_a, db_b = at_b;
+  }
+  return {path_of(coef), plain(db_a, 1), plain(db_b, 1), fmt::format("dB at {:.0f} Hz", worst_hz),
+          "response where the two differ most"};
+}
+
+Difference difference(const Field &field, const Image &a, const Image &b) {
+  if (field.extent == config::Extent::taps)
+    return response_difference(field, Values(a), Values(b));
+  return {path_of(field), toml_value(field, a), toml_value(field, b), std::string(field.unit),
+          std::string(field.meaning)};
+}
+
+bool same_words(const Field &field, const Image &a, const Image &b) {
+  const int32_t rate_a = a[config::rate_word], rate_b = b[config::rate_word];
+  if (field.count(rate_a) != field.count(rate_b))
+    return false;
+  for (int32_t i = 0; i < field.count(rate_a); ++i)
+    if (a[size_t(field.word(rate_a, i))] != b[size_t(field.word(rate_b, i))])
+      return false;
+  return true;
+}
+
+/// Words that no field of either file reads.
+void compare_raw(const Image &a, const Image &b, std::vector<Difference> &found) {
+  const auto read_a = words_read(a[config::rate_word]), read_b = words_read(b[config::rate_word]);
+  const auto value = [](const Image &image, const std::vector<bool> &read, size_t word) {
+    return read[word] && int(word) != config::magic_word ? "-" : std::to_string(image[word]);
+  };
+  for (size_t word = 0; word < a.size(); ++word) {
+    const std::string of_a = value(a, read_a, word), of_b = value(b, read_b, word);
+    if (of_a != of_b)
+      found.push_back({fmt::format("{}.{}", raw_section, word), of_a, of_b, "", "word that no field reads"});
+  }
+}
+
+} // namespace
+
+std::vector<Difference> diff(const Image &a, const Image &b) {
+  std::vector<Difference> found;
+  const int32_t rate_a = a[config::rate_word], rate_b = b[config::rate_word];
+  if (rate_a != rate_b)
+    found.push_back({"rate", std::to_string(rate_a), std::to_string(rate_b), "Hz", "sample rate"});
+  if (rate_served(rate_a) && rate_served(rate_b))
+    for (const Field &field : config::fields)
+      if (!same_words(field, a, b))
+        found.push_back(difference(field, a, b));
+  compare_raw(a, b, found);
+  return found;
+}
+
+} // namespace qv::tool::para

@@ -1,0 +1,117 @@
+#include "para/para_file.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include "para/check.h"
+#include "para/keys.h"
+#include "para/presets.h"
+#include "para/text_reader.h"
+#include "support/error.h"
+
+namespace qv::tool::para {
+
+namespace {
+
+constexpr size_t packed_size = 2 * config::word_count;
+
+std::string contents(const std::string &path) {
+  std::error_code error;
+  if (std::filesystem::is_directory(path, error))
+    throw InputError("{}: is a folder; right would be a parameter file, packed or as text", path);
+  std::ifstream file(path, std::ios::binary);
+  if (!file)
+    throw InputError("{}: cannot be read: {}", path, std::strerror(errno));
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// Text has no control characters but white space; packed parameters have zeros at least.
+bool is_packed(const std::string &bytes) {
+  return std::any_of(bytes.begin(), bytes.end(), [](unsigned char byte) {
+    return byte < ' ' && std::string_view("\t\n\r\f").find(char(byte)) == std::string_view::npos;
+  });
+}
+
+Image words_of(const std::string &bytes, const std::string &path) {
+  if (bytes.size() < packed_size)
+    throw InputError("{}: holds {} bytes of packed words; {} ({} words) are needed", path, bytes.size(), packed_size,
+                     config::word_count);
+  const auto byte = [&](size_t at) { return uint8_t(bytes[at]); };
+  if (const int swapped = byte(0) << 8 | byte(1); rate_served(swapped))
+    throw InputError("{}: word 0 is {} in big-endian order; the words must be little-endian", path, swapped);
+  Image image;
+  for (size_t i = 0; i < image.size(); ++i)
+    image[i] = int16_t(byte(2 * i) | byte(2 * i + 1) << 8);
+  return image;
+}
+
+ParaFile from_text(const std::string &name, std::string_view text, const std::filesystem::path &folder) {
+  ReadText read = read_text(text, folder);
+  return {name, read.image, false, std::move(read.log)};
+}
+
+} // namespace
+
+ParaFile load(const std::string &name) {
+  const Preset *preset = find_preset(name);
+  if (!std::filesystem::exists(name)) {
+    if (preset == nullptr)
+      throw InputError("{}: neither a file nor a preset{}", name, did_you_mean(nearest(name, preset_names())));
+    return from_text(name, preset->text, {});
+  }
+  const std::string bytes = contents(name);
+  if (bytes.empty())
+    throw InputError("{}: is empty; right would be {} bytes of packed words, or a text as `qvvoice para new` writes it",
+                     name, packed_size);
+  if (!is_packed(bytes))
+    return from_text(name, bytes, std::filesystem::path(name).parent_path());
+  ParaFile file{name, words_of(bytes, name), true, {}};
+  if (bytes.size() > packed_size)
+    file.log.warning("", fmt::format("{} bytes follow the {} words; nothing reads them", bytes.size() - packed_size,
+                                     config::word_count));
+  return file;
+}
+
+ParaFile load_valid(const std::string &name) {
+  ParaFile file = load(name);
+  std::vector<std::string> errors;
+  for (const Finding &finding : file.log.findings())
+    if (finding.severity == Severity::error)
+      errors.push_back(to_string(finding, name));
+  if (!errors.empty())
+    throw InputError("{}", fmt::join(errors, "\n"));
+  return file;
+}
+
+Findings check_file(const ParaFile &file, std::optional<int32_t> rate) {
+  Findings findings = file.log.findings();
+  if (has_errors(findings))
+    return findings;
+  for (Finding &finding : check(file.image)) {
+    finding.line = file.log.line_of(finding.key);
+    findings.push_back(std::move(finding));
+  }
+  if (rate && file.image[config::rate_word] != *rate)
+    findings.push_back({Severity::error, file.log.line_of("rate"), "rate",
+                        fmt::format("the file is for {} Hz, not {} Hz; the library refuses it with status 2",
+                                    file.image[config::rate_word], *rate)});
+  return findings;
+}
+
+std::string packed_bytes(const Image &image) {
+  std::string bytes;
+  for (const int16_t word : image) {
+    bytes += char(word & 0xff);
+    bytes += char(uint16_t(word) >> 8);
+  }
+  return bytes;
+}
+
+} // namespace qv::tool::para

@@ -1,0 +1,33 @@
+/// @file para_file.h  A parameter file, packed or as text, or a preset.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "para/finding.h"
+#include "para/words.h"
+
+namespace qv::tool::para {
+
+struct ParaFile {
+  std::string name; ///< as the user gave it
+  Image image;
+  bool packed = false; ///< the file held words, not text
+  FindingLog log;      ///< what reading a text found; the image counts only when this has no error
+};
+
+/// Reads packed words, a text, or, when there is no such file, the preset of that name.
+/// @throws InputError when there is neither, the words are too few or in the other byte order
+ParaFile load(const std::string &name);
+
+/// The same for who needs the words. @throws InputError with every error that a text has
+ParaFile load_valid(const std::string &name);
+
+/// What check() finds in the file, with the lines of its text, after what reading it found.
+/// @param rate  Hz that the file should be for, if any
+Findings check_file(const ParaFile &file, std::optional<int32_t> rate = {});
+
+/// 1000 bytes: the words in little-endian order.
+std::string packed_bytes(const Image &image);
+
+} // namespace qv::tool::para

@@ -1,0 +1,25 @@
+#include "para/presets.h"
+
+#include <algorithm>
+
+#include <fmt/format.h>
+
+namespace qv::tool::para {
+
+std::vector<std::string> preset_names() {
+  std::vector<std::string> names;
+  for (const Preset &preset : presets())
+    names.emplace_back(preset.name);
+  return names;
+}
+
+const Preset *find_preset(std::string_view name) {
+  const auto found = std::find_if(presets().begin(), presets().end(), [&](const Preset &p) { return p.name == name; });
+  return found == presets().end() ? nullptr : &*found;
+}
+
+std::string default_preset(int32_t rate, int32_t frame_len) {
+  return fmt::format("balanced-{}k-{}ms", rate / 1000, frame_len * 1000 / rate);
+}
+
+} // namespace qv::tool::para

@@ -1,0 +1,30 @@
+/// @file presets.h  The presets that are built into the tool.
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "para/words.h"
+
+namespace qv::tool::para {
+
+struct Preset {
+  std::string_view name;
+  std::string_view text; ///< text form
+};
+
+/// Every preset, by name. The array is generated from presets/*.toml.
+std::span<const Preset> presets();
+
+std::vector<std::string> preset_names();
+
+/// The preset of a name, or null.
+const Preset *find_preset(std::string_view name);
+
+/// "balanced-16k-20ms": what `process` takes when nothing is asked for.
+/// @param frame_len  samples
+std::string default_preset(int32_t rate, int32_t frame_len);
+
+} // namespace qv::tool::para

@@ -1,0 +1,20 @@
+/// @file summary.h  What a run did, for people and for machines.
+#pragma once
+
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "call/run.h"
+#include "process/inputs.h"
+
+namespace qv::tool::process {
+
+/// Everything that the user may want to know afterwards; notes, rate, frame, parameters, stages, speed, levels.
+/// A level is null for digital silence.
+nlohmann::ordered_json summarise(const Options &options, const Setup &setup, const Inputs &inputs, const Run &run);
+
+/// The same as a few lines of text.
+std::string as_text(const nlohmann::ordered_json &summary);
+
+} // namespace qv::tool::process

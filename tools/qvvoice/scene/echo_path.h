@@ -1,0 +1,20 @@
+/// @file echo_path.h  From the reference to its echo in the microphone.
+#pragma once
+
+#include "scene/scene.h"
+#include "scene/truth.h"
+
+namespace qv::tool::scene {
+
+/// y[n] = sum over k of x[n - k + response.lead] response.taps[k], x zero outside.
+Signal convolve(SignalView x, const Response &response);
+
+/// Loudspeaker limit: x / sqrt(1 + (x / limit)^2), with the signal's peak `saturation` dB above the limit.
+void soft_clip(Signal &signal, double saturation);
+
+/// The echo, up to one common gain: saturation, bulk delay, clock drift, room, and its changes, each faded in
+/// over 5 ms.
+/// @param truth  gets `delay` and `events`
+Signal echo_of(const Scene &scene, Signal reference, int rate, Truth &truth);
+
+} // namespace qv::tool::scene

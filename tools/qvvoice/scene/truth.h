@@ -1,0 +1,43 @@
+/// @file truth.h  What is known about a recording: the [truth] of scene.toml.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "signal/activity.h"
+
+namespace qv::tool::scene {
+
+/// Delay of the echo behind the reference from one moment on, in s.
+struct DelayPiece {
+  double from;  ///< s
+  double delay; ///< at `from`, first arrival at the microphone: devices and air
+  double slope; ///< s per s, from clocks that differ
+};
+
+struct EchoEvent {
+  double time;    ///< s
+  bool new_delay; ///< the bulk delay jumps
+  bool new_path;  ///< the loudspeaker's place or volume changes
+};
+
+/// A recording of one's own may have any part of it.
+struct Truth {
+  std::optional<std::vector<Interval>> far;  ///< when the microphone hears the far end
+  std::optional<std::vector<Interval>> near; ///< when the near end talks
+  std::vector<DelayPiece> delay;             ///< in order of time; empty: unknown
+  std::vector<EchoEvent> events;
+};
+
+/// @return s; nothing when unknown
+std::optional<double> delay_at(const Truth &truth, double time);
+
+/// The [truth] of a scene.toml; nothing when it has none. Other tables are not looked at.
+/// @throws InputError with file, line, key, what was found and what would be right
+std::optional<Truth> read_truth(const std::string &path);
+
+/// The [truth] of a scene.toml. Times to the microsecond.
+std::string truth_text(const Truth &truth);
+
+} // namespace qv::tool::scene
