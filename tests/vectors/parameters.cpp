@@ -12,7 +12,7 @@ using qv::config::Field;
 using qv::config::Image;
 
 struct Word {
-  std::string_view record, name;
+  std::string_view section, name;
   int32_t value; ///< as the file stores it, for every element of the field
 };
 
@@ -61,22 +61,23 @@ constexpr Word tuning[] = {
     {"tx.cng", "fNoiseGain", 8},
 };
 
-const Field &field_of(std::string_view record, std::string_view name) {
+/// The field of that name in a section or one of its parts ("aec" holds "aec.suppressor").
+const Field &field_of(std::string_view section, std::string_view name) {
   for (const Field &field : qv::config::fields)
-    if (field.record == record && field.name == name)
+    if (field.section.starts_with(section) && field.name == name)
       return field;
   std::abort();
 }
 
 void set(Image &image, int32_t rate, const Word &word) {
-  const Field &field = field_of(word.record, word.name);
+  const Field &field = field_of(word.section, word.name);
   for (int32_t i = 0; i < field.count(rate); ++i)
     image[size_t(field.word(rate, i))] = int16_t(word.value);
 }
 
 /// Half of a response: taps of falling size on both sides of a large centre.
-void set_taps(Image &image, int32_t rate, std::string_view record, int32_t half_taps, uint32_t seed) {
-  const Field &field = field_of(record, "afCoef");
+void set_taps(Image &image, int32_t rate, std::string_view section, int32_t half_taps, uint32_t seed) {
+  const Field &field = field_of(section, "afCoef");
   for (int32_t i = 0; i < half_taps; ++i) {
     seed = seed * 1664525u + 1013904223u;
     const int32_t tap = (int32_t(seed >> 16) - 32768) / (16 + 4 * (half_taps - i));
