@@ -47,6 +47,21 @@ TEST(Delay, the_smaller_of_two_equal_delays_wins) {
   EXPECT_EQ(st.swLastDelayProb, 1001) << "and what would replace it becomes easier";
 }
 
+// The first block with any power is above half of itself in every bin.
+TEST(Delay, thresholds_start_from_the_first_signal) {
+  const Services services({8000, 128});
+  const AecDelayPara para = {1, 64, 32, 0};
+  AecDelayState st;
+  AEC_DelayInit(&para, &st);
+  const Samples noise = sampled(white_noise(128, 1000.f, 1)), silent(128, 0);
+  AEC_DelayProcess(silent.data(), silent.data(), 128, &st);
+  EXPECT_EQ(st.swFarThrInit, 0);
+  AEC_DelayProcessSub(silent.data(), noise.data(), 64, &st);
+  EXPECT_EQ(st.stBinary.auwFarHist[0], 0xffffffffu);
+  EXPECT_EQ(st.swNearThrInit, 0);
+  AEC_DelayDestroy(&st);
+}
+
 // A mean moves towards 512 times the block's count by a fraction 2^-shifts, shifts = 13 - (3 bits >> 4),
 // rounded towards zero on both sides.
 TEST(Delay, means_move_by_steps_rounded_towards_zero) {

@@ -75,6 +75,12 @@ TEST(AdaptiveFilter, cancels_noise_and_speech_at_every_layout) {
       const Samples mic = sampled(through(short_path(layout, 3), ref));
       const Samples out = filter.run(mic, sampled(ref));
       EXPECT_GT(reduction_db(mic, out, layout, 4, 5), 25.0) << layout << (speech ? " speech" : " noise");
+      EXPECT_LE(filter.st.fLeak, 0.2f) << layout << (speech ? " speech" : " noise");
+      Signal taps(size_t(2 * layout.n));
+      VOICE_Ifft(filter.st.pfWBg, taps.data(), 2 * layout.n);
+      const auto middle = taps.begin() + layout.n;
+      EXPECT_LT(std::abs(*std::max_element(middle, taps.end())), 1e-3f * *std::max_element(taps.begin(), middle))
+          << layout << "a partition has N taps";
     }
 }
 
@@ -114,7 +120,7 @@ TEST(AdaptiveFilter, a_loud_near_end_leaves_what_was_learnt) {
     const Samples mic = sampled(echo + near);
     const Samples out = filter.run(mic, sampled(ref));
     EXPECT_GT(reduction_db(mic, out, layout, 4, 5), 25.0) << layout;
-    EXPECT_GT(reduction_db(mic, out, layout, 15, 15.5), 15.0) << layout;
+    EXPECT_GT(reduction_db(mic, out, layout, 15, 15.5), 25.0) << layout;
   }
 }
 

@@ -113,14 +113,21 @@ inline bool all_finite(const Memories &memories) {
   return !memories.empty() && std::ranges::all_of(memories, finite);
 }
 
-// The transforms and the filter bank of a layout.
+// The transforms and the filter bank of a layout, shared by everything that is alive.
 struct Services {
   explicit Services(Layout layout) {
+    if (users++ > 0)
+      return;
     VOICE_FftInit();
     VOICE_SignalInit(layout.rate, layout.bands(), layout.n);
   }
   ~Services() {
+    if (--users > 0)
+      return;
     VOICE_FftDestroy();
     VOICE_SignalDestroy();
   }
+  Services(const Services &) = delete;
+  Services &operator=(const Services &) = delete;
+  static inline int32_t users = 0;
 };
