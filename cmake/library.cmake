@@ -2,7 +2,7 @@
 # sources for processors with AVX2 and FMA, which the loader picks by itself (glibc-hwcaps). Both give the
 # same bits.
 
-find_package(kissfft CONFIG REQUIRED COMPONENTS SHARED float)
+include(${CMAKE_CURRENT_LIST_DIR}/kissfft.cmake)
 
 file(GLOB_RECURSE QVVOICE_SOURCES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/*.cpp)
 set(QVVOICE_SOVERSION 1) # rises when a name or record of the installed headers changes or goes
@@ -16,8 +16,8 @@ function(qvvoice_add_library name)
   # exceptions are part of them, and both keep loops from being vectorised.
   target_compile_options(${name} PRIVATE -ffp-contract=off -fno-math-errno -fno-trapping-math -fno-exceptions -fno-rtti ${ARGN})
   target_compile_definitions(${name} PRIVATE QVVOICE_VERSION="${PROJECT_VERSION}")
-  # An application needs neither to build against the installed library.
-  target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:kissfft::kissfft-float> $<BUILD_INTERFACE:qvvoice_warnings>)
+  target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:qvvoice_warnings>)
+  qvvoice_link_kissfft(${name} ${ARGN})
   target_link_options(${name} PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/src/libqvvoice.map -Wl,--as-needed -static-libgcc)
   if(NOT QVVOICE_SANITIZE) # clang's sanitizers are in the program only
     target_link_options(${name} PRIVATE -Wl,--no-undefined)

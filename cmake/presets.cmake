@@ -1,32 +1,7 @@
-# Presets: their texts become part of the tool, their packed form is made by the tool, both are installed.
-file(GLOB preset_texts CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/presets/*.toml)
-set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${preset_texts})
+# Presets: packed by the tool that has just been built, and installed in both forms.
 
-# Writes OUTPUT, the source of para::presets().
-function(qvvoice_embed_presets output)
-  set(entries "")
-  foreach(text IN LISTS preset_texts)
-    get_filename_component(name ${text} NAME_WE)
-    file(READ ${text} content)
-    string(APPEND entries "    {\"${name}\", R\"toml(${content})toml\"},\n")
-  endforeach()
-  file(CONFIGURE OUTPUT ${output} @ONLY CONTENT [[
-#include "para/presets.h"
-
-namespace qv::tool::para {
-
-std::span<const Preset> presets() {
-  static constexpr Preset all[] = {
-@entries@  };
-  return all;
-}
-
-} // namespace qv::tool::para
-]])
-endfunction()
-
-# Packs every preset with the tool that has just been built.
 function(qvvoice_pack_presets tool)
+  set(preset_texts ${ARGN})
   set(packed_files "")
   foreach(text IN LISTS preset_texts)
     get_filename_component(name ${text} NAME_WE)

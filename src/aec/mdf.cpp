@@ -40,8 +40,9 @@ constexpr auto owned = [](AecMdfState &st, auto visit) {
 /// watchdog sees do not show these.
 bool undefined_memory(const AecMdfState &st) {
   const float sum = st.fMemOut + st.fLeak + st.fSumAdapt + st.fDavg1 + st.fDavg2 + st.fDvar1 + st.fDvar2;
-  return !std::isfinite(sum) || !qv::all_finite(st.pfErrPsdAvg, st.swFrameLen + 1) ||
-         !qv::all_finite(st.pfEchoPsdAvg, st.swFrameLen + 1);
+  const int32_t bins = st.swFrameLen + 1;
+  return !std::isfinite(sum) || !qv::all_finite(st.pfFarPow, bins) || !qv::all_finite(st.pfErrPsdAvg, bins) ||
+         !qv::all_finite(st.pfEchoPsdAvg, bins);
 }
 
 /// Back to the untrained filter. What a reset keeps is made good if it is undefined.

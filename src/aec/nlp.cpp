@@ -4,6 +4,7 @@
 #include "qvvoice/aec/nlp.h"
 
 #include <algorithm>
+#include <cmath>
 #include <initializer_list>
 
 #include "aec/frame_report.h"
@@ -35,6 +36,8 @@ void transform(float *time, float *spectrum, const AecNlpState &st) {
   for (int32_t i = 0; i < st.swFftLen; ++i)
     time[i] *= st.pfWindow[i];
   VOICE_Fft(time, spectrum, st.swFftLen);
+  if (!std::isfinite(spectrum[0])) // the sum of all samples: one undefined value spoils every bin
+    std::fill_n(spectrum, st.swFftLen, 0.f);
 }
 
 void smooth(float *average, const float *now, int32_t count) {

@@ -162,7 +162,7 @@ constexpr std::array<Field, 11> gain_control(std::string_view section, int32_t w
     {section, "slope_low", "fSlopeLow", q12, scalar, word + 5, 0, 0, at + offsetof(AgcPara, fSlopeLow), "dB/dB", 0, 4, 1,
      "slope at or below the lower knee: above 1 expands"},
     {section, "slope_mid", "fSlopeMid", q12, scalar, word + 6, 0, 0, at + offsetof(AgcPara, fSlopeMid), "dB/dB", 0, 4, 1,
-     "slope between the knees: below 1 lifts quiet talkers"},
+     "slope between the knees: below 1 lifts quiet talkers, by (1 - slope) times the distance from the upper knee"},
     {section, "slope_high", "fSlopeHigh", q12, scalar, word + 7, 0, 0, at + offsetof(AgcPara, fSlopeHigh), "dB/dB", 0, 4, 0.5f,
      "slope above the upper knee: below 1 limits"},
     {section, "ramp_low", "swRampLow", integer, scalar, word + 8, 0, 0, at + offsetof(AgcPara, swRampLow), "samples", 0, 32767, 320,

@@ -13,7 +13,7 @@ mv "$work/installed" "$prefix"
 
 export PKG_CONFIG_PATH="$prefix/$libdir/pkgconfig"
 "$cc" -std=c11 -Wall -Wextra -Wpedantic -Werror "$examples/minimal.c" $(pkg-config --cflags --libs qvvoice) -o "$work/by_pkg_config"
-"$cmake" -S "$here/find_package" -B "$work/build" -DCMAKE_C_COMPILER="$cc" -DCMAKE_PREFIX_PATH="$prefix" \
+"$cmake" -S "$here/find_package" -B "$work/build" -G Ninja -DCMAKE_C_COMPILER="$cc" -DCMAKE_PREFIX_PATH="$prefix" \
   -DEXAMPLES="$examples" >/dev/null
 "$cmake" --build "$work/build" >/dev/null
 

@@ -11,12 +11,12 @@ namespace {
 
 using namespace qv::test;
 
-constexpr int64_t rounds = 3'000'000;
+constexpr int64_t rounds = 1'000'000;
 
 template <class Real> struct Arguments { Real a, b, c; };
 
-/// Factors of any magnitude; the addend is unrelated, or cancels the product to within some bits, or sits near half a
-/// unit of its last place, where a second rounding goes wrong.
+/// Factors of any magnitude; the addend is unrelated, or cancels the product to within some bits, or is half a unit
+/// of the last place away from it, where a second rounding goes wrong.
 template <class Real> class Source {
 public:
   Source(uint32_t seed, int least_exponent, int greatest_exponent)
@@ -31,16 +31,22 @@ public:
       return {a, b, -product};
     case 2:
       return {a, b, -product * (1 + std::ldexp(Real(1), -int(random_() % 60)))};
-    default: // c + half of its last place, give or take a trifle
-      return {short_number(), std::ldexp(short_number(), -std::numeric_limits<Real>::digits), short_number()};
+    default:
+      return near_half_way();
     }
   }
 
 private:
   Real sign() { return random_() & 1 ? Real(1) : Real(-1); }
   Real factor() { return sign() * std::ldexp(1 + mantissa_(random_), exponent_(random_)); }
-  /// Few bits set: products and sums that end in exact halves.
-  Real short_number() { return sign() * (1 + std::ldexp(Real(random_() % 4), -int(random_() % 24))); }
+
+  /// An addend of any last bit, and half a unit of it less a trifle: (1 + t)(1 - t) = 1 - t^2.
+  Arguments<Real> near_half_way() {
+    constexpr int digits = std::numeric_limits<Real>::digits;
+    const Real t = std::ldexp(Real(1 + random_() % 3), -2 - int(random_() % (digits - 2)));
+    const Real addend = 1 + std::ldexp(Real(random_() % 8), 1 - digits);
+    return {sign() * (1 + t), std::ldexp(1 - t, -digits), sign() * addend};
+  }
 
   std::mt19937_64 random_;
   std::uniform_int_distribution<int> exponent_;

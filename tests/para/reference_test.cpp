@@ -98,6 +98,14 @@ TEST(Plots, a_flat_response_is_an_impulse_and_one_tap_a_gain) {
   EXPECT_NEAR(design_fir(flat, 1, 8000).at(0), gain, 1e-12);
 }
 
+// A Hamming window leaves ripples of -53 dB beside a step, over a transition of 3.3 rate / taps.
+TEST(Plots, a_step_has_the_ripple_of_the_window) {
+  const ResponsePoint step[] = {{1000, 0}, {1001, -90}};
+  const auto half = design_fir(step, 257, 8000);
+  for (double hz = 1000 + 3.3 * 8000 / 257 / 2; hz <= 4000; hz += 2)
+    ASSERT_LT(response_db(half, hz, 8000), -51) << hz;
+}
+
 /// Numbers of the n-th polyline of a picture.
 std::vector<std::pair<double, double>> polyline(const std::string &svg, size_t n) {
   size_t at = 0;
@@ -112,18 +120,21 @@ std::vector<std::pair<double, double>> polyline(const std::string &svg, size_t n
 }
 
 TEST(Plots, pictures_show_curves_knees_and_bands) {
-  const Image image = image_of("rate = 8000\n[tx.agc]\nknee_low_db = -45\n[rx.agc]\nenable = false\n[aec.double_talk]\n"
-                               "judge = [true, true, true, true, true, false]\n");
-  const std::string agc = plot_gain_control(image, "a<b.toml"), eq = plot_equaliser(image, "b"),
+  const Image image = image_of(
+      "rate = 8000\n[tx.agc]\nknee_low_db = -45\nslope_mid = 0.5\n[rx.agc]\nenable = false\n[aec.double_talk]\n"
+      "judge = [true, true, true, true, true, false]\n");
+  const std::string agc = plot_gain_control(image, "a<b&c.toml"), eq = plot_equaliser(image, "b"),
                     dtd = plot_double_talk(image, "c");
   EXPECT_NE(agc.find("transmit: knees at -45 dB"), std::string::npos);
   EXPECT_NE(agc.find("receive (off): knees"), std::string::npos);
-  EXPECT_NE(agc.find("a&lt;b.toml"), std::string::npos);
+  EXPECT_NE(agc.find("a&lt;b&amp;c.toml"), std::string::npos);
   EXPECT_NE(dtd.find(">2549<"), std::string::npos);
   const auto diagonal = polyline(agc, 0), curve = polyline(agc, 2);
   ASSERT_EQ(curve.size(), 361u);
   EXPECT_EQ(curve.front().first, diagonal.front().first); // -90 dB at the left, 0 dB at the right
   EXPECT_EQ(curve.back().first, diagonal.back().first);
+  const double px_per_db = (diagonal.back().second - diagonal.front().second) / 90;
+  EXPECT_NEAR(curve[180].second, diagonal.back().second + px_per_db * -28.5, 0.1); // -45 dB in, -12 - 0.5 * 33 dB out
   EXPECT_EQ(polyline(dtd, 0).size(), 12u) << "two ends for each of six groups";
   for (const std::string &svg : {agc, eq, dtd}) {
     EXPECT_EQ(svg.substr(0, 5), "<svg ");

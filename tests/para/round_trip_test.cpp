@@ -41,8 +41,10 @@ TEST(RoundTrip, presets_and_defaults_come_back) {
   ASSERT_EQ(presets().size(), 4u);
   for (const Preset &preset : presets())
     expect_round_trip(load_valid(std::string(preset.name)).image, std::string(preset.name));
-  for (const int32_t rate : {8000, 16000})
+  for (const int32_t rate : {8000, 16000}) {
     expect_round_trip(config::default_image(rate), std::to_string(rate));
+    EXPECT_EQ(write_text(config::default_image(rate)).find("[raw]"), std::string::npos) << "only what is there";
+  }
 }
 
 // Every word of every encoding has a decimal of its own, no longer than the step needs.

@@ -29,6 +29,8 @@ const Mistake mistakes[] = {
     {"[agc]\nenable = true", error, 2, "agc", "no such section", "tx.agc"},
     {"[tx.agc]\nknee_low = -50", error, 3, "tx.agc.knee_low", "no such key", "tx.agc.knee_low_db"},
     {"[tx.agc]\nfKneeLowDb = -50", error, 3, "tx.agc.fKneeLowDb", "no such key", "tx.agc.knee_low_db"},
+    {"[tx.cng]\nenabl = true", error, 3, "tx.cng.enabl", "no such key", "tx.cng.enable"},
+    {"[tx.agc]\nramp_midd = 1", error, 3, "tx.agc.ramp_midd", "no such key", "tx.agc.ramp_mid"},
     {"knee_low_db = -50", error, 2, "knee_low_db", "no such key", "tx.agc.knee_low_db"},
     {"[aec]\nnoise_scale = 1", error, 3, "aec.noise_scale", "no such key", "tx.anr.noise_scale"},
     {"aec = 1", error, 2, "aec", "1", "[aec]"},
@@ -95,7 +97,7 @@ TEST(ParaFile, wrong_files_are_refused_with_what_would_be_right) {
   for (size_t i = 0; i < swapped.size(); i += 2)
     std::swap(swapped[i], swapped[i + 1]);
   const std::pair<std::string, const char *> files[] = {
-      {folder.file("short.para", packed.substr(0, 998)), "holds 998 bytes of packed words; 1000"},
+      {folder.file("short.para", packed.substr(0, 998)), "holds 998 bytes; 1000"},
       {folder.file("swapped.para", swapped), "word 0 is 16000 in big-endian order"},
       {folder.file("empty.para", ""), "is empty"},
       {folder.path(), "is a folder"},

@@ -68,10 +68,10 @@ TEST(ParaVerb, statuses_tell_wanting_from_wrong_input) {
   EXPECT_EQ(status({"pack", packed, "--out", folder.file("twice.para")}), 2);
   EXPECT_EQ(status({"show", packed, "--out", packed}), 2) << "an input is never overwritten";
   for (const std::vector<std::string> &arguments : {std::vector<std::string>{"new", "--preset", "balanced"},
-                                                   {"fields", "agc"},
-                                                   {"plot", folder.file("zero", std::string(1000, 0)), "--out", "x"},
-                                                   {"show", folder.file("none.toml")},
-                                                   {}})
+                                                    {"fields", "agc"},
+                                                    {"plot", folder.file("zero", std::string(1000, 0)), "--out", "x"},
+                                                    {"show", folder.file("none.toml")},
+                                                    {}})
     EXPECT_EQ(status(arguments), 2);
   const std::string json = para({"check", bad, "--json"}).out;
   EXPECT_NE(json.find("\"line\": 3"), std::string::npos) << json;

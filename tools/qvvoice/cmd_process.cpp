@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "call/trace_table.h"
+#include "para/presets.h"
 #include "process/summary.h"
 #include "support/error.h"
 #include "verbs.h"
@@ -81,8 +82,11 @@ void add_results(CLI::App &verb, Options &options) {
 
 void add_settings(CLI::App &verb, Options &options) {
   const std::string group = "Settings";
-  verb.add_option("--para", options.para, "Binary parameter file (the default of the rate)")
-      ->type_name("FILE")
+  CLI::Option *para =
+      verb.add_option("--para", options.para, "Parameter file, packed or as text")->type_name("FILE")->group(group);
+  verb.add_option("--preset", options.para, "Built-in parameters (balanced, for the rate and frame length)")
+      ->check(CLI::IsMember(para::preset_names()))
+      ->excludes(para)
       ->group(group);
   verb.add_option("--rate", options.rate, "Rate to run at, Hz (8000 if the first input has no more, else 16000)")
       ->check(CLI::IsMember({8000, 16000}))

@@ -33,7 +33,7 @@ const std::vector<std::string> &raw_encodings();
 struct Source {
   std::string path;
   int channel = 0; ///< from 1; 0 takes the only channel and refuses a file with several
-  std::optional<RawFormat> raw;
+  std::optional<RawFormat> raw = {};
   std::string channel_option = "--channel"; ///< how the user chooses the channel
 };
 

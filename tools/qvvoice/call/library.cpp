@@ -1,5 +1,6 @@
 #include "call/library.h"
 
+#include <cstdlib>
 #include <stdexcept>
 
 namespace qv::tool {
@@ -13,6 +14,7 @@ void require_ok(int32_t status) {
 } // namespace
 
 Library::Library(const Setup &setup) : frame_len_(uint32_t(setup.frame_len)) {
+  std::srand(1); // comfort noise draws from rand(): every run gets the numbers of a process's first
   require_ok(QV_VOICE_InitImage(setup.para.data(), setup.rate, setup.frame_len));
 }
 

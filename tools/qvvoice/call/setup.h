@@ -18,13 +18,13 @@ struct Setup {
 /// @throws InputError unless the rate is 8000 or 16000 Hz and the frame 16 or 20 ms long
 void check_layout(int rate, int frame_ms);
 
-/// Reads 500 little-endian words; whatever follows them is ignored.
-/// @throws InputError when the file cannot be read, is short, or lacks the magic word 9
-config::Image read_image(const std::string &path);
+/// @param name  parameter file, packed or as text, or the name of a preset
+/// @throws InputError when the file cannot be read, has errors or lacks the magic word 9
+config::Image read_image(const std::string &name);
 
-/// @param para_path  binary parameter file; without one the default parameters of the rate hold
-/// @throws InputError for a layout that is not served, or a file that read_image refuses or that is for
-///         another rate
-Setup make_setup(const std::optional<std::string> &para_path, int rate, int frame_ms);
+/// @param para  as for read_image; without it the preset `balanced` of the layout
+/// @throws InputError for a layout that is not served, and for a file that read_image refuses or that is for another
+///         rate
+Setup make_setup(const std::optional<std::string> &para, int rate, int frame_ms);
 
 } // namespace qv::tool

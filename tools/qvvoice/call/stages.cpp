@@ -1,40 +1,31 @@
 #include "call/stages.h"
 
-#include <algorithm>
+#include "para/words.h"
 
 namespace qv::tool {
-namespace {
-
-int switch_word(const Setup &setup, std::string_view record, std::string_view name) {
-  const auto field = std::find_if(config::fields.begin(), config::fields.end(), [&](const config::Field &candidate) {
-    return candidate.record == record && candidate.name == name;
-  });
-  return setup.para[size_t(field->word(setup.rate, 0))];
-}
-
-} // namespace
 
 std::vector<Stage> tx_stages(const Setup &setup) {
-  const auto word = [&](std::string_view record, std::string_view name) { return switch_word(setup, record, name); };
-  const bool canceller = word("aec", "swAecEnable") == 1;
-  const bool by_ratio = canceller && word("aec", "swSerSupEnable") == 1;
+  const para::Values values(setup.para);
+  const bool canceller = values.on("aec.enable");
+  const bool by_ratio = canceller && values.on("aec.suppressor.echo_ratio");
   return {
-      {"noise_reducer", word("tx.anr", "swAnrEnable") != 0},
+      {"noise_reducer", values.on("tx.anr.enable")},
       {"echo_canceller", canceller},
-      {"delay_tracking", canceller && word("aec", "swDelayEstEnable") == 1},
+      {"delay_tracking", canceller && values.on("aec.track_delay")},
       {"ratio_suppressor", by_ratio},
-      {"coherence_suppressor", canceller && !by_ratio && word("aec", "swCohSupEnable") == 1},
-      {"gain_control", word("tx.agc", "swAgcEnable") != 0},
-      {"equaliser", word("tx.eq", "swEqEnable") != 0},
-      {"comfort_noise", word("tx.cng", "swCngEnable") != 0},
+      {"coherence_suppressor", canceller && !by_ratio && values.on("aec.suppressor.coherence")},
+      {"gain_control", values.on("tx.agc.enable")},
+      {"equaliser", values.on("tx.eq.enable")},
+      {"comfort_noise", values.on("tx.cng.enable")},
   };
 }
 
 std::vector<Stage> rx_stages(const Setup &setup) {
+  const para::Values values(setup.para);
   return {
-      {"noise_reducer", switch_word(setup, "rx.anr", "swAnrEnable") != 0},
-      {"gain_control", switch_word(setup, "rx.agc", "swAgcEnable") != 0},
-      {"equaliser", switch_word(setup, "rx.eq", "swEqEnable") != 0},
+      {"noise_reducer", values.on("rx.anr.enable")},
+      {"gain_control", values.on("rx.agc.enable")},
+      {"equaliser", values.on("rx.eq.enable")},
   };
 }
 

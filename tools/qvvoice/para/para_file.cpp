@@ -28,7 +28,7 @@ std::string contents(const std::string &path) {
     throw InputError("{}: is a folder; right would be a parameter file, packed or as text", path);
   std::ifstream file(path, std::ios::binary);
   if (!file)
-    throw InputError("{}: cannot be read: {}", path, std::strerror(errno));
+    throw InputError("{}: parameter file cannot be read: {}", path, std::strerror(errno));
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
@@ -41,7 +41,7 @@ bool is_packed(const std::string &bytes) {
 
 Image words_of(const std::string &bytes, const std::string &path) {
   if (bytes.size() < packed_size)
-    throw InputError("{}: holds {} bytes of packed words; {} ({} words) are needed", path, bytes.size(), packed_size,
+    throw InputError("{}: parameter file holds {} bytes; {} ({} words) are needed", path, bytes.size(), packed_size,
                      config::word_count);
   const auto byte = [&](size_t at) { return uint8_t(bytes[at]); };
   if (const int swapped = byte(0) << 8 | byte(1); rate_served(swapped))
@@ -60,12 +60,10 @@ ParaFile from_text(const std::string &name, std::string_view text, const std::fi
 } // namespace
 
 ParaFile load(const std::string &name) {
-  const Preset *preset = find_preset(name);
-  if (!std::filesystem::exists(name)) {
-    if (preset == nullptr)
-      throw InputError("{}: neither a file nor a preset{}", name, did_you_mean(nearest(name, preset_names())));
+  if (const Preset *preset = find_preset(name))
     return from_text(name, preset->text, {});
-  }
+  if (!std::filesystem::exists(name))
+    throw InputError("{}: parameter file cannot be read: there is neither a file nor a preset of that name{}", name, did_you_mean(nearest(name, preset_names())));
   const std::string bytes = contents(name);
   if (bytes.empty())
     throw InputError("{}: is empty; right would be {} bytes of packed words, or a text as `qvvoice para new` writes it",

@@ -16,7 +16,7 @@ struct ParaFile {
   FindingLog log;      ///< what reading a text found; the image counts only when this has no error
 };
 
-/// Reads packed words, a text, or, when there is no such file, the preset of that name.
+/// Reads the preset of that name, else a file of packed words or of text.
 /// @throws InputError when there is neither, the words are too few or in the other byte order
 ParaFile load(const std::string &name);
 

@@ -12,7 +12,7 @@ struct Options {
   std::optional<std::string> raw; ///< encoding
   std::optional<int> raw_rate, raw_channels;
   std::optional<std::string> out, played, trace; ///< results
-  std::optional<std::string> para;
+  std::optional<std::string> para; ///< file or preset
   std::optional<int> rate; ///< Hz
   int frame_ms = 20;
   bool compensate = false;
