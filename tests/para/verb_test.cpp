@@ -36,7 +36,7 @@ Outcome para(std::vector<std::string> arguments) {
 TEST(ParaVerb, from_nothing_to_a_packed_file_and_back) {
   const Folder folder;
   const std::string text = folder.file("my.toml"), packed = folder.file("my.para"), again = folder.file("again.toml");
-  EXPECT_EQ(para({"new", "--preset", "balanced-8k-20ms", "--out", text}).status, 0);
+  EXPECT_EQ(para({"new", "--base", "balanced-8k-20ms", "--out", text}).status, 0);
   EXPECT_EQ(para({"check", text, "--rate", "8000", "--strict"}).status, 0);
   EXPECT_EQ(para({"pack", text, "--out", packed}).status, 0);
   EXPECT_EQ(bytes_of(packed), packed_bytes(load_valid("balanced-8k-20ms").image));
@@ -67,7 +67,7 @@ TEST(ParaVerb, statuses_tell_wanting_from_wrong_input) {
   EXPECT_EQ(status({"pack", bad, "--out", packed, "--force"}), 0);
   EXPECT_EQ(status({"pack", packed, "--out", folder.file("twice.para")}), 2);
   EXPECT_EQ(status({"show", packed, "--out", packed}), 2) << "an input is never overwritten";
-  for (const std::vector<std::string> &arguments : {std::vector<std::string>{"new", "--preset", "balanced"},
+  for (const std::vector<std::string> &arguments : {std::vector<std::string>{"new", "--base", "balanced"},
                                                     {"fields", "agc"},
                                                     {"plot", folder.file("zero", std::string(1000, 0)), "--out", "x"},
                                                     {"show", folder.file("none.toml")},

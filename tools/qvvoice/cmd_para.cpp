@@ -26,7 +26,7 @@ constexpr const char *file_help = "parameter file, packed or as text, or the nam
 
 struct Options {
   std::string file, other, out;
-  std::string preset = default_preset(16000, 320);
+  std::string base = default_preset(16000, 320);
   std::string section, form;
   std::optional<int32_t> rate;
   bool json = false, force = false, strict = false;
@@ -57,10 +57,10 @@ void emit(const std::string &text, const Options &options) {
 }
 
 void run_new(const Options &options) {
-  if (find_preset(options.preset) == nullptr)
-    throw InputError("--preset: there is no preset \"{}\"{}", options.preset,
-                     did_you_mean(nearest(options.preset, preset_names())));
-  emit(write_new(options.preset), options);
+  if (find_preset(options.base) == nullptr)
+    throw InputError("--base: there is no preset \"{}\"{}", options.base,
+                     did_you_mean(nearest(options.base, preset_names())));
+  emit(write_new(options.base), options);
 }
 
 void run_pack(const Options &options) {
@@ -182,10 +182,9 @@ void add_para(CLI::App &app) {
               "  qvvoice para plot my.toml --out plots\n"
               "  qvvoice para pack my.toml --out my.para   what the library reads");
 
-  add_command(para, "new", "A commented text to start from", "--preset balanced-8k-20ms --out my.toml", run_new,
+  add_command(para, "new", "A commented text to start from", "--base balanced-8k-20ms --out my.toml", run_new,
               [](CLI::App &command, Options &options) {
-                command
-                    .add_option("--preset", options.preset, "preset that the text is based on (see qvvoice presets)")
+                command.add_option("--base", options.base, "preset that the text is based on (see qvvoice presets)")
                     ->capture_default_str();
                 add_out(command, options);
               });
