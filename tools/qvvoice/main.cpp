@@ -26,6 +26,7 @@ int main(int argc, char **argv) {
   qv::tool::add_para(app);
   qv::tool::add_presets(app);
   qv::tool::add_scene(app);
+  qv::tool::add_diagnose(app);
   try {
     app.parse(argc, argv);
     if (app.get_subcommands().empty())

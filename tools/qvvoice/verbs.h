@@ -13,5 +13,6 @@ void add_process(CLI::App &app);
 void add_para(CLI::App &app);
 void add_presets(CLI::App &app);
 void add_scene(CLI::App &app);
+void add_diagnose(CLI::App &app);
 
 } // namespace qv::tool
