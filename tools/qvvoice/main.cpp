@@ -25,6 +25,7 @@ int main(int argc, char **argv) {
   qv::tool::add_process(app);
   qv::tool::add_para(app);
   qv::tool::add_presets(app);
+  qv::tool::add_measure(app);
   qv::tool::add_scene(app);
   qv::tool::add_diagnose(app);
   try {

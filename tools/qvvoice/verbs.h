@@ -12,6 +12,7 @@ namespace qv::tool {
 void add_process(CLI::App &app);
 void add_para(CLI::App &app);
 void add_presets(CLI::App &app);
+void add_measure(CLI::App &app);
 void add_scene(CLI::App &app);
 void add_diagnose(CLI::App &app);
 

@@ -1,0 +1,161 @@
+// The verb `measure`: what the library, or another system, makes of a recording or a set.
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <thread>
+
+#include "measure/set.h"
+#include "support/error.h"
+#include "verbs.h"
+
+namespace qv::tool {
+namespace {
+
+using measure::Json;
+
+constexpr const char *examples = R"(
+One call with its truth, as qvvoice scene makes it
+  qvvoice measure calls/double-talk-16k
+A recording of which nothing else is known
+  qvvoice measure --mic mic.wav --ref loudspeaker.wav
+A whole set at both frame lengths, as a table and as JSON
+  qvvoice measure --set calls --frame-ms 16 20
+  qvvoice measure --set calls --json > today.json
+Two parameter files, or another system's outputs (others/double-talk-16k.wav and so on), side by side
+  qvvoice measure --set calls --para new8k.bin new16k.bin --against today.json
+  qvvoice measure --set calls --against others
+docs/measures.md defines every measure.)";
+
+struct Options {
+  std::string folder, mic, ref, set;
+  std::string out;
+  int out_delay = 0;
+  std::vector<std::string> para;
+  std::vector<int> frame_ms = {20};
+  std::string against;
+  int jobs = int(std::max(1u, std::thread::hardware_concurrency()));
+  bool list = false, json = false, csv = false;
+};
+
+/// With the first parameters for the recording's rate; make_setup says what is wrong when there are none.
+Setup setup_for(const Options &options, int rate) {
+  for (const std::string &path : options.para)
+    if (read_image(path)[config::rate_word] == rate)
+      return make_setup(path, rate, options.frame_ms[0]);
+  return make_setup(options.para.empty() ? std::nullopt : std::optional(options.para[0]), rate, options.frame_ms[0]);
+}
+
+Json measure_one(const Options &options, const std::string &out) {
+  const measure::Subject subject =
+      options.mic.empty() ? measure::read_folder(options.folder) : measure::read_pair(options.mic, options.ref);
+  const measure::Output output = out.empty() ? measure::run_library(subject, setup_for(options, subject.rate))
+                                             : measure::read_output(subject, out, options.out_delay);
+  return measure::as_set({measure::to_json(subject, output, measure::measure(subject, output))});
+}
+
+/// Where the output of a recording lies: DIR/NAME.wav, or DIR/NAME/out.wav.
+std::string output_path(const std::string &folder, const std::string &name) {
+  const std::string file = fmt::format("{}/{}.wav", folder, name);
+  return std::filesystem::exists(file) ? file : fmt::format("{}/{}/out.wav", folder, name);
+}
+
+/// @param out  folder of outputs that were made elsewhere; empty: the library runs, at every frame length
+Json measure_set(const Options &options, const std::string &out) {
+  std::vector<measure::Job> jobs;
+  for (const std::string &folder : measure::recording_folders(options.set)) {
+    const std::string name = std::filesystem::relative(folder, options.set).string();
+    if (!out.empty()) {
+      jobs.push_back(
+          {name, folder, {"--out", output_path(out, name), "--out-delay", std::to_string(options.out_delay)}});
+      continue;
+    }
+    for (const int ms : options.frame_ms) {
+      jobs.push_back({name, folder, {"--frame-ms", std::to_string(ms)}});
+      for (const std::string &para : options.para)
+        jobs.back().arguments.insert(jobs.back().arguments.end(), {"--para", para});
+    }
+  }
+  Progress bar("measuring");
+  return measure::run_jobs(std::filesystem::read_symlink("/proc/self/exe").string(), jobs, options.jobs, std::ref(bar));
+}
+
+Json measure_all(const Options &options, const std::string &out) {
+  return options.set.empty() ? measure_one(options, out) : measure_set(options, out);
+}
+
+Json read_results(const std::string &path) try {
+  std::ifstream file(path);
+  Json results = Json::parse(file);
+  if (!results.is_object() || !results.contains("recordings"))
+    throw InputError("{}: is not what qvvoice measure --json prints: it has no \"recordings\"", path);
+  return results;
+} catch (const Json::exception &error) {
+  throw InputError("{}: cannot be read as JSON: {}", path, error.what());
+}
+
+void run(const Options &options) {
+  Json results = measure_all(options, options.out);
+  if (!options.against.empty()) {
+    const Json other =
+        options.against.ends_with(".json") ? read_results(options.against) : measure_all(options, options.against);
+    for (const Json &failed : other.value("failed", Json::array()))
+      fmt::print(stderr, "qvvoice: against {}: {}\n", std::string(failed["name"]), std::string(failed["message"]));
+    for (const std::string &name : measure::compare(results, other))
+      fmt::print(stderr, "qvvoice: {}: {} has no results to compare with\n", name, options.against);
+  }
+  if (options.json)
+    fmt::print("{}\n", results.dump(2, ' ', false, Json::error_handler_t::replace));
+  else
+    fmt::print("{}", options.csv ? measure::as_csv(results) : measure::as_text(results));
+  if (!results["failed"].empty())
+    throw InputError("{} of {} recordings failed; they are named above", results["failed"].size(),
+                     results["failed"].size() + results["recordings"].size());
+}
+
+} // namespace
+
+void add_measure(CLI::App &app) {
+  const auto options = std::make_shared<Options>();
+  CLI::App *verb = app.add_subcommand("measure", "Measures echo, talkers, noise, delay and speed on recordings");
+  verb->footer(examples);
+  CLI::Option_group *what = verb->add_option_group("What");
+  what->add_option("folder", options->folder,
+                   "Recording: mic.wav, ref.wav and, if known, near.wav, echo.wav, scene.toml")
+      ->type_name("DIR");
+  CLI::Option *mic = what->add_option("--mic", options->mic, "Microphone of a recording")->type_name("FILE");
+  CLI::Option *set = what->add_option("--set", options->set, "Folder of recordings, at any depth")->type_name("DIR");
+  what->add_flag("--list", options->list, "List the measures");
+  what->require_option(1);
+  CLI::Option *ref = verb->add_option("--ref", options->ref, "Its echo reference")->type_name("FILE")->needs(mic);
+  mic->needs(ref);
+  CLI::Option *out = verb->add_option("--out", options->out,
+                                      "Measure this output instead of running the library; with --set a folder of "
+                                      "NAME.wav or NAME/out.wav")
+                         ->type_name("FILE");
+  verb->add_option("--out-delay", options->out_delay, "Samples by which such outputs are behind the microphone (0)");
+  verb->add_option("--para", options->para,
+                   "Parameter files, packed or as text, or presets; the one for the recording's rate is taken")
+      ->type_name("FILE")
+      ->excludes(out);
+  verb->add_option("--frame-ms", options->frame_ms, "Frame length, ms (20); a set takes both")
+      ->check(CLI::IsMember({16, 20}));
+  verb->add_option("--against", options->against, "Another run beside it: its --json, or an output as with --out")
+      ->type_name("PATH");
+  verb->add_option("-j", options->jobs, "Processes at a time for a set (one per core)")
+      ->check(CLI::Range(1, 256))
+      ->needs(set);
+  CLI::Option *json = verb->add_flag("--json", options->json, "Print JSON");
+  verb->add_flag("--csv", options->csv, "Print CSV")->excludes(json);
+  verb->callback([options] {
+    if (options->list) {
+      fmt::print("{}", measure::measure_list());
+      return;
+    }
+    if (options->set.empty() && options->frame_ms.size() > 1)
+      throw InputError("--frame-ms: found {} lengths; one recording takes one, 16 or 20", options->frame_ms.size());
+    run(*options);
+  });
+}
+
+} // namespace qv::tool

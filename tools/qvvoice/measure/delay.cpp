@@ -1,0 +1,88 @@
+// Where the library looks for the echo, and where the echo is.
+
+#include <algorithm>
+
+#include "measure/frames.h"
+#include "signal/correlation.h"
+
+namespace qv::tool::measure {
+namespace {
+
+constexpr double settled_seconds = 0.5; ///< an estimate in reach for so long has settled
+
+/// Whether the first arrival of the echo lies within the adaptive filter, which is two frames long, per library frame.
+std::vector<bool> in_reach(const Frames &frames) {
+  const Output &output = frames.output;
+  std::vector<bool> reached(output.trace.size());
+  for (size_t k = 0; k < reached.size(); ++k) {
+    const double time = double(k) * output.frame_len / frames.subject.rate;
+    const double ahead =
+        *scene::delay_at(*frames.subject.truth, time) * frames.subject.rate - output.trace[k].echo_delay;
+    reached[k] = ahead >= 0 && ahead < 2 * output.frame_len;
+  }
+  return reached;
+}
+
+Value share_in_reach(const Frames &frames, const std::vector<bool> &reached) {
+  size_t heard = 0, good = 0;
+  for (size_t i = 0; i < frames.far_heard->size(); ++i) {
+    const auto k = size_t((double(i) + 0.5) * frame_seconds * frames.subject.rate / frames.output.frame_len);
+    if (!(*frames.far_heard)[i] || k >= reached.size())
+      continue;
+    ++heard;
+    good += reached[k];
+  }
+  return heard > 0 ? Value(100.0 * double(good) / double(heard)) : Value(Gap::absent);
+}
+
+/// Time from the frame of an event until the estimate has settled in reach.
+Value time_until_settled(const std::vector<bool> &reached, size_t from, double frame) {
+  const auto needed = size_t(std::ceil(settled_seconds / frame));
+  size_t run = 0;
+  for (size_t k = from; k < reached.size(); ++k) {
+    run = reached[k] ? run + 1 : 0;
+    if (run == needed)
+      return double(k + 1 - needed - from) * frame;
+  }
+  return Gap::never;
+}
+
+Value delay_recovery(const Frames &frames, const std::vector<bool> &reached) {
+  const double frame = double(frames.output.frame_len) / frames.subject.rate;
+  Value worst = Gap::absent;
+  for (const scene::EchoEvent &event : frames.subject.truth->events) {
+    if (!event.new_delay)
+      continue;
+    const Value one = time_until_settled(reached, size_t(std::lround(event.time / frame)), frame);
+    if (!one.known())
+      return one;
+    worst = worst.known() ? std::max(worst.number(), one.number()) : one.number();
+  }
+  return worst;
+}
+
+} // namespace
+
+void measure_delay(const Frames &frames, Results &results) {
+  const Subject &subject = frames.subject;
+  const auto heard = summarise(delay_points(to_signal(subject.mic), to_signal(subject.ref), subject.rate));
+  results.delay_heard_ms = heard ? Value(1e3 * heard->delay) : Value(Gap::absent);
+  const Output &output = frames.output;
+  if (!output.trace.empty())
+    results.delay_found_ms = 1e3 * output.trace.back().echo_delay / subject.rate;
+  if (!subject.truth || subject.truth->delay.empty())
+    return;
+  if (frames.far_heard && std::ranges::count(*frames.far_heard, true) == 0) {
+    results.delay_true_ms = results.delay_in_reach_percent = results.delay_recovery_s = Gap::absent;
+    return;
+  }
+  results.delay_true_ms = 1e3 * *delay_at(*subject.truth, double(subject.mic.size()) / subject.rate);
+  if (output.trace.empty())
+    return;
+  const std::vector<bool> reached = in_reach(frames);
+  if (frames.far_heard)
+    results.delay_in_reach_percent = share_in_reach(frames, reached);
+  results.delay_recovery_s = delay_recovery(frames, reached);
+}
+
+} // namespace qv::tool::measure

@@ -1,0 +1,34 @@
+/// @file frames.h  What the single measures are computed from.
+#pragma once
+
+#include "measure/results.h"
+
+namespace qv::tool::measure {
+
+/// A recording cut into frames of 10 ms.
+struct Frames {
+  const Subject &subject;
+  const Output &output;
+  std::vector<double> mic, out, sent;            ///< powers; `out` without AGC gain
+  std::optional<std::vector<double>> near, echo; ///< powers
+  std::optional<std::vector<Talk>> talk;
+  std::optional<std::vector<bool>> far_heard;
+  std::optional<double> out_noise; ///< of `out`
+
+  Frames(const Subject &subject, const Output &output);
+
+  /// Mean power while nobody talks, from 0.5 s on: before that the noise reducer has not seen the noise. Nothing when
+  /// somebody always talks, or it is not known. @param powers  one of the above
+  std::optional<double> noise_power(const std::vector<double> &powers) const;
+};
+
+/// Power of the noise of rounding to 16 bits; an output of zeros counts as this.
+inline constexpr double rounding_noise = 1.0 / 12 / 32768 / 32768;
+
+/// Each fills its part of the results.
+void measure_echo(const Frames &frames, Results &results);
+void measure_delay(const Frames &frames, Results &results);
+void measure_near(const Frames &frames, Results &results);
+void measure_levels(const Frames &frames, Results &results); ///< noise, levels and speed
+
+} // namespace qv::tool::measure

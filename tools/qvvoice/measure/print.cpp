@@ -1,0 +1,199 @@
+#include "measure/print.h"
+
+#include <algorithm>
+
+#include <fmt/format.h>
+
+namespace qv::tool::measure {
+namespace {
+
+Json number_or_null(double number) { return std::isfinite(number) ? Json(number) : Json(); }
+
+Json decibels(double power) {
+  const auto db = to_db(power);
+  return db ? Json(*db) : Json();
+}
+
+constexpr const char *talk_names[] = {"silence", "far", "near", "both"};
+
+Json talk_seconds(const std::optional<std::vector<Talk>> &talk) {
+  if (!talk)
+    return {};
+  Json seconds;
+  for (const Talk one : {Talk::silence, Talk::far, Talk::near, Talk::both})
+    seconds[talk_names[size_t(one)]] = double(std::ranges::count(*talk, one)) * frame_seconds;
+  return seconds;
+}
+
+Json quarters_json(const std::vector<Quarter> &quarters) {
+  Json rows = Json::array();
+  for (const Quarter &quarter : quarters)
+    rows.push_back({{"time_s", quarter.time},
+                    {"talk", quarter.talk ? Json(talk_names[size_t(*quarter.talk)]) : Json()},
+                    {"mic_dbfs", decibels(quarter.mic_power)},
+                    {"out_dbfs", decibels(quarter.out_power)},
+                    {"erle_db", quarter.erle ? number_or_null(*quarter.erle) : Json()}});
+  return rows;
+}
+
+std::string label(const Json &recording) {
+  const std::string name = recording["name"];
+  return recording["frame_ms"].is_null() ? name : fmt::format("{} {} ms", name, int(recording["frame_ms"]));
+}
+
+/// A number as the measure prints it, or a sign for why there is none.
+std::string cell(const Json &recording, const Measure &measure, bool sign = false) {
+  const Json &value = recording["measures"][measure.key];
+  if (value.is_number())
+    return sign ? fmt::format("{:+.{}f}", double(value), measure.decimals)
+                : fmt::format("{:.{}f}", double(value), measure.decimals);
+  const std::string gap = recording.value("gaps", Json::object()).value(measure.key, "");
+  return gap == text_of(Gap::never) ? "never" : gap == text_of(Gap::unknown) ? "?" : "-";
+}
+
+constexpr const char *legend = "- nothing in the recording shows it   ? the truth is not known   never: not reached\n";
+
+std::string one_text(const Json &recording) {
+  const bool compared = recording.contains("against");
+  std::string text =
+      fmt::format("{}, {} Hz: {}\n", label(recording), int(recording["rate"]), std::string(recording["source"]));
+  if (compared)
+    text += fmt::format("against: {}\n", std::string(recording["against"]["source"]));
+  for (const Measure &measure : measures()) {
+    text += fmt::format("{:24}{:>10}", measure.key, cell(recording, measure));
+    if (compared)
+      text += fmt::format("{:>10}{:>10}", cell(recording["against"], measure),
+                          cell({{"measures", recording["difference"]}}, measure, true));
+    text += fmt::format(" {:5} {}\n", measure.unit, measure.meaning);
+  }
+  return text + legend;
+}
+
+using Row = std::vector<std::string>;
+
+/// Left-aligned first column, the others right-aligned.
+std::string aligned(const std::vector<Row> &rows) {
+  std::string text;
+  std::vector<size_t> widths(rows.at(0).size());
+  for (const Row &row : rows)
+    for (size_t i = 0; i < row.size(); ++i)
+      widths[i] = std::max(widths[i], row[i].size());
+  for (const Row &row : rows) {
+    for (size_t i = 0; i < row.size(); ++i)
+      text += i == 0 ? fmt::format("{:{}}", row[i], widths[i]) : fmt::format("  {:>{}}", row[i], widths[i]);
+    text += '\n';
+  }
+  return text;
+}
+
+/// @param part  null, or the member of a recording that holds the values: "difference"
+std::string set_table(const Json &set, const char *part) {
+  std::vector<Row> rows = {{"recording"}};
+  for (const Measure &measure : measures())
+    if (measure.column)
+      rows[0].push_back(measure.column);
+  for (const Json &recording : set["recordings"]) {
+    if (part && !recording.contains(part))
+      continue;
+    rows.push_back({label(recording)});
+    for (const Measure &measure : measures())
+      if (measure.column)
+        rows.back().push_back(part ? cell({{"measures", recording[part]}}, measure, true) : cell(recording, measure));
+  }
+  return aligned(rows);
+}
+
+void csv_line(std::string &text, const std::string &name, const Json &run) {
+  text +=
+      fmt::format("\"{}\",{},{},\"{}\"", name, int(run["rate"]),
+                  run["frame_ms"].is_null() ? "" : std::to_string(int(run["frame_ms"])), std::string(run["source"]));
+  for (const Measure &measure : measures()) {
+    const Json &value = run["measures"][measure.key];
+    text += value.is_number() ? fmt::format(",{}", double(value)) : ",";
+  }
+  text += '\n';
+}
+
+} // namespace
+
+Json to_json(const Subject &subject, const Output &output, const Results &results) {
+  Json values = Json::object(), gaps = Json::object();
+  for (const Measure &measure : measures()) {
+    const Value &value = results.*measure.value;
+    values[measure.key] = value.known() ? Json(value.number()) : Json();
+    if (!value.known())
+      gaps[measure.key] = text_of(value.gap());
+  }
+  return {{"name", subject.name},
+          {"rate", subject.rate},
+          {"frame_ms", output.frame_len > 0 ? Json(1000 * output.frame_len / subject.rate) : Json()},
+          {"source", output.source},
+          {"agc_gain_known", !output.trace.empty()},
+          {"latency_samples", output.latency},
+          {"talk_seconds", talk_seconds(talk_of(subject))},
+          {"measures", values},
+          {"gaps", gaps},
+          {"quarters", quarters_json(results.quarters)}};
+}
+
+Json as_set(std::vector<Json> recordings) { return {{"recordings", std::move(recordings)}, {"failed", Json::array()}}; }
+
+std::vector<std::string> compare(Json &set, const Json &other) {
+  std::vector<std::string> missing;
+  for (Json &recording : set["recordings"]) {
+    const auto same = [&](const Json &one) {
+      const Json &a = one["frame_ms"], &b = recording["frame_ms"];
+      return one["name"] == recording["name"] && (a == b || a.is_null() || b.is_null());
+    };
+    const auto found = std::ranges::find_if(other["recordings"], same);
+    if (found == other["recordings"].end()) {
+      missing.push_back(label(recording));
+      continue;
+    }
+    recording["against"] = *found;
+    recording["against"].erase("quarters");
+    for (const auto &[key, value] : recording["measures"].items()) {
+      const Json there = (*found)["measures"].value(key, Json());
+      const bool both = value.is_number() && there.is_number();
+      recording["difference"][key] = both ? Json(double(value) - double(there)) : Json();
+    }
+  }
+  return missing;
+}
+
+std::string measure_list() {
+  std::string text = fmt::format("{:24} {:12} {:5} {}\n", "measure", "column", "unit", "meaning");
+  for (const Measure &measure : measures())
+    text += fmt::format("{:24} {:12} {:5} {}\n", measure.key, measure.column ? measure.column : "", measure.unit,
+                        measure.meaning);
+  return text;
+}
+
+std::string as_text(const Json &set) {
+  const Json &recordings = set["recordings"];
+  std::string text;
+  if (recordings.size() == 1 && set["failed"].empty())
+    return one_text(recordings[0]);
+  if (!recordings.empty())
+    text += set_table(set, nullptr) + legend;
+  if (std::ranges::any_of(recordings, [](const Json &one) { return one.contains("difference"); }))
+    text += "\nthis run minus the other\n" + set_table(set, "difference");
+  for (const Json &one : set["failed"])
+    text += fmt::format("FAILED {}: {}\n", std::string(one["name"]), std::string(one["message"]));
+  return text;
+}
+
+std::string as_csv(const Json &set) {
+  std::string text = "name,rate,frame_ms,source";
+  for (const Measure &measure : measures())
+    text += fmt::format(",{}", measure.key);
+  text += '\n';
+  for (const Json &recording : set["recordings"]) {
+    csv_line(text, recording["name"], recording);
+    if (recording.contains("against"))
+      csv_line(text, recording["name"], recording["against"]);
+  }
+  return text;
+}
+
+} // namespace qv::tool::measure

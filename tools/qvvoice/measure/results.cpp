@@ -1,0 +1,67 @@
+#include "measure/results.h"
+
+namespace qv::tool::measure {
+
+const char *text_of(Gap gap) {
+  switch (gap) {
+  case Gap::unknown:
+    return "the truth that it needs is not known";
+  case Gap::absent:
+    return "nothing in the recording shows it";
+  case Gap::never:
+    return "not reached";
+  }
+  return "";
+}
+
+const std::vector<Measure> &measures() {
+  using R = Results;
+  // clang-format off
+  static const std::vector<Measure> all = {
+      {"erle_far_db", "dB", 1, 1, &R::erle_far_db, "echo reduction while the far end talks alone", "ERLE dB"},
+      {"erle_linear_db", "dB", 1, 1, &R::erle_linear_db, "the same of the adaptive filter alone, median of its frames", "linear dB"},
+      {"erle_double_db", "dB", 1, 1, &R::erle_double_db, "echo reduction while both talk, at least this much", nullptr},
+      {"erle_heard_db", "dB", 1, 1, &R::erle_heard_db, "microphone over output while the far end is heard, whoever else talks", nullptr},
+      {"time_to_20_db_s", "s", 2, -1, &R::time_to_20_db_s, "far-end talk until the echo is 20 dB down", "20 dB s"},
+      {"residual_echo_dbfs", "dBFS", 1, -1, &R::residual_echo_dbfs, "level of the output while the far end talks alone", "left dBFS"},
+      {"echo_bursts_percent", "%", 1, -1, &R::echo_bursts_percent, "quarter seconds in which echo gets through", "bursts %"},
+      {"path_recovery_s", "s", 2, -1, &R::path_recovery_s, "far-end talk from a change of the echo path to 20 dB again, worst", "again s"},
+      {"delay_recovery_s", "s", 2, -1, &R::delay_recovery_s, "from a delay jump until the echo is in reach again, worst", nullptr},
+      {"delay_true_ms", "ms", 1, 0, &R::delay_true_ms, "true delay at the end", nullptr},
+      {"delay_found_ms", "ms", 1, 0, &R::delay_found_ms, "delay that the library works with at the end", nullptr},
+      {"delay_heard_ms", "ms", 1, 0, &R::delay_heard_ms, "delay by cross-correlation of microphone and reference, median", nullptr},
+      {"delay_in_reach_percent", "%", 1, 1, &R::delay_in_reach_percent, "far-end talk whose echo lies within the adaptive filter", "reach %"},
+      {"near_level_db", "dB", 1, 0, &R::near_level_db, "near end alone: change of its level, AGC gain taken out", "near dB"},
+      {"near_level_sent_db", "dB", 1, 0, &R::near_level_sent_db, "near end alone: change of its level as sent", nullptr},
+      {"seg_snr_near_db", "dB", 1, 1, &R::seg_snr_near_db, "near end alone: segmental SNR", nullptr},
+      {"mic_seg_snr_near_db", "dB", 1, 0, &R::mic_seg_snr_near_db, "the same of the microphone", nullptr},
+      {"seg_snr_double_db", "dB", 1, 1, &R::seg_snr_double_db, "double talk: segmental SNR", nullptr},
+      {"mic_seg_snr_double_db", "dB", 1, 0, &R::mic_seg_snr_double_db, "the same of the microphone", nullptr},
+      {"si_sdr_near_db", "dB", 1, 1, &R::si_sdr_near_db, "near end alone: SI-SDR", "near SDR"},
+      {"mic_si_sdr_near_db", "dB", 1, 0, &R::mic_si_sdr_near_db, "the same of the microphone", nullptr},
+      {"si_sdr_double_db", "dB", 1, 1, &R::si_sdr_double_db, "double talk: SI-SDR", "both SDR"},
+      {"mic_si_sdr_double_db", "dB", 1, 0, &R::mic_si_sdr_double_db, "the same of the microphone", nullptr},
+      {"estoi_near", "", 3, 1, &R::estoi_near, "near end alone: intelligibility (ESTOI)", nullptr},
+      {"mic_estoi_near", "", 3, 0, &R::mic_estoi_near, "the same of the microphone", nullptr},
+      {"estoi_double", "", 3, 1, &R::estoi_double, "double talk: intelligibility (ESTOI)", "both ESTOI"},
+      {"mic_estoi_double", "", 3, 0, &R::mic_estoi_double, "the same of the microphone", nullptr},
+      {"onsets_lost_percent", "%", 1, -1, &R::onsets_lost_percent, "near-end word onsets lost", "onsets %"},
+      {"near_lost_percent", "%", 1, -1, &R::near_lost_percent, "strong near-end frames lost in double talk", "lost %"},
+      {"noise_attenuation_db", "dB", 1, 0, &R::noise_attenuation_db, "background noise, microphone over output, while nobody talks", "noise dB"},
+      {"output_noise_dbfs", "dBFS", 1, 0, &R::output_noise_dbfs, "level of the output while nobody talks", nullptr},
+      {"digital_silence_percent", "%", 1, 0, &R::digital_silence_percent, "output frames in which every sample is 0", "zeros %"},
+      {"mic_level_dbfs", "dBFS", 1, 0, &R::mic_level_dbfs, "microphone: active level", nullptr},
+      {"ref_level_dbfs", "dBFS", 1, 0, &R::ref_level_dbfs, "reference: active level", nullptr},
+      {"out_level_dbfs", "dBFS", 1, 0, &R::out_level_dbfs, "output: active level", nullptr},
+      {"agc_gain_db", "dB", 1, 0, &R::agc_gain_db, "mean gain of the transmit AGC while the near end talks, else throughout", nullptr},
+      {"mic_clipped_percent", "%", 3, -1, &R::mic_clipped_percent, "microphone samples at full scale", nullptr},
+      {"ref_clipped_percent", "%", 3, -1, &R::ref_clipped_percent, "reference samples at full scale", nullptr},
+      {"out_clipped_percent", "%", 3, -1, &R::out_clipped_percent, "output samples at full scale", nullptr},
+      {"real_time_factor", "", 4, -1, &R::real_time_factor, "time taken over time played, transmit path", "RTF"},
+      {"worst_frame_percent", "%", 2, -1, &R::worst_frame_percent, "longest frame call over the frame's length", nullptr},
+  };
+  // clang-format on
+  return all;
+}
+
+} // namespace qv::tool::measure

@@ -1,0 +1,87 @@
+/// @file results.h  What is measured on one recording. docs/measures.md has definitions and sources.
+#pragma once
+
+#include <cmath>
+#include <limits>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "measure/talk.h"
+
+namespace qv::tool::measure {
+
+/// Why there is no number.
+enum class Gap {
+  unknown, ///< the truth that it needs is not known
+  absent,  ///< nothing in the recording shows it
+  never,   ///< it was waited for and did not come
+};
+
+const char *text_of(Gap gap);
+
+/// A number, or the reason why there is none.
+class Value {
+public:
+  Value() = default;
+  Value(double number) : number_(number), gap_(Gap::absent) {}
+  Value(Gap gap) : gap_(gap) {}
+  Value(std::optional<double> number) : Value(number ? Value(*number) : Value(Gap::absent)) {}
+
+  bool known() const { return std::isfinite(number_); }
+  double number() const { return number_; } ///< NaN unless known
+  Gap gap() const { return gap_; }          ///< unless known
+
+private:
+  double number_ = std::numeric_limits<double>::quiet_NaN();
+  Gap gap_ = Gap::unknown;
+};
+
+/// A quarter of a second of the recording.
+struct Quarter {
+  double time;                 ///< s, its beginning
+  double mic_power, out_power; ///< mean square; of the output without AGC gain, not below the rounding noise
+  std::optional<double> erle;  ///< dB; nothing unless the far end is heard in at least half of it
+  std::optional<Talk> talk;    ///< of most of its frames; nothing when unknown
+};
+
+struct Results {
+  // Echo.
+  Value erle_far_db, erle_linear_db, erle_double_db, erle_heard_db;
+  Value time_to_20_db_s, residual_echo_dbfs, echo_bursts_percent;
+  Value path_recovery_s, delay_recovery_s;
+  // Delay.
+  Value delay_true_ms, delay_found_ms, delay_heard_ms, delay_in_reach_percent;
+  // Near end.
+  Value near_level_db, near_level_sent_db;
+  Value seg_snr_near_db, seg_snr_double_db, si_sdr_near_db, si_sdr_double_db, estoi_near, estoi_double;
+  Value mic_seg_snr_near_db, mic_seg_snr_double_db, mic_si_sdr_near_db, mic_si_sdr_double_db, mic_estoi_near,
+      mic_estoi_double;
+  Value onsets_lost_percent, near_lost_percent;
+  // Noise.
+  Value noise_attenuation_db, output_noise_dbfs, digital_silence_percent;
+  // Levels.
+  Value mic_level_dbfs, ref_level_dbfs, out_level_dbfs, agc_gain_db;
+  Value mic_clipped_percent, ref_clipped_percent, out_clipped_percent;
+  // Speed.
+  Value real_time_factor, worst_frame_percent;
+
+  std::vector<Quarter> quarters;
+};
+
+/// One measure of the table that every print-out is made from.
+struct Measure {
+  const char *key;
+  const char *unit;
+  int decimals;
+  int better; ///< 1 higher, -1 lower, 0 neither
+  Value Results::*value;
+  const char *meaning; ///< one line
+  const char *column;  ///< heading in the table of a set; null: not in it
+};
+
+const std::vector<Measure> &measures();
+
+Results measure(const Subject &subject, const Output &output);
+
+} // namespace qv::tool::measure

@@ -1,0 +1,49 @@
+#include "measure/talk.h"
+
+#include <algorithm>
+
+#include "signal/correlation.h"
+
+namespace qv::tool::measure {
+
+std::optional<std::vector<Talk>> talk_of(const Subject &subject) {
+  if (!subject.truth || !subject.truth->far || !subject.truth->near)
+    return std::nullopt;
+  const size_t count = subject.mic.size() / frame_length(subject.rate);
+  const std::vector<bool> far = flags(*subject.truth->far, count), near = flags(*subject.truth->near, count);
+  std::vector<Talk> talk(count);
+  for (size_t i = 0; i < count; ++i)
+    talk[i] = far[i] ? near[i] ? Talk::both : Talk::far : near[i] ? Talk::near : Talk::silence;
+  return talk;
+}
+
+std::optional<std::vector<bool>> far_heard(const Subject &subject) {
+  const size_t count = subject.mic.size() / frame_length(subject.rate);
+  if (subject.truth && subject.truth->far)
+    return flags(*subject.truth->far, count);
+  const Signal ref = to_signal(subject.ref);
+  const auto delay = summarise(delay_points(to_signal(subject.mic), ref, subject.rate));
+  if (!delay)
+    return std::nullopt;
+  const Signal moved = excerpt(ref, -std::ptrdiff_t(delay->delay * subject.rate), ref.size());
+  return activity(moved, subject.rate);
+}
+
+Signal joined(SignalView signal, const std::vector<bool> &frames, int rate) {
+  const size_t length = frame_length(rate);
+  Signal part;
+  for (size_t i = 0; i < frames.size(); ++i)
+    if (frames[i]) {
+      const SignalView frame = signal.subspan(i * length, length);
+      part.insert(part.end(), frame.begin(), frame.end());
+    }
+  return part;
+}
+
+std::vector<bool> frames_of(const std::vector<Talk> &talk, Talk which) {
+  std::vector<bool> frames(talk.size());
+  std::transform(talk.begin(), talk.end(), frames.begin(), [&](Talk one) { return one == which; });
+  return frames;
+}
+
+} // namespace qv::tool::measure
