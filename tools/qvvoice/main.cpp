@@ -28,6 +28,7 @@ int main(int argc, char **argv) {
   qv::tool::add_measure(app);
   qv::tool::add_scene(app);
   qv::tool::add_diagnose(app);
+  qv::tool::add_report(app);
   try {
     app.parse(argc, argv);
     if (app.get_subcommands().empty())

@@ -15,5 +15,6 @@ void add_presets(CLI::App &app);
 void add_measure(CLI::App &app);
 void add_scene(CLI::App &app);
 void add_diagnose(CLI::App &app);
+void add_report(CLI::App &app);
 
 } // namespace qv::tool

@@ -1,0 +1,126 @@
+#include "report/call_page.h"
+
+#include <algorithm>
+
+#include <fmt/format.h>
+
+#include "diagnose/diagnose.h"
+#include "report/html.h"
+#include "report/spectrogram.h"
+
+namespace qv::tool::report {
+namespace {
+
+struct SignalView16 {
+  const char *id, *title;
+  const std::vector<int16_t> &samples;
+};
+
+Json signal_json(const SignalView16 &signal, int rate, const SpectrogramScale &scale) {
+  return {{"id", signal.id},
+          {"title", signal.title},
+          {"picture", base64(png(spectrogram(to_signal(signal.samples), rate, scale)))},
+          {"audio", base64(flac({rate, signal.samples}))}};
+}
+
+Json signals(const CallReport &call, const SpectrogramScale &scale) {
+  std::vector<SignalView16> all = {{"mic", "Microphone", call.subject.mic},
+                                   {"ref", "Reference", call.subject.ref},
+                                   {"out", "Output", call.output.sent}};
+  if (call.other)
+    all.push_back({"other", "Other output", call.other->output.sent});
+  Json json = Json::array();
+  for (const SignalView16 &signal : all)
+    json.push_back(signal_json(signal, call.subject.rate, scale));
+  return json;
+}
+
+Json number_or_null(const measure::Value &value) { return value.known() ? Json(value.number()) : Json(); }
+
+Json numbers(const CallReport &call) {
+  Json rows = Json::array();
+  for (const measure::Measure &measure : shown_measures()) {
+    const measure::Value &value = call.results.*measure.value;
+    Json row = {{"name", measure.key},           {"unit", measure.unit},       {"decimals", measure.decimals},
+                {"better", measure.better},      {"meaning", measure.meaning}, {"headline", measure.column != nullptr},
+                {"value", number_or_null(value)}};
+    if (!value.known())
+      row["gap"] = text_of(value.gap());
+    if (call.other)
+      row["other"] = number_or_null(call.other->results.*measure.value);
+    rows.push_back(row);
+  }
+  return rows;
+}
+
+Json links_json(const Links &links) {
+  Json json = Json::object();
+  for (const auto &[kind, link] :
+       {std::pair("front", &links.front), {"previous", &links.previous}, {"next", &links.next}})
+    if (*link)
+      json[kind] = {{"title", (*link)->title}, {"href", (*link)->href}};
+  return json;
+}
+
+std::string about(const CallReport &call) {
+  std::string text =
+      fmt::format("{} Hz, frames of {} samples, {:.1f} s; parameters: {}; {} samples of delay taken out",
+                  call.subject.rate, call.setup.frame_len, double(call.subject.mic.size()) / call.subject.rate,
+                  call.output.source, call.output.latency);
+  if (call.other)
+    text += fmt::format("; other: {}", call.other->output.source);
+  return text;
+}
+
+Json page_data(const CallReport &call, const Links &links) {
+  const SpectrogramScale scale = spectrogram_scale(call.subject.mic.size(), call.subject.rate);
+  const RunView run{call.output, call.results};
+  std::optional<RunView> other;
+  if (call.other)
+    other.emplace(RunView{call.other->output, call.other->results});
+  Json data = {{"name", call.name},
+               {"about", about(call)},
+               {"made", fmt::format("Made by qvvoice {}", QV_VOICE_Version())},
+               {"rate", call.subject.rate},
+               {"seconds", double(call.subject.mic.size()) / call.subject.rate},
+               {"links", links_json(links)},
+               {"spectrogram",
+                {{"column_seconds", scale.column_seconds},
+                 {"row_hz", scale.row_hz},
+                 {"grey_of_full_scale", grey_of_full_scale}}},
+               {"diagnosis", to_json(call.diagnosis)},
+               {"numbers", numbers(call)},
+               {"strips", strips(call.subject, run, other)},
+               {"lanes", lanes(call.subject, run, other, call.delays)},
+               {"signals", signals(call, scale)}};
+  if (call.other)
+    data["other"] = call.other->name;
+  return data;
+}
+
+} // namespace
+
+CallReport examine(std::string name, measure::Subject subject, const Setup &setup) {
+  CallReport call{std::move(name), setup, std::move(subject), {}, {}, {}, {}, {}};
+  call.output = run_library(call.subject, setup);
+  call.results = measure::measure(call.subject, call.output);
+  const diagnose::Evidence evidence(setup, call.subject.mic, call.subject.ref, call.output.sent, call.output.trace);
+  call.delays = evidence.delay.points;
+  call.diagnosis = diagnose::diagnose(evidence);
+  return call;
+}
+
+std::vector<measure::Measure> shown_measures() {
+  std::vector<measure::Measure> shown;
+  std::ranges::copy_if(measure::measures(), std::back_inserter(shown), [](const measure::Measure &measure) {
+    return measure.value != &measure::Results::real_time_factor &&
+           measure.value != &measure::Results::worst_frame_percent;
+  });
+  return shown;
+}
+
+std::string call_page(const CallReport &call, const Links &links) {
+  return fill("call.html", {{"title", escape(call.name)}, {"data", script_json(page_data(call, links))}});
+}
+
+} // namespace qv::tool::report
