@@ -87,6 +87,8 @@ TEST(Measure, an_output_like_the_microphone_changes_nothing) {
   expect(r.erle_double_db, 0, 0.1, "erle_double_db");
   expect(r.onsets_lost_percent, 0, 0, "onsets");
   expect(r.near_lost_percent, 0, 0, "lost");
+  expect(r.near_lost_alone_percent, 0, 0, "lost");
+  expect(r.estoi_gain_double, 0, 0.001, "estoi_gain_double");
   expect(r.echo_bursts_percent, 100, 0, "all of the echo is heard");
   expect_gap(r.time_to_20_db_s, Gap::never, "20 dB");
   expect(r.delay_heard_ms, 50, 0.1, "delay");
@@ -104,7 +106,9 @@ TEST(Measure, echo_is_measured_by_its_definition) {
   expect(r.erle_far_db, -10 * std::log10(through + burst * from_db(-16) + rest * from_db(-26)), 0.25, "erle_far_db");
   expect(r.residual_echo_dbfs, -30 - r.erle_far_db.number(), 0.1, "residual");
   expect(r.time_to_20_db_s, 1.5, 0, "time to 20 dB");
-  expect(r.echo_bursts_percent, 100 * (through + burst), 0.01, "bursts");
+  expect(r.erle_first_db, 0, 0.2, "first 3 s");
+  expect(r.erle_settled_db, 0.1 * 0 + 0.1 * 16 + 0.8 * 26, 0.2, "from 3 s on");
+  expect(r.echo_bursts_percent, 20, 0.01, "bursts from 3 s on: two of 20 quarters each of the two kinds");
   expect(r.erle_double_db, 26, 0.3, "double talk");
   for (const Quarter &quarter : r.quarters) {
     EXPECT_EQ(quarter.erle.has_value(),
@@ -145,7 +149,12 @@ TEST(Measure, near_end_losses_are_found) {
   expect(r.onsets_lost_percent, 100.0 / 3, 1e-6, "onsets");
   expect(r.near_lost_percent, 100 * 35 / 300.0, 2.5, "strong frames");
   expect(r.digital_silence_percent, 100 * 0.6 / 20, 0.01, "digital silence");
+  expect(r.near_lost_alone_percent, 0, 0, "alone");
   call.apply(8, 12, -6);
+  call.apply(9, 9.4, -20); // 20 of 200 frames
+  r = call.measured();
+  expect(r.near_lost_alone_percent, 10, 2, "alone");
+  call.apply(9, 9.4, 20);
   r = call.measured();
   expect(r.near_level_db, -6, 0.01, "level");
   expect(r.si_sdr_near_db, 40, 0.2, "a scale is no distortion");
@@ -185,12 +194,13 @@ TEST(Measure, delay_found_against_true) {
   call.subject.truth->events = {{8, true, false}};
   const struct {
     int delay, later;
-    double jump, share, recovery;
-  } cases[] = {{400, 320, 8, 100, 0}, {80, 81, 10, 50, 2}, {401, 400, 15, 25, 7}};
+    double jump, share, recovery, found;
+  } cases[] = {{400, 320, 8, 100, 0, 100}, {80, 81, 10, 50, 2, 0}, {401, 400, 15, 25, 7, 100}};
   for (const auto &one : cases) {
     const Results r = measure(call.subject, traced(call, one.delay, one.jump, one.later));
     expect(r.delay_in_reach_percent, one.share, 0.01, "share");
     expect(r.delay_recovery_s, one.recovery, 1e-9, "recovery");
+    expect(r.delay_found_percent, one.found, 0.01, "within half a frame");
     expect(r.delay_found_ms, one.later / 8.0, 1e-9, "found");
   }
   const Results r = measure(call.subject, traced(call, 500, 8, 600, 2));
@@ -223,8 +233,9 @@ TEST(Measure, what_is_not_known_has_no_number) {
   silent.subject.truth->far = silent.subject.truth->near = Intervals();
   silent.out = silent.near;
   r = silent.measured();
-  for (const auto &value : {r.erle_far_db, r.near_level_db, r.si_sdr_near_db, r.noise_attenuation_db, r.delay_heard_ms,
-                            r.mic_level_dbfs, r.out_level_dbfs, r.near_lost_percent, r.delay_in_reach_percent})
+  for (const auto &value :
+       {r.erle_far_db, r.near_level_db, r.si_sdr_near_db, r.noise_attenuation_db, r.delay_heard_ms, r.mic_level_dbfs,
+        r.out_level_dbfs, r.near_lost_percent, r.delay_in_reach_percent, r.delay_found_percent})
     expect_gap(value, Gap::absent, "in silence");
   expect(r.digital_silence_percent, 100, 0, "silence");
 }

@@ -36,6 +36,20 @@ TEST(Compare, subtracts_where_both_have_a_number) {
   EXPECT_NE(as_text(set).find("+1.0"), std::string::npos) << as_text(set);
 }
 
+TEST(Means, are_of_the_numbers_that_are_there_layout_by_layout) {
+  Json recordings = {recording("a", 25), recording("b", 20), recording("c", 10)};
+  recordings[1]["measures"]["near_level_db"] = -1;
+  recordings[2]["frame_ms"] = 16;
+  const Json all = means(recordings);
+  ASSERT_EQ(all.size(), 2u);
+  EXPECT_EQ(all[0]["recordings"], 2);
+  EXPECT_EQ(all[0]["measures"]["erle_far_db"], 22.5);
+  EXPECT_EQ(all[0]["measures"]["near_level_db"], -1.0);
+  EXPECT_TRUE(all[0]["measures"]["delay_true_ms"].is_null());
+  EXPECT_EQ(all[1]["measures"]["erle_far_db"], 10.0);
+  EXPECT_NE(as_text(as_set(recordings)).find("mean at 8 kHz, 20 ms"), std::string::npos);
+}
+
 TEST(Print, shows_numbers_and_why_there_are_none) {
   const std::string one = as_text(as_set({recording("a", 25.06)}));
   for (const char *part : {"25.1 dB", "never s", "? dB", "a 20 ms, 8000 Hz: default"})

@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "audio/audio.h"
+#include "scene/draw.h"
 #include "scene/echo_path.h"
 #include "scene/noise.h"
 #include "scene/render.h"
@@ -177,7 +178,7 @@ TEST(SceneFile, every_fault_is_named_with_its_place) {
       {"duration = 9\n[room]\nloudspeaker = [9, 1, 1]",
        "room.loudspeaker: found [9, 1, 1]; a place inside the room of 4 x 3.2 x 2.6 m"},
       {"duration = 9\n[far]\ntalks = [[1, 2], [1.5, 3]]", "s.toml:3: far.talks: found [1.5, 3]"},
-      {"duration = 9\n[near]\nvoice = 'xx'", "near.voice: found \"xx\"; one of en, ru is needed"},
+      {"duration = 9\n[near]\nvoice = 'xx'", "near.voice: found \"xx\"; one of en, ru, fr, it is needed"},
       {"duration = 9\n[near]\nvoice = 'en'\nfiles = ['a']", "near.files: found both"},
       {"duration = 9\n[noise]\nkind = 'file'", "noise.file: found nothing"},
       {"duration = 9\nnoise = 3", "noise: found 3; a table is needed"},
@@ -197,6 +198,22 @@ TEST(SceneFile, the_built_in_set_is_sound) {
   EXPECT_GE(built_in().size(), 8u);
   for (const BuiltIn &one : built_in())
     EXPECT_NO_THROW(parse_scene(one.text, std::string(one.name))) << one.name;
+}
+
+TEST(DrawnScene, is_sound_and_its_part_has_talkers_and_rooms_of_its_own) {
+  for (size_t i = 0; i < 200; ++i) {
+    const std::string tune = draw_scene(7, Part::tune, i), check = draw_scene(7, Part::check, i);
+    const Scene a = parse_scene(tune, "drawn"), b = parse_scene(check, "drawn");
+    EXPECT_EQ(tune, draw_scene(7, Part::tune, i));
+    EXPECT_NE(a.room.size, b.room.size);
+    for (const Talker &talker : {a.far, a.near})
+      EXPECT_TRUE(talker.speech.voice == "en" || talker.speech.voice == "ru");
+    for (const Talker &talker : {b.far, b.near})
+      EXPECT_TRUE(talker.speech.voice == "fr" || talker.speech.voice == "it");
+    EXPECT_NE(a.far.speech.voice, a.near.speech.voice);
+    EXPECT_EQ(a.echo.to_near, 0);
+  }
+  EXPECT_NE(draw_scene(7, Part::tune, 0), draw_scene(8, Part::tune, 0));
 }
 
 } // namespace

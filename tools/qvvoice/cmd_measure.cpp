@@ -104,6 +104,8 @@ void run(const Options &options) {
     for (const std::string &name : measure::compare(results, other))
       fmt::print(stderr, "qvvoice: {}: {} has no results to compare with\n", name, options.against);
   }
+  if (!options.set.empty())
+    results["means"] = measure::means(results["recordings"]);
   if (options.json)
     fmt::print("{}\n", results.dump(2, ' ', false, Json::error_handler_t::replace));
   else

@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 
+#include "scene/draw.h"
 #include "scene/render.h"
 #include "support/error.h"
 #include "verbs.h"
@@ -17,11 +18,17 @@ The whole set at both rates, one folder per scene and rate: calls/far-end-8k and
 One scene of the set
   qvvoice scene --set double-talk --rate 16000 --out calls
 A scene of one's own; docs/scenes.md has the keys
-  qvvoice scene office.toml --rate 16000 --out office)";
+  qvvoice scene office.toml --rate 16000 --out office
+Sixteen calls drawn at random to tune on, and sixteen with other talkers and rooms to judge by
+  qvvoice scene --draw 16 --part tune --out tune
+  qvvoice scene --draw 16 --part check --out check)";
 
 struct Options {
   std::string file;
   std::vector<std::string> set;
+  size_t draw = 0;
+  uint64_t seed = 1;
+  scene::Part part = scene::Part::tune;
   std::string out;
   std::vector<int> rates = {8000, 16000};
 };
@@ -39,12 +46,17 @@ std::vector<Job> jobs(const Options &options) {
       throw InputError("{}: give its --rate: 8000 or 16000", options.file);
     return {{scene::read_scene(options.file), options.rates[0], options.out}};
   }
+  std::vector<std::pair<std::string, scene::Scene>> scenes;
+  for (size_t i = 0; i < options.draw; ++i)
+    scenes.emplace_back(fmt::format("drawn-{:02}", i + 1),
+                        scene::parse_scene(scene::draw_scene(options.seed, options.part, i), "drawn scene"));
   const bool all = std::ranges::find(options.set, "all") != options.set.end();
   for (const scene::BuiltIn &one : scene::built_in())
+    if (all || std::ranges::find(options.set, one.name) != options.set.end())
+      scenes.emplace_back(one.name, scene::parse_scene(one.text, fmt::format("scenes/{}.toml", one.name)));
+  for (const auto &[name, scene] : scenes)
     for (const int rate : options.rates)
-      if (all || std::ranges::find(options.set, one.name) != options.set.end())
-        jobs.push_back({scene::parse_scene(one.text, fmt::format("scenes/{}.toml", one.name)), rate,
-                        fmt::format("{}/{}-{}k", options.out, one.name, rate / 1000)});
+      jobs.push_back({scene, rate, fmt::format("{}/{}-{}k", options.out, name, rate / 1000)});
   return jobs;
 }
 
@@ -73,7 +85,14 @@ void add_scene(CLI::App &app) {
   CLI::Option_group *what = verb->add_option_group("What");
   what->add_option("file", options->file, "Scene file")->type_name("FILE");
   what->add_option("--set", options->set, "Scenes that are built in")->check(CLI::IsMember(names));
+  CLI::Option *draw =
+      what->add_option("--draw", options->draw, "So many calls drawn at random")->check(CLI::Range(1, 1000));
   what->require_option(1);
+  verb->add_option("--seed", options->seed, "Of what is drawn (1)")->needs(draw);
+  verb->add_option("--part", options->part, "Talkers and rooms of what is drawn: tune (default) or check")
+      ->needs(draw)
+      ->transform(CLI::CheckedTransformer(
+          std::map<std::string, scene::Part>{{"tune", scene::Part::tune}, {"check", scene::Part::check}}));
   verb->add_option("--out", options->out, "Folder of the results, made when missing")->type_name("DIR")->required();
   verb->add_option("--rate", options->rates, "Hz (8000 and 16000)")->check(CLI::IsMember({8000, 16000}));
   verb->callback([options] { make_scenes(*options); });

@@ -10,27 +10,35 @@ namespace {
 
 constexpr double settled_seconds = 0.5; ///< an estimate in reach for so long has settled
 
-/// Whether the first arrival of the echo lies within the adaptive filter, which is two frames long, per library frame.
-std::vector<bool> in_reach(const Frames &frames) {
+constexpr double found_from = 2; ///< s, the delay should be found by then
+
+/// By how many samples the first arrival of the echo comes after the aligned reference, per library frame.
+std::vector<double> echo_behind(const Frames &frames) {
   const Output &output = frames.output;
-  std::vector<bool> reached(output.trace.size());
-  for (size_t k = 0; k < reached.size(); ++k) {
+  std::vector<double> behind(output.trace.size());
+  for (size_t k = 0; k < behind.size(); ++k) {
     const double time = double(k) * output.frame_len / frames.subject.rate;
-    const double ahead =
-        *scene::delay_at(*frames.subject.truth, time) * frames.subject.rate - output.trace[k].echo_delay;
-    reached[k] = ahead >= 0 && ahead < 2 * output.frame_len;
+    behind[k] = *scene::delay_at(*frames.subject.truth, time) * frames.subject.rate - output.trace[k].echo_delay;
   }
-  return reached;
+  return behind;
 }
 
-Value share_in_reach(const Frames &frames, const std::vector<bool> &reached) {
+/// The delays that `good` holds for, per library frame.
+template <class Good> std::vector<bool> where(const std::vector<double> &behind, const Good &good) {
+  std::vector<bool> flags(behind.size());
+  std::transform(behind.begin(), behind.end(), flags.begin(), good);
+  return flags;
+}
+
+/// Of the frames from a time on in which the far end is heard.
+Value share_of(const Frames &frames, const std::vector<bool> &chosen, double from) {
   size_t heard = 0, good = 0;
-  for (size_t i = 0; i < frames.far_heard->size(); ++i) {
+  for (auto i = size_t(from / frame_seconds); i < frames.far_heard->size(); ++i) {
     const auto k = size_t((double(i) + 0.5) * frame_seconds * frames.subject.rate / frames.output.frame_len);
-    if (!(*frames.far_heard)[i] || k >= reached.size())
+    if (!(*frames.far_heard)[i] || k >= chosen.size())
       continue;
     ++heard;
-    good += reached[k];
+    good += chosen[k];
   }
   return heard > 0 ? Value(100.0 * double(good) / double(heard)) : Value(Gap::absent);
 }
@@ -65,23 +73,29 @@ Value delay_recovery(const Frames &frames, const std::vector<bool> &reached) {
 
 void measure_delay(const Frames &frames, Results &results) {
   const Subject &subject = frames.subject;
-  const auto heard = summarise(delay_points(to_signal(subject.mic), to_signal(subject.ref), subject.rate));
-  results.delay_heard_ms = heard ? Value(1e3 * heard->delay) : Value(Gap::absent);
+  results.delay_heard_ms = frames.delay ? Value(1e3 * frames.delay->delay) : Value(Gap::absent);
   const Output &output = frames.output;
   if (!output.trace.empty())
     results.delay_found_ms = 1e3 * output.trace.back().echo_delay / subject.rate;
   if (!subject.truth || subject.truth->delay.empty())
     return;
   if (frames.far_heard && std::ranges::count(*frames.far_heard, true) == 0) {
-    results.delay_true_ms = results.delay_in_reach_percent = results.delay_recovery_s = Gap::absent;
+    results.delay_true_ms = results.delay_found_percent = results.delay_in_reach_percent = results.delay_recovery_s =
+        Gap::absent;
     return;
   }
   results.delay_true_ms = 1e3 * *delay_at(*subject.truth, double(subject.mic.size()) / subject.rate);
   if (output.trace.empty())
     return;
-  const std::vector<bool> reached = in_reach(frames);
-  if (frames.far_heard)
-    results.delay_in_reach_percent = share_in_reach(frames, reached);
+  const std::vector<double> behind = echo_behind(frames);
+  const double block = output.frame_len / 2.0; // the estimator's step
+  // The adaptive filter is two frames long.
+  const auto reached = where(behind, [&](double samples) { return samples >= 0 && samples < 4 * block; });
+  const auto found = where(behind, [&](double samples) { return std::abs(samples) <= block; });
+  if (frames.far_heard) {
+    results.delay_in_reach_percent = share_of(frames, reached, 0);
+    results.delay_found_percent = share_of(frames, found, found_from);
+  }
   results.delay_recovery_s = delay_recovery(frames, reached);
 }
 

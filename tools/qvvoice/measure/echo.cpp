@@ -10,6 +10,7 @@ namespace {
 
 constexpr size_t quarter_frames = 25;    ///< 10 ms frames of a quarter second
 constexpr double reached_db = 20;        ///< echo reduction that counts as working
+constexpr double first_seconds = 3;      ///< of a call; then the canceller should have settled
 constexpr double audible_over_noise = 2; ///< power over the output's noise
 
 double ratio_db(double above, double below) { return 10 * std::log10(above / below); }
@@ -83,6 +84,20 @@ std::vector<FarQuarter> far_quarters(const Frames &frames) {
   return found;
 }
 
+using FarQuarters = std::vector<FarQuarter>::const_iterator;
+
+FarQuarters first_settled(const std::vector<FarQuarter> &quarters) {
+  return std::ranges::find_if(quarters, [](const FarQuarter &quarter) { return quarter.time >= first_seconds; });
+}
+
+/// Mean of their reductions in dB: a burst counts for as long as it lasts, not for its energy.
+Value mean_erle(FarQuarters begin, FarQuarters end) {
+  double sum = 0;
+  for (auto quarter = begin; quarter != end; ++quarter)
+    sum += ratio_db(quarter->sums.mic, quarter->sums.out);
+  return begin == end ? Value(Gap::absent) : Value(sum / double(end - begin));
+}
+
 /// Far-end single talk from `time` on until two quarters in a row have 20 dB.
 Value talk_until_reached(const std::vector<FarQuarter> &quarters, double time) {
   const auto first = std::ranges::find_if(quarters, [&](const FarQuarter &quarter) { return quarter.time >= time; });
@@ -114,11 +129,12 @@ bool is_burst(const FarQuarter &quarter, double out_noise) {
 }
 
 Value bursts(const Frames &frames, const std::vector<FarQuarter> &quarters) {
-  if (quarters.empty() || !frames.out_noise)
+  const auto settled = first_settled(quarters);
+  if (settled == quarters.end() || !frames.out_noise)
     return Gap::absent;
   const auto count =
-      std::ranges::count_if(quarters, [&](const auto &quarter) { return is_burst(quarter, *frames.out_noise); });
-  return 100.0 * double(count) / double(quarters.size());
+      std::count_if(settled, quarters.end(), [&](const auto &quarter) { return is_burst(quarter, *frames.out_noise); });
+  return 100.0 * double(count) / double(quarters.end() - settled);
 }
 
 /// Echo over what in the output is not the near end, which is taken out by its best gain in every quarter of double
@@ -166,7 +182,10 @@ void measure_echo(const Frames &frames, Results &results) {
   const std::vector<bool> far = frames_of(*frames.talk, Talk::far);
   const std::vector<FarQuarter> quarters = far_quarters(frames);
   const Sums sums = sums_over(frames, far, 0, far.size());
+  const auto settled = first_settled(quarters);
   results.erle_far_db = erle(frames, far);
+  results.erle_first_db = mean_erle(quarters.begin(), settled);
+  results.erle_settled_db = mean_erle(settled, quarters.end());
   results.erle_linear_db = linear_erle(frames, far);
   results.erle_double_db = double_talk_erle(frames);
   results.residual_echo_dbfs = sums.count > 0 ? Value(to_db(sums.out / double(sums.count))) : Value(Gap::absent);

@@ -9,13 +9,33 @@ std::optional<std::vector<double>> powers_of(const std::optional<Signal> &part, 
   return part ? std::optional(frame_powers(*part, rate)) : std::nullopt;
 }
 
+std::optional<double> level_of(const std::optional<Signal> &part, int rate) {
+  return part ? active_level_db(*part, rate) : std::nullopt;
+}
+
+/// Of the microphone, in the frames of one class.
+Quality mic_quality(const Known &known, Talk which) {
+  const Subject &subject = known.subject;
+  if (!known.talk || !subject.near)
+    return {};
+  const std::vector<bool> chosen = frames_of(*known.talk, which);
+  return quality(joined(*subject.near, chosen, subject.rate), joined(to_signal(subject.mic), chosen, subject.rate),
+                 subject.rate);
+}
+
 } // namespace
 
-Frames::Frames(const Subject &of, const Output &from)
-    : subject(of), output(from), mic(frame_powers(to_signal(of.mic), of.rate)), out(frame_powers(from.plain, of.rate)),
-      sent(frame_powers(to_signal(from.sent), of.rate)), near(powers_of(of.near, of.rate)),
-      echo(powers_of(of.echo, of.rate)), talk(talk_of(of)), far_heard(measure::far_heard(of)),
-      out_noise(noise_power(out)) {}
+Known::Known(const Subject &of)
+    : subject(of), mic(frame_powers(to_signal(of.mic), of.rate)), near(powers_of(of.near, of.rate)),
+      echo(powers_of(of.echo, of.rate)), talk(talk_of(of)),
+      delay(summarise(delay_points(to_signal(of.mic), to_signal(of.ref), of.rate))),
+      far_heard(measure::far_heard(of, delay)), mic_level(active_level_db(to_signal(of.mic), of.rate)),
+      ref_level(active_level_db(to_signal(of.ref), of.rate)), near_level(level_of(of.near, of.rate)),
+      mic_near(mic_quality(*this, Talk::near)), mic_double(mic_quality(*this, Talk::both)) {}
+
+Frames::Frames(const Known &known, const Output &from)
+    : Known(known), output(from), out(frame_powers(from.plain, subject.rate)),
+      sent(frame_powers(to_signal(from.sent), subject.rate)), out_noise(noise_power(out)) {}
 
 std::optional<double> Frames::noise_power(const std::vector<double> &powers) const {
   double sum = 0;
@@ -28,8 +48,8 @@ std::optional<double> Frames::noise_power(const std::vector<double> &powers) con
   return count > 0 ? std::optional(sum / double(count)) : std::nullopt;
 }
 
-Results measure(const Subject &subject, const Output &output) {
-  const Frames frames(subject, output);
+Results measure(const Known &known, const Output &output) {
+  const Frames frames(known, output);
   Results results;
   measure_echo(frames, results);
   measure_delay(frames, results);

@@ -5,17 +5,13 @@
 
 namespace qv::tool::measure {
 
-/// A recording cut into frames of 10 ms.
-struct Frames {
-  const Subject &subject;
+/// A recording and an output of it, cut into frames of 10 ms.
+struct Frames : Known {
   const Output &output;
-  std::vector<double> mic, out, sent;            ///< powers; `out` without AGC gain
-  std::optional<std::vector<double>> near, echo; ///< powers
-  std::optional<std::vector<Talk>> talk;
-  std::optional<std::vector<bool>> far_heard;
+  std::vector<double> out, sent;   ///< powers; `out` without AGC gain
   std::optional<double> out_noise; ///< of `out`
 
-  Frames(const Subject &subject, const Output &output);
+  Frames(const Known &known, const Output &output);
 
   /// Mean power while nobody talks, from 0.5 s on: before that the noise reducer has not seen the noise. Nothing when
   /// somebody always talks, or it is not known. @param powers  one of the above

@@ -61,8 +61,8 @@ void measure_levels(const Frames &frames, Results &results) {
   const Subject &subject = frames.subject;
   const int rate = subject.rate;
   results.digital_silence_percent = silent_percent(frames.sent);
-  results.mic_level_dbfs = active_level_db(to_signal(subject.mic), rate);
-  results.ref_level_dbfs = active_level_db(to_signal(subject.ref), rate);
+  results.mic_level_dbfs = frames.mic_level;
+  results.ref_level_dbfs = frames.ref_level;
   results.out_level_dbfs = active_level_db(to_signal(frames.output.sent), rate);
   results.mic_clipped_percent = clipped_percent(subject.mic);
   results.ref_clipped_percent = clipped_percent(subject.ref);

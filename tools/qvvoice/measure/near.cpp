@@ -45,33 +45,29 @@ Value onsets_lost(const Frames &frames) {
 
 /// Output over near end in every frame of 20 ms of this class in which the near end is at its active level or above.
 std::vector<double> strong_gains(const Frames &frames, Talk which) {
-  const auto level = active_level_db(*frames.subject.near, frames.subject.rate);
   std::vector<double> gains;
-  for (size_t i = 0; level && i + strong_frames <= frames.talk->size(); i += strong_frames) {
+  for (size_t i = 0; frames.near_level && i + strong_frames <= frames.talk->size(); i += strong_frames) {
     const double near = sum_of(*frames.near, i, strong_frames);
-    if ((*frames.talk)[i] == which && (*frames.talk)[i + 1] == which && near >= strong_frames * from_db(*level))
+    if ((*frames.talk)[i] == which && (*frames.talk)[i + 1] == which &&
+        near >= strong_frames * from_db(*frames.near_level))
       gains.push_back(sum_of(frames.out, i, strong_frames) / near);
   }
   return gains;
 }
 
-Value near_lost(const Frames &frames) {
-  const std::vector<double> alone = strong_gains(frames, Talk::near), both = strong_gains(frames, Talk::both);
-  if (alone.empty() || both.empty())
+/// Share of the strong frames of a class that come much weaker than is usual for the near end alone.
+Value near_lost(const Frames &frames, Talk which) {
+  const std::vector<double> alone = strong_gains(frames, Talk::near), gains = strong_gains(frames, which);
+  if (alone.empty() || gains.empty())
     return Gap::absent;
   const double limit = median(alone) * from_db(-lost_db);
-  return 100.0 * double(std::ranges::count_if(both, [&](double gain) { return gain < limit; })) / double(both.size());
+  return 100.0 * double(std::ranges::count_if(gains, [&](double gain) { return gain < limit; })) / double(gains.size());
 }
-
-struct Quality {
-  Value seg_snr, si_sdr, estoi;
-};
 
 Quality quality_of(const Frames &frames, SignalView processed, Talk which) {
   const int rate = frames.subject.rate;
   const std::vector<bool> chosen = frames_of(*frames.talk, which);
-  const Signal clean = joined(*frames.subject.near, chosen, rate), part = joined(processed, chosen, rate);
-  return {segmental_snr_db(clean, part, rate), si_sdr_db(clean, part), estoi(clean, part, rate)};
+  return quality(joined(*frames.subject.near, chosen, rate), joined(processed, chosen, rate), rate);
 }
 
 void assign(const Quality &quality, Value &seg_snr, Value &si_sdr, Value &estoi) {
@@ -85,16 +81,20 @@ void assign(const Quality &quality, Value &seg_snr, Value &si_sdr, Value &estoi)
 void measure_near(const Frames &frames, Results &r) {
   if (!frames.talk || !frames.near)
     return;
-  const Signal mic = to_signal(frames.subject.mic);
   const Signal &out = frames.output.plain;
   r.near_level_db = level_change(frames, frames.out);
   r.near_level_sent_db = level_change(frames, frames.sent);
   assign(quality_of(frames, out, Talk::near), r.seg_snr_near_db, r.si_sdr_near_db, r.estoi_near);
   assign(quality_of(frames, out, Talk::both), r.seg_snr_double_db, r.si_sdr_double_db, r.estoi_double);
-  assign(quality_of(frames, mic, Talk::near), r.mic_seg_snr_near_db, r.mic_si_sdr_near_db, r.mic_estoi_near);
-  assign(quality_of(frames, mic, Talk::both), r.mic_seg_snr_double_db, r.mic_si_sdr_double_db, r.mic_estoi_double);
+  assign(frames.mic_near, r.mic_seg_snr_near_db, r.mic_si_sdr_near_db, r.mic_estoi_near);
+  assign(frames.mic_double, r.mic_seg_snr_double_db, r.mic_si_sdr_double_db, r.mic_estoi_double);
   r.onsets_lost_percent = onsets_lost(frames);
-  r.near_lost_percent = near_lost(frames);
+  if (r.estoi_double.known() && r.mic_estoi_double.known())
+    r.estoi_gain_double = r.estoi_double.number() - r.mic_estoi_double.number();
+  else
+    r.estoi_gain_double = Gap::absent;
+  r.near_lost_percent = near_lost(frames, Talk::both);
+  r.near_lost_alone_percent = near_lost(frames, Talk::near);
 }
 
 } // namespace qv::tool::measure

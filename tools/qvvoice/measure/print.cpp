@@ -69,6 +69,22 @@ std::string one_text(const Json &recording) {
   return text + legend;
 }
 
+/// Of the values that are there. @param value  of a recording's measure, null when there is none
+template <class ValueOf> Json mean_over(const std::vector<const Json *> &recordings, const ValueOf &value) {
+  Json mean = Json::object();
+  for (const Measure &measure : measures()) {
+    double sum = 0;
+    int count = 0;
+    for (const Json *recording : recordings)
+      if (const Json one = value(*recording, measure.key); one.is_number()) {
+        sum += double(one);
+        ++count;
+      }
+    mean[measure.key] = count > 0 ? Json(sum / count) : Json();
+  }
+  return mean;
+}
+
 using Row = std::vector<std::string>;
 
 /// Left-aligned first column, the others right-aligned.
@@ -86,6 +102,24 @@ std::string aligned(const std::vector<Row> &rows) {
   return text;
 }
 
+/// The recordings of each rate and frame length, in order of appearance.
+std::vector<std::vector<const Json *>> by_layout(const Json &recordings) {
+  std::vector<std::vector<const Json *>> layouts;
+  for (const Json &recording : recordings) {
+    const auto same = [&](const auto &layout) {
+      return (*layout[0])["rate"] == recording["rate"] && (*layout[0])["frame_ms"] == recording["frame_ms"];
+    };
+    const auto found = std::ranges::find_if(layouts, same);
+    (found == layouts.end() ? layouts.emplace_back() : *found).push_back(&recording);
+  }
+  return layouts;
+}
+
+std::string layout_label(const Json &recording) {
+  return fmt::format("mean at {} kHz{}", int(recording["rate"]) / 1000,
+                     recording["frame_ms"].is_null() ? "" : fmt::format(", {} ms", int(recording["frame_ms"])));
+}
+
 /// @param part  null, or the member of a recording that holds the values: "difference"
 std::string set_table(const Json &set, const char *part) {
   std::vector<Row> rows = {{"recording"}};
@@ -99,6 +133,15 @@ std::string set_table(const Json &set, const char *part) {
     for (const Measure &measure : measures())
       if (measure.column)
         rows.back().push_back(part ? cell({{"measures", recording[part]}}, measure, true) : cell(recording, measure));
+  }
+  for (const auto &layout : by_layout(set["recordings"])) {
+    const Json mean = {{"measures", mean_over(layout, [&](const Json &recording, const char *key) {
+                          return recording.value(part ? part : "measures", Json::object()).value(key, Json());
+                        })}};
+    rows.push_back({layout_label(*layout[0])});
+    for (const Measure &measure : measures())
+      if (measure.column)
+        rows.back().push_back(cell(mean, measure, part));
   }
   return aligned(rows);
 }
@@ -137,6 +180,18 @@ Json to_json(const Subject &subject, const Output &output, const Results &result
 }
 
 Json as_set(std::vector<Json> recordings) { return {{"recordings", std::move(recordings)}, {"failed", Json::array()}}; }
+
+Json means(const Json &recordings) {
+  Json all = Json::array();
+  for (const auto &layout : by_layout(recordings))
+    all.push_back({{"rate", (*layout[0])["rate"]},
+                   {"frame_ms", (*layout[0])["frame_ms"]},
+                   {"recordings", layout.size()},
+                   {"measures", mean_over(layout, [](const Json &recording, const char *key) {
+                      return recording["measures"][key];
+                    })}});
+  return all;
+}
 
 std::vector<std::string> compare(Json &set, const Json &other) {
   std::vector<std::string> missing;

@@ -15,8 +15,12 @@ using Json = nlohmann::ordered_json;
 /// and quarters.
 Json to_json(const Subject &subject, const Output &output, const Results &results);
 
-/// A set: {"recordings": [...], "failed": [{"name", "message"}]}.
+/// Several: {"recordings": [...], "failed": [{"name", "message"}]}.
 Json as_set(std::vector<Json> recordings);
+
+/// Means over the recordings of each rate and frame length, of the values that are there:
+/// [{"rate", "frame_ms", "recordings", "measures"}].
+Json means(const Json &recordings);
 
 /// Puts another run beside each recording of the same name and frame length: "against" and "difference" (this minus
 /// the other). @return names of the recordings for which the other run has none
@@ -25,7 +29,8 @@ std::vector<std::string> compare(Json &set, const Json &other);
 /// Every measure: its key, its heading in the table of a set, its meaning.
 std::string measure_list();
 
-/// Every measure of one recording with its meaning, or a line per recording of a set; failures at the end.
+/// Every measure of one recording with its meaning, or a line per recording of a set and their means; failures at the
+/// end.
 std::string as_text(const Json &set);
 
 /// A line per recording and run, a column per measure; empty where there is no number.

@@ -36,4 +36,8 @@ std::optional<double> si_sdr_db(SignalView clean, SignalView processed) {
   return error > 0 ? to_db(scale * scale * clean_energy / error) : std::nullopt;
 }
 
+Quality quality(SignalView clean, SignalView processed, int rate) {
+  return {segmental_snr_db(clean, processed, rate), si_sdr_db(clean, processed), estoi(clean, processed, rate)};
+}
+
 } // namespace qv::tool::measure

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <optional>
+#include <vector>
 
 #include "signal/signal.h"
 
@@ -19,5 +20,12 @@ std::optional<double> si_sdr_db(SignalView clean, SignalView processed);
 /// Extended short-time objective intelligibility (Jensen and Taal 2016), 0..1 for all practical speech.
 /// @return nothing for less than 0.4 s of speech, or when either signal is silent
 std::optional<double> estoi(SignalView clean, SignalView processed, int rate);
+
+/// The three together; what has no value for lack of speech has none.
+struct Quality {
+  std::optional<double> seg_snr, si_sdr, estoi;
+};
+
+Quality quality(SignalView clean, SignalView processed, int rate);
 
 } // namespace qv::tool::measure

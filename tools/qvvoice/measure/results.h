@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "measure/quality.h"
 #include "measure/talk.h"
 
 namespace qv::tool::measure {
@@ -47,17 +48,17 @@ struct Quarter {
 
 struct Results {
   // Echo.
-  Value erle_far_db, erle_linear_db, erle_double_db, erle_heard_db;
+  Value erle_far_db, erle_first_db, erle_settled_db, erle_linear_db, erle_double_db, erle_heard_db;
   Value time_to_20_db_s, residual_echo_dbfs, echo_bursts_percent;
   Value path_recovery_s, delay_recovery_s;
   // Delay.
-  Value delay_true_ms, delay_found_ms, delay_heard_ms, delay_in_reach_percent;
+  Value delay_true_ms, delay_found_ms, delay_heard_ms, delay_found_percent, delay_in_reach_percent;
   // Near end.
   Value near_level_db, near_level_sent_db;
   Value seg_snr_near_db, seg_snr_double_db, si_sdr_near_db, si_sdr_double_db, estoi_near, estoi_double;
   Value mic_seg_snr_near_db, mic_seg_snr_double_db, mic_si_sdr_near_db, mic_si_sdr_double_db, mic_estoi_near,
-      mic_estoi_double;
-  Value onsets_lost_percent, near_lost_percent;
+      mic_estoi_double, estoi_gain_double;
+  Value onsets_lost_percent, near_lost_percent, near_lost_alone_percent;
   // Noise.
   Value noise_attenuation_db, output_noise_dbfs, digital_silence_percent;
   // Levels.
@@ -82,6 +83,20 @@ struct Measure {
 
 const std::vector<Measure> &measures();
 
-Results measure(const Subject &subject, const Output &output);
+/// What follows from a recording alone: the same for every output that is measured on it.
+struct Known {
+  const Subject &subject;
+  std::vector<double> mic; ///< powers of frames of 10 ms, as the next two
+  std::optional<std::vector<double>> near, echo;
+  std::optional<std::vector<Talk>> talk;
+  std::optional<DelaySummary> delay; ///< of the microphone behind the reference, by cross-correlation
+  std::optional<std::vector<bool>> far_heard;
+  std::optional<double> mic_level, ref_level, near_level; ///< active, dBov
+  Quality mic_near, mic_double;
+
+  Known(const Subject &subject);
+};
+
+Results measure(const Known &known, const Output &output);
 
 } // namespace qv::tool::measure

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "signal/correlation.h"
-
 namespace qv::tool::measure {
 
 std::optional<std::vector<Talk>> talk_of(const Subject &subject) {
@@ -17,14 +15,13 @@ std::optional<std::vector<Talk>> talk_of(const Subject &subject) {
   return talk;
 }
 
-std::optional<std::vector<bool>> far_heard(const Subject &subject) {
+std::optional<std::vector<bool>> far_heard(const Subject &subject, const std::optional<DelaySummary> &delay) {
   const size_t count = subject.mic.size() / frame_length(subject.rate);
   if (subject.truth && subject.truth->far)
     return flags(*subject.truth->far, count);
-  const Signal ref = to_signal(subject.ref);
-  const auto delay = summarise(delay_points(to_signal(subject.mic), ref, subject.rate));
   if (!delay)
     return std::nullopt;
+  const Signal ref = to_signal(subject.ref);
   const Signal moved = excerpt(ref, -std::ptrdiff_t(delay->delay * subject.rate), ref.size());
   return activity(moved, subject.rate);
 }

@@ -6,6 +6,7 @@
 
 #include "measure/subject.h"
 #include "signal/activity.h"
+#include "signal/correlation.h"
 
 namespace qv::tool::measure {
 
@@ -14,9 +15,9 @@ enum class Talk { silence, far, near, both };
 /// One per whole frame of the recording; nothing when the truth does not say who talks when.
 std::optional<std::vector<Talk>> talk_of(const Subject &subject);
 
-/// Frames in which the far end is heard: from the truth, else the activity of the reference, moved by the delay that
-/// the cross-correlation finds. Nothing without either.
-std::optional<std::vector<bool>> far_heard(const Subject &subject);
+/// Frames in which the far end is heard: from the truth, else the activity of the reference, moved by the delay of the
+/// microphone. Nothing without either.
+std::optional<std::vector<bool>> far_heard(const Subject &subject, const std::optional<DelaySummary> &delay);
 
 /// Samples of the frames with this flag, joined.
 Signal joined(SignalView signal, const std::vector<bool> &frames, int rate);

@@ -14,7 +14,7 @@ namespace {
 
 constexpr double pause_seconds = 0.3; ///< between two recordings
 
-/// Prompts of whole sentences, in both voices.
+/// Prompts of whole sentences. Every voice has them but for the first, which is in English and Russian only.
 constexpr std::array prompts = {
     "basic-pbx-ivr-main",
     "conf-adminmenu",
@@ -70,6 +70,8 @@ const std::vector<Voice> &voices() {
   static const std::vector<Voice> all = {
       {"en", "/usr/share/asterisk/sounds/en_US_f_Allison", "asterisk-core-sounds-en"},
       {"ru", "/usr/share/asterisk/sounds/ru_RU_f_IvrvoiceRU", "asterisk-core-sounds-ru"},
+      {"fr", "/usr/share/asterisk/sounds/fr_CA_f_June", "asterisk-core-sounds-fr"},
+      {"it", "/usr/share/asterisk/sounds/it_IT_m_Carlo", "asterisk-core-sounds-it"},
   };
   return all;
 }
@@ -81,11 +83,13 @@ std::vector<std::string> SpeechReader::paths(const Speech &speech) const {
   const std::string kind = rate_ == 8000 ? "wav" : "g722";
   std::vector<std::string> found;
   for (const char *prompt : prompts) {
-    found.push_back(fmt::format("{}/{}.{}", voice.folder, prompt, kind));
-    if (!std::filesystem::exists(found.back()))
-      throw InputError("voice \"{}\" at {} Hz: {} is missing; install the Debian package {}-{}", voice.name, rate_,
-                       found.back(), voice.package, kind);
+    const std::string path = fmt::format("{}/{}.{}", voice.folder, prompt, kind);
+    if (std::filesystem::exists(path))
+      found.push_back(path);
   }
+  if (found.size() + 1 < prompts.size())
+    throw InputError("voice \"{}\" at {} Hz: {} of {} prompts found in {}; install the Debian package {}-{}",
+                     voice.name, rate_, found.size(), prompts.size(), voice.folder, voice.package, kind);
   return found;
 }
 

@@ -16,19 +16,26 @@ constexpr int threshold_count = 15; ///< 2^-15 .. 2^-1 of full scale
 /// Samples during which the envelope was above each threshold, hangover included.
 std::array<double, threshold_count> active_samples(SignalView signal, int rate) {
   const double keep = std::exp(-1 / (rate * envelope_seconds));
-  const int hangover = int(hangover_seconds * rate + 0.5);
-  std::array<double, threshold_count> active{};
-  std::array<int, threshold_count> silent;
-  silent.fill(hangover);
+  const auto hangover = std::ptrdiff_t(hangover_seconds * rate + 0.5);
+  // The thresholds are nested: the highest that the envelope has passed within the hangover stands for those below.
+  std::array<std::ptrdiff_t, threshold_count + 1> until{}; ///< sample up to which so many thresholds count as passed
+  std::array<double, threshold_count + 1> samples{};       ///< in which exactly so many did
+  size_t passed = 0;
   double smooth = 0, envelope = 0;
-  for (const double value : signal) {
-    smooth = keep * smooth + (1 - keep) * std::abs(value);
+  for (size_t i = 0; i < signal.size(); ++i) {
+    smooth = keep * smooth + (1 - keep) * std::abs(signal[i]);
     envelope = keep * envelope + (1 - keep) * smooth;
-    for (size_t j = 0; j < threshold_count; ++j) {
-      silent[j] = envelope >= std::ldexp(1.0, int(j) - threshold_count) ? 0 : silent[j] + 1;
-      active[j] += silent[j] <= hangover;
-    }
+    const auto now = size_t(std::clamp(std::ilogb(envelope), -threshold_count - 1, -1) + threshold_count + 1);
+    until[now] = std::ptrdiff_t(i) + hangover;
+    passed = std::max(passed, now);
+    while (passed > now && until[passed] < std::ptrdiff_t(i))
+      --passed;
+    ++samples[passed];
   }
+  std::array<double, threshold_count> active;
+  double above = 0;
+  for (size_t j = threshold_count; j-- > 0;)
+    active[j] = above += samples[j + 1];
   return active;
 }
 
