@@ -35,6 +35,7 @@ struct Options {
   std::vector<int> frame_ms = {20};
   std::string against;
   int jobs = int(std::max(1u, std::thread::hardware_concurrency()));
+  std::vector<std::string> columns;
   bool list = false, json = false, csv = false;
 };
 
@@ -84,6 +85,17 @@ Json measure_all(const Options &options, const std::string &out) {
   return options.set.empty() ? measure_one(options, out) : measure_set(options, out);
 }
 
+std::vector<measure::Column> columns_of(const Options &options) {
+  std::vector<measure::Column> columns;
+  for (const std::string &key : options.columns) {
+    const auto found = std::ranges::find(measure::measures(), key, &measure::Measure::key);
+    if (found == measure::measures().end())
+      throw InputError("--columns: {} is no measure; --list lists them", key);
+    columns.push_back({&*found, key});
+  }
+  return columns.empty() ? measure::usual_columns() : columns;
+}
+
 Json read_results(const std::string &path) try {
   std::ifstream file(path);
   Json results = Json::parse(file);
@@ -95,6 +107,7 @@ Json read_results(const std::string &path) try {
 }
 
 void run(const Options &options) {
+  const std::vector<measure::Column> columns = columns_of(options);
   Json results = measure_all(options, options.out);
   if (!options.against.empty()) {
     const Json other =
@@ -109,7 +122,7 @@ void run(const Options &options) {
   if (options.json)
     fmt::print("{}\n", results.dump(2, ' ', false, Json::error_handler_t::replace));
   else
-    fmt::print("{}", options.csv ? measure::as_csv(results) : measure::as_text(results));
+    fmt::print("{}", options.csv ? measure::as_csv(results) : measure::as_text(results, columns));
   if (!results["failed"].empty())
     throw InputError("{} of {} recordings failed; they are named above", results["failed"].size(),
                      results["failed"].size() + results["recordings"].size());
@@ -146,6 +159,11 @@ void add_measure(CLI::App &app) {
       ->type_name("PATH");
   verb->add_option("-j", options->jobs, "Processes at a time for a set (one per core)")
       ->check(CLI::Range(1, 256))
+      ->needs(set);
+  verb->add_option("--columns", options->columns,
+                   "Measures that the table of a set shows (those with a column in --list)")
+      ->delimiter(',')
+      ->type_name("KEY,...")
       ->needs(set);
   CLI::Option *json = verb->add_flag("--json", options->json, "Print JSON");
   verb->add_flag("--csv", options->csv, "Print CSV")->excludes(json);

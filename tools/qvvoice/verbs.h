@@ -16,5 +16,6 @@ void add_measure(CLI::App &app);
 void add_scene(CLI::App &app);
 void add_diagnose(CLI::App &app);
 void add_report(CLI::App &app);
+void add_tune(CLI::App &app);
 
 } // namespace qv::tool

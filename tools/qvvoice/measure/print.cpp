@@ -121,27 +121,25 @@ std::string layout_label(const Json &recording) {
 }
 
 /// @param part  null, or the member of a recording that holds the values: "difference"
-std::string set_table(const Json &set, const char *part) {
+std::string set_table(const Json &set, const char *part, const std::vector<Column> &columns) {
   std::vector<Row> rows = {{"recording"}};
-  for (const Measure &measure : measures())
-    if (measure.column)
-      rows[0].push_back(measure.column);
+  for (const Column &column : columns)
+    rows[0].push_back(column.heading);
   for (const Json &recording : set["recordings"]) {
     if (part && !recording.contains(part))
       continue;
     rows.push_back({label(recording)});
-    for (const Measure &measure : measures())
-      if (measure.column)
-        rows.back().push_back(part ? cell({{"measures", recording[part]}}, measure, true) : cell(recording, measure));
+    const Json &run = part ? Json{{"measures", recording[part]}} : recording;
+    for (const Column &column : columns)
+      rows.back().push_back(cell(run, *column.measure, part));
   }
   for (const auto &layout : by_layout(set["recordings"])) {
     const Json mean = {{"measures", mean_over(layout, [&](const Json &recording, const char *key) {
                           return recording.value(part ? part : "measures", Json::object()).value(key, Json());
                         })}};
     rows.push_back({layout_label(*layout[0])});
-    for (const Measure &measure : measures())
-      if (measure.column)
-        rows.back().push_back(cell(mean, measure, part));
+    for (const Column &column : columns)
+      rows.back().push_back(cell(mean, *column.measure, part));
   }
   return aligned(rows);
 }
@@ -224,15 +222,23 @@ std::string measure_list() {
   return text;
 }
 
-std::string as_text(const Json &set) {
+std::vector<Column> usual_columns() {
+  std::vector<Column> columns;
+  for (const Measure &measure : measures())
+    if (measure.column)
+      columns.push_back({&measure, measure.column});
+  return columns;
+}
+
+std::string as_text(const Json &set, const std::vector<Column> &columns) {
   const Json &recordings = set["recordings"];
   std::string text;
   if (recordings.size() == 1 && set["failed"].empty())
     return one_text(recordings[0]);
   if (!recordings.empty())
-    text += set_table(set, nullptr) + legend;
+    text += set_table(set, nullptr, columns) + legend;
   if (std::ranges::any_of(recordings, [](const Json &one) { return one.contains("difference"); }))
-    text += "\nthis run minus the other\n" + set_table(set, "difference");
+    text += "\nthis run minus the other\n" + set_table(set, "difference", columns);
   for (const Json &one : set["failed"])
     text += fmt::format("FAILED {}: {}\n", std::string(one["name"]), std::string(one["message"]));
   return text;

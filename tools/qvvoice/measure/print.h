@@ -29,9 +29,18 @@ std::vector<std::string> compare(Json &set, const Json &other);
 /// Every measure: its key, its heading in the table of a set, its meaning.
 std::string measure_list();
 
+/// A column of the table of a set.
+struct Column {
+  const Measure *measure;
+  std::string heading;
+};
+
+/// What a table shows unless others are asked for.
+std::vector<Column> usual_columns();
+
 /// Every measure of one recording with its meaning, or a line per recording of a set and their means; failures at the
 /// end.
-std::string as_text(const Json &set);
+std::string as_text(const Json &set, const std::vector<Column> &columns = usual_columns());
 
 /// A line per recording and run, a column per measure; empty where there is no number.
 std::string as_csv(const Json &set);

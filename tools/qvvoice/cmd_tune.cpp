@@ -1,0 +1,161 @@
+// The verb `tune`: from recordings to a parameter file.
+
+#include <filesystem>
+#include <memory>
+#include <thread>
+
+#include "para/presets.h"
+#include "support/child.h"
+#include "support/error.h"
+#include "support/output_file.h"
+#include "tune/device.h"
+#include "tune/result_text.h"
+#include "verbs.h"
+
+namespace qv::tool {
+namespace {
+
+using tune::Evaluator;
+
+constexpr const char *examples = R"(
+On a set of calls whose truth is known, judged on another
+  qvvoice scene --draw 16 --part tune --rate 16000 --out tune
+  qvvoice scene --draw 16 --part check --rate 16000 --out check
+  qvvoice tune --set tune --check check --out mine.toml --pages pages
+For a device, from two recordings: it plays and nobody talks; somebody talks and it plays nothing
+  qvvoice tune --echo mic.wav ref.wav --near near.wav --calls calls --out device.toml
+After an interrupt the same command goes on from its log. docs/tuning.md tells more.)";
+
+struct Options {
+  std::string set, check;
+  std::vector<std::string> echo;
+  std::string near, calls;
+  std::string plan = "balanced", base;
+  int rate = 16000, frame_ms = 20;
+  std::string out, log, name, pages;
+  tune::SearchOptions search;
+  int jobs = int(std::max(1u, std::thread::hardware_concurrency()));
+  bool json = false;
+};
+
+void write_text(const std::string &path, const std::string &text) {
+  OutputFile file(path);
+  file.write(text);
+  file.commit();
+}
+
+/// What the search is: its log belongs to no other.
+nlohmann::ordered_json identity(const Options &options, const Evaluator &evaluator, const Setup &before) {
+  return {{"version", QV_VOICE_Version()},
+          {"before", before.para},
+          {"frame_ms", options.frame_ms},
+          {"recordings", evaluator.names()},
+          {"samples", evaluator.checksum()}};
+}
+
+tune::Judged judge(Evaluator &evaluator, const tune::Result &result, const char *part) {
+  tune::Judged judged{part, evaluator.names(), {}, {}};
+  evaluator.evaluate({result.before.image, result.after.image}, [&](size_t i, std::vector<tune::Numbers> numbers) {
+    (i == 0 ? judged.before : judged.after) = std::move(numbers);
+  });
+  return judged;
+}
+
+void write_pages(const Options &options, const std::string &set, const std::string &before) {
+  const ChildResult made = run_child({std::filesystem::read_symlink("/proc/self/exe").string(), "report", "--set", set,
+                                      "--out", options.pages, "--frame-ms", std::to_string(options.frame_ms), "--para",
+                                      options.out, "--against-para", before});
+  if (made.status != 0)
+    throw InputError("{}: {}", options.pages, made.messages);
+  fmt::print(stderr, "pages: {}", made.output);
+}
+
+void run(Options options) {
+  if (!options.echo.empty()) {
+    tune::make_calls({options.echo[0], options.echo[1], options.near}, options.rate, options.frame_ms, options.calls);
+    options.set = options.calls + "/tune";
+    options.check = options.calls + "/check";
+  }
+  const Setup before =
+      make_setup(options.base.empty() ? std::nullopt : std::optional(options.base), options.rate, options.frame_ms);
+  const tune::Plan plan = tune::read_plan(options.plan, options.rate);
+  Evaluator evaluator(options.set, options.rate, options.frame_ms, options.jobs);
+  std::optional<Evaluator> held_back =
+      options.check.empty()
+          ? std::nullopt
+          : std::optional<Evaluator>(std::in_place, options.check, options.rate, options.frame_ms, options.jobs);
+  const bool preset = para::find_preset(before.para_source) != nullptr;
+  const tune::Writing writing{options.name, options.frame_ms, preset ? before.para_source : "",
+                              preset ? before.para : config::default_image(options.rate)};
+  tune::History history(options.log.empty() ? options.out + ".log" : options.log, identity(options, evaluator, before));
+
+  const auto better = [&](const tune::Candidate &best, size_t evaluations) {
+    fmt::print(stderr, "evaluation {} of {}: {:.3f} points\n", evaluations, options.search.budget, best.cost);
+    write_text(options.out, parameter_text(plan, {best, best, {}, {}}, writing, best.means, "tuned on so far"));
+  };
+  const tune::Result result = tune::tune(plan, before.para, evaluator, history, options.search, better);
+  std::vector<tune::Judged> parts = {judge(evaluator, result, "tuned on")};
+  if (held_back)
+    parts.push_back(judge(*held_back, result, "held back"));
+  const tune::Judged &last = parts.back();
+  write_text(options.out, parameter_text(plan, result, writing, tune::mean_of(last.after), last.part));
+  const nlohmann::ordered_json found = tune::result_json(plan, result, parts);
+  fmt::print("{}", options.json ? found.dump(2) + "\n" : tune::result_text(found));
+  if (!options.pages.empty())
+    write_pages(options, held_back ? options.check : options.set, before.para_source);
+  if (!found["parts"].back()["met"])
+    throw CLI::RuntimeError(1);
+}
+
+} // namespace
+
+void add_tune(CLI::App &app) {
+  const auto options = std::make_shared<Options>();
+  CLI::App *verb = app.add_subcommand("tune", "Searches the parameters that do best on recordings");
+  verb->footer(examples);
+  CLI::Option_group *what = verb->add_option_group("What");
+  CLI::Option *set =
+      what->add_option("--set", options->set, "Folder of calls to tune on, at any depth")->type_name("DIR");
+  CLI::Option *echo =
+      what->add_option("--echo", options->echo, "Recording of the device playing: microphone, reference")
+          ->expected(2)
+          ->type_name("FILE");
+  what->require_option(1);
+  verb->add_option("--check", options->check, "Folder of calls held back, to judge the result by")
+      ->type_name("DIR")
+      ->needs(set);
+  CLI::Option *near =
+      verb->add_option("--near", options->near, "Recording of somebody talking while the device is silent")
+          ->type_name("FILE")
+          ->needs(echo);
+  CLI::Option *calls =
+      verb->add_option("--calls", options->calls, "Folder for the calls mixed from both, made when missing")
+          ->type_name("DIR")
+          ->needs(echo);
+  echo->needs(near, calls);
+  verb->add_option("--out", options->out, "Parameter file to write, as text")->type_name("FILE")->required();
+  verb->add_option("--plan", options->plan, "What may move and what is wanted: a file, or a name built in (balanced)");
+  verb->add_option("--base", options->base, "Where to start: parameter file or preset (the layout's default)")
+      ->type_name("FILE");
+  verb->add_option("--name", options->name, "Name to write into the file")->default_str("tuned");
+  options->name = "tuned";
+  verb->add_option("--rate", options->rate, "Hz (16000)")->check(CLI::IsMember({8000, 16000}));
+  verb->add_option("--frame-ms", options->frame_ms, "Frame length, ms (20)")->check(CLI::IsMember({16, 20}));
+  verb->add_option("--budget", options->search.budget, "Evaluations of the whole set (300)")
+      ->check(CLI::Range(1, 1000000));
+  verb->add_option("--minutes", options->search.minutes, "Begin no new generation after so long")
+      ->check(CLI::PositiveNumber);
+  verb->add_option("--seed", options->search.seed, "Of the search (1)");
+  verb->add_option("--step", options->search.step, "First step, as a share of each range (0.1)")
+      ->check(CLI::Range(0.001, 1.0));
+  verb->add_option("--search", options->search.method, "evolution (default), or random to compare with")
+      ->transform(CLI::CheckedTransformer(std::map<std::string, tune::Method>{{"evolution", tune::Method::evolution},
+                                                                              {"random", tune::Method::random}}));
+  verb->add_option("--log", options->log, "Every evaluation, to go on after an interrupt (OUT.log)")->type_name("FILE");
+  verb->add_option("--pages", options->pages, "Folder for pages of the calls, before and after")->type_name("DIR");
+  verb->add_option("-j", options->jobs, "Processes at a time (one per core)")->check(CLI::Range(1, 256));
+  verb->add_flag("--json", options->json, "Print JSON");
+  verb->callback([options] { run(*options); });
+}
+
+} // namespace qv::tool

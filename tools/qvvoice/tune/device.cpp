@@ -1,0 +1,151 @@
+#include "tune/device.h"
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+
+#include "audio/audio.h"
+#include "diagnose/diagnose.h"
+#include "diagnose/talk.h"
+#include "scene/truth.h"
+#include "support/error.h"
+
+namespace qv::tool::tune {
+namespace {
+
+constexpr double call_seconds = 24;
+constexpr Interval far_first = {0, 9}, far_again = {13.5, 23.8}, near_talk = {9.5, 18.5}; ///< as played and as spoken
+constexpr double far_needed = far_first.end - far_first.begin + far_again.end - far_again.begin;
+constexpr double near_needed = near_talk.end - near_talk.begin;
+constexpr double near_levels_db[] = {0, -6, 6, 0, -6, 6}; ///< against the recording, a call each
+constexpr double fade_seconds = 0.01;
+constexpr double above_noise_db = 6; ///< of talk in a recording with noise
+
+/// What explains a bad result of the library rather than a bad recording is what tuning is for.
+constexpr const char *about_the_library[] = {"canceller_on", "delay_found", "filter", "residual_echo", "near_end"};
+
+std::vector<int16_t> read(const std::string &path, int rate, double seconds) {
+  Source source;
+  source.path = path;
+  Recording recording = read_audio(source);
+  if (recording.file_rate < rate)
+    throw InputError("{}: has {} Hz, the parameters are for {} Hz; record with at least that, or tune with --rate 8000",
+                     path, recording.file_rate, rate);
+  convert_rate(recording, rate);
+  if (recording.audio.seconds() < seconds)
+    throw InputError("{}: is {:.1f} s long; at least {:.0f} s are needed, half to tune on and half to judge by", path,
+                     recording.audio.seconds(), seconds);
+  return recording.audio.samples;
+}
+
+/// Speech in a recording with noise: the frames that stand out of its quietest twentieth.
+std::vector<Interval> talk_in(SignalView signal, int rate) {
+  const std::vector<double> powers = frame_powers(signal, rate);
+  const double floor = quantile(powers, 0.05) * from_db(above_noise_db);
+  std::vector<bool> active = activity(signal, rate);
+  for (size_t i = 0; i < active.size(); ++i) {
+    const auto begin = powers.begin() + std::ptrdiff_t(i > 20 ? i - 20 : 0),
+               end = powers.begin() + std::ptrdiff_t(i) + 1;
+    active[i] = active[i] && *std::max_element(begin, end) > floor;
+  }
+  return intervals(active);
+}
+
+/// @return the delay of the echo, s
+double examine(const DeviceRecordings &device, const Samples &mic, const Samples &ref, int rate, int frame_ms) {
+  const Setup setup = make_setup(std::nullopt, rate, frame_ms);
+  RunOptions options;
+  options.compensate = true;
+  const Run run = run_tx(setup, mic, ref, options);
+  const diagnose::Evidence evidence(setup, mic, ref, run.sent, run.trace);
+  for (const diagnose::Check &check : diagnose::diagnose(evidence).checks)
+    if (check.state == diagnose::State::wrong &&
+        std::ranges::find(about_the_library, check.name) == std::end(about_the_library))
+      throw InputError("{} with {}: nothing to tune on: {}: {}. {}", device.mic, device.ref, check.title, check.found,
+                       check.next);
+  const diagnose::Talk talk = judge_talk(evidence);
+  const double talking = talk.near.seconds() + talk.both.seconds();
+  constexpr double most_talking = 0.5; // s
+  if (talking > most_talking)
+    throw InputError("{}: somebody talks for {:.1f} s while the device plays {}; record it with nobody talking",
+                     device.mic, talking, device.ref);
+  return evidence.delay.median;
+}
+
+/// Copies a stretch with faded ends. @param from,to  s
+void place(Signal &track, double to, const Signal &source, double from, double seconds, int rate) {
+  const auto count = size_t(seconds * rate), fade = size_t(fade_seconds * rate);
+  const Signal part = excerpt(source, std::ptrdiff_t(from * rate), count);
+  const auto begin = size_t(to * rate);
+  for (size_t i = 0; i < count && begin + i < track.size(); ++i)
+    track[begin + i] += part[i] * std::min(1.0, double(std::min(i, count - i)) / double(fade));
+}
+
+/// The far end's two stretches, one after the other in the recording, `late` seconds after they are played.
+Signal far_track(const Signal &recording, double from, double late, int rate) {
+  Signal track(size_t(call_seconds * rate));
+  const double first = far_first.end - far_first.begin;
+  place(track, far_first.begin + late, recording, from + late, first, rate);
+  place(track, far_again.begin + late, recording, from + first + late, far_again.end - far_again.begin, rate);
+  return track;
+}
+
+void write(const std::string &path, const Signal &signal, int rate) {
+  OutputFile file(path);
+  write_wav(file, {rate, to_samples(signal)});
+  file.commit();
+}
+
+struct Material {
+  Signal mic, ref, near;
+  double delay; ///< s
+  int rate;
+};
+
+/// @param far_from,near_from  s, places in the recordings
+void make_call(const Material &material, double far_from, double near_from, double near_db, const std::string &folder) {
+  const int rate = material.rate;
+  const Signal ref = far_track(material.ref, far_from, 0, rate);
+  const Signal echo = far_track(material.mic, far_from, material.delay, rate);
+  Signal near(ref.size());
+  place(near, near_talk.begin, material.near, near_from, near_needed, rate);
+  scale(near, gain_from_db(near_db));
+  Signal mic = near;
+  for (size_t i = 0; i < mic.size(); ++i)
+    mic[i] += echo[i];
+  scene::Truth truth;
+  truth.far = intervals(activity(far_track(material.ref, far_from - material.delay, material.delay, rate), rate));
+  truth.near = talk_in(near, rate);
+  truth.delay = {{0, material.delay, 0}};
+  std::filesystem::create_directories(folder);
+  write(folder + "/mic.wav", mic, rate);
+  write(folder + "/ref.wav", ref, rate);
+  write(folder + "/echo.wav", echo, rate);
+  write(folder + "/near.wav", near, rate);
+  OutputFile file(folder + "/scene.toml");
+  file.write(fmt::format("title = \"Device recording from {:.1f} s, near end from {:.1f} s at {:+.0f} dB\"\n{}",
+                         far_from, near_from, near_db, truth_text(truth)));
+  file.commit();
+}
+
+} // namespace
+
+void make_calls(const DeviceRecordings &device, int rate, int frame_ms, const std::string &folder) {
+  const std::vector<int16_t> mic = read(device.mic, rate, 2 * far_needed),
+                             near = read(device.near, rate, 2 * near_needed);
+  std::vector<int16_t> ref = read(device.ref, rate, 2 * far_needed);
+  ref.resize(mic.size());
+  const double delay = examine(device, mic, ref, rate, frame_ms);
+  if (!active_level_db(to_signal(near), rate))
+    throw InputError("{}: is silent; somebody should talk in it", device.near);
+  const Material material{to_signal(mic), to_signal(ref), to_signal(near), delay, rate};
+  const double far_half = double(mic.size()) / rate / 2, near_half = double(near.size()) / rate / 2;
+  const auto last = double(std::size(near_levels_db) - 1);
+  for (const bool check : {false, true})
+    for (size_t i = 0; i < std::size(near_levels_db); ++i)
+      make_call(material, check * far_half + (far_half - far_needed) * double(i) / last,
+                check * near_half + (near_half - near_needed) * (1 - double(i) / last), near_levels_db[i],
+                fmt::format("{}/{}/call-{}", folder, check ? "check" : "tune", i + 1));
+}
+
+} // namespace qv::tool::tune

@@ -1,0 +1,72 @@
+#include "tune/history.h"
+
+#include <filesystem>
+
+#include "support/error.h"
+
+namespace qv::tool::tune {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+Json to_json(const Numbers &means) {
+  Json numbers = Json::object();
+  for (size_t i = 0; i < means.size(); ++i)
+    if (!std::isnan(means[i]))
+      numbers[measure::measures()[i].key] = means[i];
+  return numbers;
+}
+
+Numbers numbers_from(const Json &numbers) {
+  Numbers means;
+  for (const measure::Measure &measure : measure::measures())
+    means.push_back(numbers.value(measure.key, std::nan("")));
+  return means;
+}
+
+} // namespace
+
+History::History(const std::string &path, const Json &search) : path_(path) {
+  const bool known = std::filesystem::exists(path);
+  if (known)
+    std::filesystem::resize_file(path, read(search));
+  file_.open(path, std::ios::app);
+  if (!known || std::filesystem::file_size(path) == 0)
+    file_ << Json{{"search", search}}.dump() << std::endl;
+  if (!file_)
+    throw InputError("{}: cannot be written", path);
+}
+
+size_t History::read(const Json &search) {
+  std::ifstream file(path_);
+  size_t bytes = 0;
+  for (std::string line; std::getline(file, line) && !file.eof(); bytes += line.size() + 1) {
+    const Json entry = Json::parse(line, nullptr, false);
+    if (bytes == 0) {
+      const Json found = entry.is_object() ? entry.value("search", Json()) : Json();
+      for (const auto &[key, value] : search.items())
+        if (!found.is_object() || found.value(key, Json()) != value)
+          throw InputError("{}: is the log of another search: {} is {}, here {}; remove it, or give another --log",
+                           path_, key, found.is_object() ? found.value(key, Json()).dump() : "missing", value.dump());
+    } else {
+      if (!entry.is_object())
+        break;
+      known_[entry["words"].get<config::Image>()] = numbers_from(entry["means"]);
+    }
+  }
+  return bytes;
+}
+
+const Numbers *History::find(const config::Image &image) const {
+  const auto found = known_.find(image);
+  return found == known_.end() ? nullptr : &found->second;
+}
+
+void History::add(const config::Image &image, const Numbers &means) {
+  known_[image] = means;
+  file_ << Json{{"words", image}, {"means", to_json(means)}}.dump() << std::endl;
+  if (!file_)
+    throw std::runtime_error(path_ + ": cannot be written");
+}
+
+} // namespace qv::tool::tune

@@ -1,0 +1,36 @@
+/// @file history.h  Every evaluation of a search, kept so that it can be taken up again.
+#pragma once
+
+#include <fstream>
+#include <map>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "config/fields.h"
+#include "tune/plan.h"
+
+namespace qv::tool::tune {
+
+/// A file with a line of JSON per evaluation, written as soon as it is known. The search is deterministic: run again,
+/// it asks for the same parameters, and finds here what it has measured before.
+class History {
+public:
+  /// Takes up the file if there is one. A line that was cut short is dropped.
+  /// @param search  what makes this search what it is: another one's file is refused
+  /// @throws InputError when the file is not of this search, or cannot be written
+  History(const std::string &path, const nlohmann::ordered_json &search);
+
+  const Numbers *find(const config::Image &image) const; ///< null when it has not been measured
+  void add(const config::Image &image, const Numbers &means);
+  size_t size() const { return known_.size(); }
+
+private:
+  size_t read(const nlohmann::ordered_json &search); ///< returns the bytes of the whole lines
+
+  std::string path_;
+  std::ofstream file_;
+  std::map<config::Image, Numbers> known_;
+};
+
+} // namespace qv::tool::tune

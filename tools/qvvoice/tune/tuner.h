@@ -1,0 +1,54 @@
+/// @file tuner.h  The search for parameters, and what they owe to each field.
+#pragma once
+
+#include <functional>
+#include <vector>
+
+#include "tune/evaluator.h"
+#include "tune/history.h"
+#include "tune/plan.h"
+
+namespace qv::tool::tune {
+
+enum class Method { evolution, random };
+
+struct SearchOptions {
+  size_t budget = 300;  ///< evaluations of the whole set that the search may ask for
+  double minutes = 1e9; ///< after which no new generation begins; the result then depends on the machine
+  uint64_t seed = 1;
+  double step = 0.1; ///< of the first generation, as a share of each range
+  Method method = Method::evolution;
+};
+
+/// Parameters and what the set makes of them.
+struct Candidate {
+  config::Image image;
+  Numbers means;
+  double cost;
+};
+
+/// A field that the result has changed.
+struct Effect {
+  const config::Field *field;
+  double lost;     ///< points by which the cost rises when the field goes back
+  Numbers without; ///< then
+  bool at_bound;   ///< some element is at an end of a move's range
+};
+
+struct Result {
+  Candidate before, after;
+  std::vector<Effect> effects; ///< what matters most first
+  std::vector<double> course;  ///< lowest cost after each evaluation of the search
+};
+
+/// Called with each candidate that is better than all before it, and how many evaluations the search has made.
+using Better = std::function<void(const Candidate &best, size_t evaluations)>;
+
+/// Searches from `before` as the plan sets it, puts back every changed field that buys nothing, and weighs the others.
+Result tune(const Plan &plan, const config::Image &before, Evaluator &evaluator, History &history,
+            const SearchOptions &options, const Better &better);
+
+/// Of the numbers that are there; NaN where no recording has one.
+Numbers mean_of(const std::vector<Numbers> &by_recording);
+
+} // namespace qv::tool::tune
