@@ -30,6 +30,7 @@ int main(int argc, char **argv) {
   qv::tool::add_diagnose(app);
   qv::tool::add_report(app);
   qv::tool::add_tune(app);
+  qv::tool::add_manual(app);
   try {
     app.parse(argc, argv);
     if (app.get_subcommands().empty())
