@@ -35,6 +35,12 @@ std::vector<uint8_t> from_base64(const std::string &text) {
   return bytes;
 }
 
+/// The browser's answer when a page goes away while it is asked.
+struct PageGone : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+constexpr int page_gone_code = -32000;
+
 void require(bool good, const char *doing) {
   if (!good)
     throw std::system_error(errno, std::generic_category(), doing);
@@ -157,6 +163,8 @@ Json Browser::call(const std::string &method, Json params) {
     const Json answer = receive();
     if (answer.value("id", 0) != last_id_)
       note(answer);
+    else if (answer.contains("error") && answer["error"]["code"] == page_gone_code)
+      throw PageGone(method + ": " + answer["error"].dump());
     else if (answer.contains("error"))
       throw std::runtime_error(method + ": " + answer["error"].dump());
     else
@@ -175,8 +183,11 @@ Json Browser::evaluate(const std::string &expression) {
 
 void Browser::wait_ready(const std::string &condition) {
   for (int waited = 0; waited < patience_ms; waited += 20) {
-    if (evaluate("document.documentElement?.dataset.ready === 'yes' && " + condition) == true)
-      return;
+    try {
+      if (evaluate("document.documentElement?.dataset.ready === 'yes' && " + condition) == true)
+        return;
+    } catch (const PageGone &) { // on the way from one page to the next
+    }
     usleep(20'000);
   }
   throw std::runtime_error("the page does not get ready");
@@ -189,7 +200,13 @@ void Browser::open(const std::string &path, bool dark) {
   wait_ready("true");
 }
 
-void Browser::wait_for(const std::string &file_name) { wait_ready("location.pathname.endsWith('/" + file_name + "')"); }
+void Browser::follow(const std::string &link, const std::string &file_name) {
+  try {
+    evaluate(link + ".click()");
+  } catch (const PageGone &) { // the next page was quicker than the answer
+  }
+  wait_ready("location.pathname.endsWith('/" + file_name + "')");
+}
 
 Picture Browser::screenshot() {
   const std::vector<uint8_t> png = from_base64(call("Page.captureScreenshot", {{"format", "png"}})["data"]);

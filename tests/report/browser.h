@@ -30,8 +30,8 @@ public:
   /// Opens a file and waits until the page says that it is ready.
   void open(const std::string &path, bool dark = false);
 
-  /// Waits until an open()ed page has replaced itself by this one, which is ready.
-  void wait_for(const std::string &file_name);
+  /// Clicks on an element, given as an expression, and waits until the page that it leads to is ready.
+  void follow(const std::string &link, const std::string &file_name);
 
   /// Value of an expression; a promise is awaited. @throws std::runtime_error with what the page threw
   Json evaluate(const std::string &expression);

@@ -44,14 +44,11 @@ TEST_F(ReportCommand, makes_a_set_of_pages_that_lead_to_each_other) {
   EXPECT_EQ(browser.evaluate(row), "broken,deeper/second,first one");
   browser.evaluate("document.querySelector('th').click(); document.querySelector('th').click()");
   EXPECT_EQ(browser.evaluate(row), "first one,deeper/second,broken");
-  browser.evaluate("[...document.querySelectorAll('a')].find(link => link.textContent === 'first one').click()");
-  browser.wait_for("first%20one.html");
-  browser.evaluate("document.getElementById('link-previous').click()");
-  browser.wait_for("deeper/second.html");
-  browser.evaluate("document.getElementById('link-next').click()");
-  browser.wait_for("first%20one.html");
-  browser.evaluate("document.getElementById('link-front').click()");
-  browser.wait_for("pages/index.html");
+  browser.follow("[...document.querySelectorAll('a')].find(link => link.textContent === 'first one')",
+                 "first%20one.html");
+  browser.follow("document.getElementById('link-previous')", "deeper/second.html");
+  browser.follow("document.getElementById('link-next')", "first%20one.html");
+  browser.follow("document.getElementById('link-front')", "pages/index.html");
   EXPECT_EQ(browser.problems(), std::vector<std::string>{});
 }
 
