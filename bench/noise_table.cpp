@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <functional>
 #include <map>
+#include <span>
 #include <string>
 
 #include "call/run.h"
@@ -27,6 +28,7 @@ constexpr double active_margin = 15.9;           // dB below it: a frame of spee
 constexpr double pause_margin = 50;              // dB below it: nothing but noise
 constexpr double least_snr = -10, most_snr = 35; // dB, of a segment
 constexpr int babblers = 16;
+constexpr size_t voices = 2; // English and Russian: those that have all of the prompts
 constexpr const char *prompts[] = {"demo-congrats", "vm-options", "conf-adminmenu", "basic-pbx-ivr-main"};
 constexpr double snrs[] = {5, 10, 20};
 constexpr struct { int rate, frame_ms; } layouts[] = {{8000, 16}, {8000, 20}, {16000, 16}, {16000, 20}};
@@ -44,7 +46,7 @@ struct Material {
 /// Whole prompts of both voices, each after a second of silence.
 Signal conversation(scene::SpeechReader &reader, int rate) {
   Signal all;
-  for (const scene::Voice &voice : scene::voices())
+  for (const scene::Voice &voice : std::span(scene::voices()).first(voices))
     for (const char *prompt : prompts) {
       Signal part = reader.recording(std::string(voice.folder) + "/" + prompt + (rate == 8000 ? ".wav" : ".g722"));
       scale(part, gain_from_db(speech_level - active_level_db(part, rate).value()));
@@ -57,7 +59,7 @@ Signal conversation(scene::SpeechReader &reader, int rate) {
 Signal babble(scene::SpeechReader &reader, size_t count) {
   Signal sum(count);
   for (uint64_t i = 0; i < babblers; ++i) {
-    const scene::Voice &voice = scene::voices()[i % scene::voices().size()];
+    const scene::Voice &voice = scene::voices()[i % voices];
     const Signal one = reader.stream({voice.name, {}}, count, scene::Random(1, i));
     std::ranges::transform(sum, one, sum.begin(), std::plus());
   }

@@ -38,7 +38,7 @@ TEST(RoundTrip, any_words_come_back_from_their_text) {
 }
 
 TEST(RoundTrip, presets_and_defaults_come_back) {
-  ASSERT_EQ(presets().size(), 4u);
+  ASSERT_EQ(presets().size(), 16u);
   for (const Preset &preset : presets())
     expect_round_trip(load_valid(std::string(preset.name)).image, std::string(preset.name));
   for (const int32_t rate : {8000, 16000}) {

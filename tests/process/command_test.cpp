@@ -32,7 +32,7 @@ protected:
 };
 
 TEST_F(Process, each_direction_writes_what_the_library_gives) {
-  const tool::Setup defaults{config::default_image(8000), "", 8000, 160};
+  const tool::Setup defaults = make_setup(std::nullopt, 8000, 20);
   const tool::Setup busy{test::busy_image(8000), "", 8000, 128};
   const struct {
     const char *words;
@@ -60,7 +60,7 @@ TEST_F(Process, a_stereo_file_is_microphone_and_reference) {
     both.insert(both.end(), {call.mic[i], call.far[i]});
   put_audio("call.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 8000, 2, both);
   ASSERT_EQ(process("--stereo call.flac --out out.wav").status, 0);
-  EXPECT_EQ(samples("out.wav"), run_tx({config::default_image(8000), "", 8000, 160}, call.mic, call.far).sent);
+  EXPECT_EQ(samples("out.wav"), run_tx(make_setup(std::nullopt, 8000, 20), call.mic, call.far).sent);
 }
 
 TEST_F(Process, the_summary_says_what_was_in_effect) {

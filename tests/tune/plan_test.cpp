@@ -52,9 +52,10 @@ double value(const config::Image &image, const char *key, int element = 0) {
 
 TEST(Plan, puts_numbers_into_words_and_finds_them_again) {
   const Plan plan = parse_plan(text, "p.toml", rate);
-  const config::Image image = plan.moved(plan.started(config::default_image(rate)), {0.5, 0.5, 0.31});
+  const config::Image set = plan.with_set(config::default_image(rate));
+  const config::Image image = plan.moved(set, {0.5, 0.5, 0.31});
   EXPECT_EQ(value(image, "exponent"), 3);
-  EXPECT_NEAR(value(plan.started(config::default_image(rate)), "ratio_low", 5), 0.08, 1e-4);
+  EXPECT_NEAR(value(plan.moved(set, plan.start(set)), "ratio_low", 5), 0.08, 1e-4);
   EXPECT_NEAR(value(image, "ratio_low", 1), 0.04, 1e-4);
   EXPECT_NEAR(value(image, "ratio_low", 0), 0.0033, 1e-4);
   EXPECT_NEAR(value(image, "ratio_high", 2), 0.12, 1e-3);
@@ -90,7 +91,7 @@ TEST(Plan, every_fault_is_named) {
   const std::string move = "[[move]]\nfield = 'aec.echo_delay'\nfrom = 0\nto = 9\n";
   const std::string want = "[[want]]\nmeasure = 'erle_far_db'\nat_least = 3\n";
   const std::pair<std::string, const char *> cases[] = {
-      {"", "p.toml:1: move: found 0 of them"},
+      {"", "p.toml:1: move: found none"},
       {move + move, "want: found none"},
       {move + move + want + "[[wish]]\n", "wish: unknown key"},
       {"[[move]]\nfield = 'aec.echo'\n", "p.toml:2: move.field: found \"aec.echo\""},

@@ -110,11 +110,15 @@ void Plan::require(const Numbers &means) const {
                        title, want.measure->key);
 }
 
-Image Plan::started(Image image) const {
+Image Plan::with_set(Image image) const {
   for (const auto &[field, value] : set)
     for (int32_t i = 0; i < field->count(image[config::rate_word]); ++i)
       put(image, *field, size_t(i), value);
-  return moved(image, start(image));
+  return image;
+}
+
+bool Plan::sets(const config::Field &field) const {
+  return std::ranges::any_of(set, [&](const auto &one) { return one.first == &field; });
 }
 
 Point Plan::start(const Image &image) const {
@@ -156,8 +160,8 @@ Plan parse_plan(std::string_view text, const std::string &path, int rate) {
     plan.moves.push_back(read_move(section, rate));
   for (Section &section : top.sections("want"))
     plan.wants.push_back(read_want(section));
-  if (plan.moves.size() < 2)
-    top.refuse("move", fmt::format("{} of them", plan.moves.size()), "two [[move]] or more");
+  if (plan.moves.empty())
+    top.refuse("move", "none", "at least one [[move]]");
   if (plan.wants.empty())
     top.refuse("want", "none", "at least one [[want]]");
   top.done();

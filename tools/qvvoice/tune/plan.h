@@ -52,7 +52,8 @@ struct Plan {
   /// @throws InputError when a measure that is wanted has no number
   void require(const Numbers &means) const;
 
-  config::Image started(config::Image image) const; ///< with what the plan sets, and every move at its start
+  config::Image with_set(config::Image image) const; ///< with what the plan sets
+  bool sets(const config::Field &field) const;
   Point start(const config::Image &image) const;
   config::Image moved(config::Image image, const Point &point) const;
   Point place_of(const config::Image &image) const; ///< nearest place; what lies outside the bounds comes to them

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cmath>
 
+#include "para/check.h"
 #include "tune/search.h"
 
 namespace qv::tool::tune {
@@ -28,7 +29,7 @@ public:
     std::vector<Candidate> candidates;
     for (const Image &image : images) {
       const Numbers &means = *history_.find(image);
-      candidates.push_back({image, means, plan_.cost(means)});
+      candidates.push_back({image, means, plan_.cost(means), int(para::check(image).size())});
     }
     return candidates;
   }
@@ -40,7 +41,7 @@ private:
 };
 
 /// @param ask   the next points
-/// @param tell  takes points and costs
+/// @param tell  takes points and their ranks, lower is better
 template <class Ask, class Tell>
 void run_search(Tuner &tuner, const Plan &plan, const Image &from, const SearchOptions &options, Result &result,
                 const Better &better, const Ask &ask, const Tell &tell) {
@@ -50,22 +51,22 @@ void run_search(Tuner &tuner, const Plan &plan, const Image &from, const SearchO
     std::vector<Image> images;
     for (const Point &point : points)
       images.push_back(plan.moved(from, point));
-    std::vector<double> costs;
+    std::vector<double> ranks;
     for (const Candidate &candidate : tuner.evaluate(images)) {
-      costs.push_back(candidate.cost);
-      const bool improved = candidate.cost < result.after.cost;
+      ranks.push_back(candidate.rank());
+      const bool improved = candidate.rank() < result.after.rank();
       if (improved)
         result.after = candidate;
       result.course.push_back(result.after.cost);
       if (improved)
         better(result.after, result.course.size());
     }
-    tell(points, costs);
+    tell(points, ranks);
   }
 }
 
 void search(Tuner &tuner, const Plan &plan, const SearchOptions &options, Result &result, const Better &better) {
-  const Image from = plan.started(result.before.image);
+  const Image from = plan.with_set(result.before.image);
   const Point start = plan.start(from);
   const auto run = [&](const auto &ask, const auto &tell) {
     run_search(tuner, plan, from, options, result, better, ask, tell);
@@ -75,7 +76,7 @@ void search(Tuner &tuner, const Plan &plan, const SearchOptions &options, Result
     run([&] { return random.ask(); }, [](const auto &, const auto &) {});
   } else {
     EvolutionStrategy strategy(start, options.step, options.seed);
-    run([&] { return strategy.ask(); }, [&](const auto &points, const auto &costs) { strategy.tell(points, costs); });
+    run([&] { return strategy.ask(); }, [&](const auto &points, const auto &ranks) { strategy.tell(points, ranks); });
   }
 }
 
@@ -110,18 +111,19 @@ std::vector<Candidate> without_each(Tuner &tuner, const Result &result, const st
   return tuner.evaluate(images);
 }
 
-/// Puts back, one after the other, what is missed least, as long as nothing gets worse.
-void put_back(Tuner &tuner, Result &result) {
-  const auto changed = changed_fields(result.before.image, result.after.image);
+/// Puts back, one after the other, what is missed least, as long as nothing gets worse. What the plan sets stays.
+void put_back(Tuner &tuner, const Plan &plan, Result &result) {
+  auto changed = changed_fields(result.before.image, result.after.image);
+  std::erase_if(changed, [&](const Field *field) { return plan.sets(*field); });
   const auto alone = without_each(tuner, result, changed);
   std::vector<size_t> order(changed.size());
   for (size_t i = 0; i < order.size(); ++i)
     order[i] = i;
-  std::ranges::stable_sort(order, {}, [&](size_t i) { return alone[i].cost; });
+  std::ranges::stable_sort(order, {}, [&](size_t i) { return alone[i].rank(); });
   for (const size_t i : order) {
     const Image image = with_field_of(*changed[i], result.after.image, result.before.image);
     const Candidate candidate = tuner.evaluate({image})[0];
-    if (candidate.cost <= result.after.cost + nothing)
+    if (candidate.rank() <= result.after.rank() + nothing)
       result.after = candidate;
   }
 }
@@ -155,12 +157,13 @@ Result tune(const Plan &plan, const Image &before, Evaluator &evaluator, History
             const Better &better) {
   Tuner tuner(plan, evaluator, history);
   Result result;
-  result.before = result.after = tuner.evaluate({before})[0];
+  result.before = tuner.evaluate({before})[0];
   plan.require(result.before.means);
-  if (const Candidate started = tuner.evaluate({plan.started(before)})[0]; started.cost < result.after.cost)
-    result.after = started;
+  const Image set = plan.with_set(before);
+  const auto first = tuner.evaluate({set, plan.moved(set, plan.start(set))});
+  result.after = *std::ranges::min_element(first, {}, &Candidate::rank);
   search(tuner, plan, options, result, better);
-  put_back(tuner, result);
+  put_back(tuner, plan, result);
   const auto changed = changed_fields(before, result.after.image);
   const auto without = without_each(tuner, result, changed);
   for (size_t i = 0; i < changed.size(); ++i)
