@@ -23,7 +23,7 @@ from = 1
 to = 6
 [[move]]
 field = "aec.double_talk.ratio_low"
-from = 0.03
+from = 0.003
 to = 0.3
 scale = "log"
 [[move]]
@@ -31,8 +31,9 @@ field = "tx.anr.noise_scale"
 from = 0.5
 to = 1
 [[want]]
-measure = "erle_settled_db"
+measure = "noise_attenuation_db"
 at_least = LIMIT
+point = 0.001
 )";
 
 /// `plays` (48 s of far end with its echo) and `talks` (24 s of near end).
@@ -55,12 +56,15 @@ protected:
       near[i] += noise[i];
     put_wav("talks.wav", rate, to_samples(near));
     put_plan("plan.toml", "150");
+    put("base.toml", "name = 'base'\nrate = 8000\nframe_ms = 20\n");
   }
   void put_plan(const std::string &name, const std::string &limit) {
     std::string text = plan;
     put(name, text.replace(text.find("LIMIT"), 5, limit));
   }
-  CommandResult tune(const std::string &words) { return run_command(folder, "tune --rate 8000 " + words); }
+  CommandResult tune(const std::string &words) {
+    return run_command(folder, "tune --rate 8000 --base base.toml " + words);
+  }
 
   static constexpr const char *device = "--echo plays.wav ref.wav --near talks.wav --calls calls --out found.toml ";
 };

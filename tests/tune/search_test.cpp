@@ -1,9 +1,11 @@
-// The evolution strategy on functions whose lowest place is known.
+// The search on functions whose lowest place is known.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
+#include <set>
+#include <stdexcept>
 
 #include "tune/search.h"
 
@@ -11,8 +13,9 @@ namespace qv::tool::tune {
 namespace {
 
 constexpr size_t dimensions = 8;
+const Point start(dimensions, 0.2);
 
-/// A narrow valley that lies across the axes; 0 at 0.6 everywhere.
+/// A valley that lies across the axes; 0 at 0.6 everywhere.
 double valley(const Point &x) {
   double sum = 0;
   for (size_t i = 0; i < dimensions; ++i) {
@@ -32,37 +35,63 @@ double beyond(const Point &x) {
   return sum;
 }
 
-template <class Function> double lowest_of(const Function &function, uint64_t seed, size_t budget) {
-  EvolutionStrategy strategy(Point(dimensions, 0.2), 0.2, seed);
+/// In steps, as fields of whole numbers make them.
+double stairs(const Point &x) {
+  Point steps;
+  for (const double value : x)
+    steps.push_back(std::round(20 * value) / 20);
+  return valley(steps);
+}
+
+/// A height that ends the search after `budget` places, and keeps the lowest.
+struct Budget {
+  double (*function)(const Point &);
+  size_t budget;
   double lowest = 1e9;
-  for (size_t done = 0; done < budget;) {
-    const std::vector<Point> points = strategy.ask();
-    std::vector<double> costs;
-    for (const Point &point : points) {
-      EXPECT_TRUE(std::ranges::all_of(point, [](double value) { return value >= 0 && value <= 1; }));
-      lowest = std::min(lowest, costs.emplace_back(function(point)));
-    }
-    strategy.tell(points, costs);
-    done += points.size();
+  std::set<Point> places = {};
+
+  Height height() {
+    return [this](const Point &place) -> std::optional<double> {
+      if (budget-- == 0)
+        return {};
+      EXPECT_TRUE(std::ranges::all_of(place, [](double value) { return value >= 0 && value <= 1; }));
+      places.insert(place);
+      const double found = function(place);
+      lowest = std::min(lowest, found);
+      return found;
+    };
   }
-  return lowest;
+};
+
+TEST(Search, finds_the_lowest_place_and_goes_on_where_it_has_settled) {
+  for (const uint64_t seed : {1, 2, 3}) {
+    Budget narrow{valley, 3000}, border{beyond, 1000}, coarse{stairs, 3000}, chance{valley, 3000};
+    search_subplex(start, 0.2, seed, narrow.height());
+    search_subplex(start, 0.2, seed, border.height());
+    search_subplex(start, 0.2, seed, coarse.height());
+    search_randomly(dimensions, seed, chance.height());
+    EXPECT_LT(narrow.lowest, 1e-2) << seed;
+    EXPECT_NEAR(border.lowest, dimensions * 0.09, 1e-6) << "at the border";
+    EXPECT_LT(coarse.lowest, 0.25 * stairs(start)) << seed;
+    EXPECT_LT(narrow.lowest, 0.1 * chance.lowest) << seed;
+    for (const Budget &one : {narrow, border, coarse, chance})
+      EXPECT_EQ(one.budget, size_t(-1)) << "the whole budget is spent";
+  }
 }
 
-TEST(EvolutionStrategy, finds_the_lowest_place) {
-  for (const uint64_t seed : {1, 2, 3}) {
-    EXPECT_LT(lowest_of(valley, seed, 3000), 1e-6) << seed;
-    EXPECT_NEAR(lowest_of(beyond, seed, 2000), dimensions * 0.09, 1e-3) << "at the border";
-  }
+TEST(Search, depends_on_the_seed_alone) {
+  Budget first{valley, 50}, again{valley, 50}, other{valley, 50};
+  search_subplex(start, 0.1, 1, first.height());
+  search_subplex(start, 0.1, 1, again.height());
+  search_subplex(start, 0.1, 2, other.height());
+  EXPECT_EQ(first.places, again.places);
+  EXPECT_NE(first.places, other.places);
 }
 
-TEST(EvolutionStrategy, does_better_than_chance) {
-  for (const uint64_t seed : {1, 2, 3}) {
-    RandomSearch random(dimensions, seed);
-    double lowest = 1e9;
-    for (int i = 0; i < 1000; ++i)
-      lowest = std::min(lowest, valley(random.ask()[0]));
-    EXPECT_LT(lowest_of(valley, seed, 1000), 0.1 * lowest);
-  }
+TEST(Search, passes_on_what_the_height_throws) {
+  EXPECT_THROW(
+      search_subplex(start, 0.1, 1, [](const Point &) -> std::optional<double> { throw std::range_error("x"); }),
+      std::range_error);
 }
 
 } // namespace

@@ -143,14 +143,14 @@ void add_tune(CLI::App &app) {
   verb->add_option("--frame-ms", options->frame_ms, "Frame length, ms (20)")->check(CLI::IsMember({16, 20}));
   verb->add_option("--budget", options->search.budget, "Evaluations of the whole set (300)")
       ->check(CLI::Range(1, 1000000));
-  verb->add_option("--minutes", options->search.minutes, "Begin no new generation after so long")
+  verb->add_option("--minutes", options->search.minutes, "Evaluate nothing more after so long")
       ->check(CLI::PositiveNumber);
   verb->add_option("--seed", options->search.seed, "Of the search (1)");
   verb->add_option("--step", options->search.step, "First step, as a share of each range (0.1)")
       ->check(CLI::Range(0.001, 1.0));
-  verb->add_option("--search", options->search.method, "evolution (default), or random to compare with")
-      ->transform(CLI::CheckedTransformer(std::map<std::string, tune::Method>{{"evolution", tune::Method::evolution},
-                                                                              {"random", tune::Method::random}}));
+  verb->add_option("--search", options->search.method, "subplex (default), or random to compare with")
+      ->transform(CLI::CheckedTransformer(
+          std::map<std::string, tune::Method>{{"subplex", tune::Method::subplex}, {"random", tune::Method::random}}));
   verb->add_option("--log", options->log, "Every evaluation, to go on after an interrupt (OUT.log)")->type_name("FILE");
   verb->add_option("--pages", options->pages, "Folder for pages of the calls, before and after")->type_name("DIR");
   verb->add_option("-j", options->jobs, "Processes at a time (one per core)")->check(CLI::Range(1, 256));

@@ -1,86 +1,79 @@
 #include "tune/search.h"
 
-#include <algorithm>
 #include <cmath>
-#include <numeric>
+#include <exception>
+#include <limits>
+#include <memory>
+
+#include <nlopt.h>
+
+#include "scene/random.h"
 
 namespace qv::tool::tune {
+namespace {
 
-using Eigen::MatrixXd;
-using Eigen::VectorXd;
+struct Run {
+  const Height &height;
+  nlopt_opt search;
+  Point best_place;
+  double best = std::numeric_limits<double>::infinity();
+  bool ended = false;
+  std::exception_ptr thrown = nullptr;
+};
 
-EvolutionStrategy::EvolutionStrategy(const Point &start, double step, uint64_t seed)
-    : generation_size_(4 + size_t(3 * std::log(double(start.size())))), random_(seed),
-      mean_(Eigen::Map<const VectorXd>(start.data(), Eigen::Index(start.size()))), step_(step) {
-  const Eigen::Index n = mean_.size(), parents = Eigen::Index(generation_size_ / 2);
-  step_path_ = covariance_path_ = VectorXd::Zero(n);
-  scales_ = VectorXd::Ones(n);
-  covariance_ = axes_ = MatrixXd::Identity(n, n);
-  weights_.resize(parents);
-  for (Eigen::Index i = 0; i < parents; ++i)
-    weights_[i] = std::log(double(generation_size_ + 1) / 2) - std::log(double(i + 1));
-  weights_ /= weights_.sum();
-  mass_ = 1 / weights_.squaredNorm();
-}
-
-std::vector<Point> EvolutionStrategy::ask() {
-  std::vector<Point> points;
-  for (size_t k = 0; k < generation_size_; ++k) {
-    VectorXd normal(mean_.size());
-    for (double &value : normal)
-      value = random_.normal();
-    const VectorXd x = mean_ + step_ * (axes_ * scales_.cwiseProduct(normal));
-    const VectorXd inside = x.cwiseMax(0).cwiseMin(1);
-    points.emplace_back(inside.begin(), inside.end());
+/// Exceptions wait until NLopt, which is C, has returned.
+double height_of(unsigned count, const double *place, double *, void *data) {
+  Run &run = *static_cast<Run *>(data);
+  const Point point(place, place + count);
+  std::optional<double> height;
+  try {
+    height = run.height(point);
+  } catch (...) {
+    run.thrown = std::current_exception();
   }
-  return points;
-}
-
-void EvolutionStrategy::tell(const std::vector<Point> &points, const std::vector<double> &costs) {
-  std::vector<size_t> order(points.size());
-  std::iota(order.begin(), order.end(), 0);
-  std::ranges::stable_sort(order, {}, [&](size_t i) { return costs[i]; });
-
-  const auto n = double(mean_.size());
-  const double path_rate = (4 + mass_ / n) / (n + 4 + 2 * mass_ / n);
-  const double step_rate = (mass_ + 2) / (n + mass_ + 5);
-  const double rank_one = 2 / ((n + 1.3) * (n + 1.3) + mass_);
-  const double rank_mass = std::min(1 - rank_one, 2 * (mass_ - 2 + 1 / mass_) / ((n + 2) * (n + 2) + mass_));
-  const double damping = 1 + 2 * std::max(0.0, std::sqrt((mass_ - 1) / (n + 1)) - 1) + step_rate;
-  const double normal_length = std::sqrt(n) * (1 - 1 / (4 * n) + 1 / (21 * n * n)); // of a normal vector, expected
-
-  VectorXd shift = VectorXd::Zero(mean_.size());
-  MatrixXd spread = MatrixXd::Zero(mean_.size(), mean_.size());
-  for (Eigen::Index i = 0; i < weights_.size(); ++i) {
-    const Point &point = points[order[size_t(i)]];
-    const VectorXd y = (Eigen::Map<const VectorXd>(point.data(), mean_.size()) - mean_) / step_;
-    shift += weights_[i] * y;
-    spread += weights_[i] * y * y.transpose();
+  if (!height) {
+    run.ended = true;
+    nlopt_force_stop(run.search);
+    return std::numeric_limits<double>::infinity();
   }
-  mean_ += step_ * shift;
-  ++generations_;
-
-  const VectorXd white = axes_ * (axes_.transpose() * shift).cwiseQuotient(scales_);
-  step_path_ = (1 - step_rate) * step_path_ + std::sqrt(step_rate * (2 - step_rate) * mass_) * white;
-  const double settled = std::sqrt(1 - std::pow(1 - step_rate, 2 * generations_));
-  const bool going = step_path_.norm() / settled < (1.4 + 2 / (n + 1)) * normal_length;
-  covariance_path_ = (1 - path_rate) * covariance_path_;
-  if (going)
-    covariance_path_ += std::sqrt(path_rate * (2 - path_rate) * mass_) * shift;
-  const double lost = going ? 0 : rank_one * path_rate * (2 - path_rate);
-  covariance_ = (1 - rank_one - rank_mass + lost) * covariance_ +
-                rank_one * covariance_path_ * covariance_path_.transpose() + rank_mass * spread;
-  step_ *= std::exp(step_rate / damping * (step_path_.norm() / normal_length - 1));
-
-  const Eigen::SelfAdjointEigenSolver<MatrixXd> eigen(covariance_);
-  axes_ = eigen.eigenvectors();
-  scales_ = eigen.eigenvalues().cwiseMax(1e-12).cwiseSqrt();
+  if (*height < run.best) {
+    run.best = *height;
+    run.best_place = point;
+  }
+  return *height;
 }
 
-std::vector<Point> RandomSearch::ask() {
-  Point point(dimensions_);
-  std::ranges::generate(point, [this] { return random_.uniform(); });
-  return {point};
+} // namespace
+
+void search_subplex(const Point &start, double step, uint64_t seed, const Height &height) {
+  const std::unique_ptr<nlopt_opt_s, decltype(&nlopt_destroy)> search(
+      nlopt_create(NLOPT_LN_SBPLX, unsigned(start.size())), nlopt_destroy);
+  scene::Random random(seed);
+  Run run{height, search.get(), start};
+  nlopt_set_lower_bounds1(search.get(), 0);
+  nlopt_set_upper_bounds1(search.get(), 1);
+  nlopt_set_min_objective(search.get(), height_of, &run);
+  while (!run.ended) {
+    Point first_steps(start.size());
+    for (double &one : first_steps)
+      one = std::copysign(step * (0.5 + random.uniform()), random.uniform() - 0.5);
+    nlopt_set_initial_step(search.get(), first_steps.data());
+    Point place = run.best_place;
+    double found;
+    nlopt_optimize(search.get(), place.data(), &found);
+    nlopt_set_force_stop(search.get(), 0);
+  }
+  if (run.thrown)
+    std::rethrow_exception(run.thrown);
+}
+
+void search_randomly(size_t dimensions, uint64_t seed, const Height &height) {
+  scene::Random random(seed);
+  Point place(dimensions);
+  do
+    for (double &value : place)
+      value = random.uniform();
+  while (height(place));
 }
 
 } // namespace qv::tool::tune

@@ -1,43 +1,24 @@
-/// @file search.h  Looking for the lowest cost where nothing is known of its slope.
+/// @file search.h  Looking for the lowest place where nothing is known of the slope.
 #pragma once
 
-#include <Eigen/Dense>
+#include <functional>
+#include <optional>
 
-#include "scene/random.h"
 #include "tune/plan.h"
 
 namespace qv::tool::tune {
 
-/// Covariance matrix adaptation evolution strategy (Hansen, The CMA Evolution Strategy: A Tutorial, 2016) with its
-/// default settings, in the unit cube: what falls outside comes to the border before it is evaluated and learnt from.
-class EvolutionStrategy {
-public:
-  /// @param step  standard deviation of the first generation
-  EvolutionStrategy(const Point &start, double step, uint64_t seed);
+/// How high a place lies; nothing: the search is to end.
+using Height = std::function<std::optional<double>(const Point &place)>;
 
-  std::vector<Point> ask(); ///< the next generation
-  /// @param costs  of the points that ask() gave, in their order
-  void tell(const std::vector<Point> &points, const std::vector<double> &costs);
+/// Nelder and Mead's simplex on subspaces (Rowan, Functional Stability Analysis of Numerical Algorithms, 1990; NLopt's
+/// LN_SBPLX) in the unit cube. Where a search has settled, another begins at the best place so far.
+/// @param step  length of the first steps along each axis, a half to one and a half times this, either way
+/// @param seed  of those
+/// @throws what `height` throws
+void search_subplex(const Point &start, double step, uint64_t seed, const Height &height);
 
-private:
-  size_t generation_size_;
-  scene::Random random_;
-  Eigen::VectorXd mean_, step_path_, covariance_path_, scales_; ///< scales: of the axes
-  Eigen::MatrixXd covariance_, axes_;
-  Eigen::VectorXd weights_;
-  double step_, mass_; ///< mass: variance effective selection mass
-  int generations_ = 0;
-};
-
-/// Points spread evenly over the unit cube, to compare with.
-class RandomSearch {
-public:
-  RandomSearch(size_t dimensions, uint64_t seed) : dimensions_(dimensions), random_(seed) {}
-  std::vector<Point> ask();
-
-private:
-  size_t dimensions_;
-  scene::Random random_;
-};
+/// Places spread evenly over the unit cube, to compare with.
+void search_randomly(size_t dimensions, uint64_t seed, const Height &height);
 
 } // namespace qv::tool::tune

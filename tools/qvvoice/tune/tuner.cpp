@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "para/check.h"
+#include "support/error.h"
 #include "tune/search.h"
 
 namespace qv::tool::tune {
@@ -40,44 +41,31 @@ private:
   History &history_;
 };
 
-/// @param ask   the next points
-/// @param tell  takes points and their ranks, lower is better
-template <class Ask, class Tell>
-void run_search(Tuner &tuner, const Plan &plan, const Image &from, const SearchOptions &options, Result &result,
-                const Better &better, const Ask &ask, const Tell &tell) {
+void search(Tuner &tuner, const Plan &plan, const SearchOptions &options, Result &result, const Better &better) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(60 * options.minutes);
-  while (result.course.size() < options.budget && std::chrono::steady_clock::now() < end) {
-    const std::vector<Point> points = ask();
-    std::vector<Image> images;
-    for (const Point &point : points)
-      images.push_back(plan.moved(from, point));
-    std::vector<double> ranks;
-    for (const Candidate &candidate : tuner.evaluate(images)) {
-      ranks.push_back(candidate.rank());
-      const bool improved = candidate.rank() < result.after.rank();
-      if (improved)
-        result.after = candidate;
-      result.course.push_back(result.after.cost);
-      if (improved)
-        better(result.after, result.course.size());
-    }
-    tell(points, ranks);
-  }
+  const Image from = plan.with_set(result.before.image);
+  const Height height = [&](const Point &place) -> std::optional<double> {
+    if (result.course.size() == options.budget || std::chrono::steady_clock::now() > end)
+      return {};
+    const Candidate candidate = tuner.evaluate({plan.moved(from, place)})[0];
+    const bool improved = candidate.rank() < result.after.rank();
+    if (improved)
+      result.after = candidate;
+    result.course.push_back(result.after.cost);
+    if (improved)
+      better(result.after, result.course.size());
+    return candidate.rank();
+  };
+  if (options.method == Method::random)
+    search_randomly(plan.moves.size(), options.seed, height);
+  else
+    search_subplex(plan.start(from), options.step, options.seed, height);
 }
 
-void search(Tuner &tuner, const Plan &plan, const SearchOptions &options, Result &result, const Better &better) {
-  const Image from = plan.with_set(result.before.image);
-  const Point start = plan.start(from);
-  const auto run = [&](const auto &ask, const auto &tell) {
-    run_search(tuner, plan, from, options, result, better, ask, tell);
-  };
-  if (options.method == Method::random) {
-    RandomSearch random(plan.moves.size(), options.seed);
-    run([&] { return random.ask(); }, [](const auto &, const auto &) {});
-  } else {
-    EvolutionStrategy strategy(start, options.step, options.seed);
-    run([&] { return strategy.ask(); }, [&](const auto &points, const auto &ranks) { strategy.tell(points, ranks); });
-  }
+[[noreturn]] void refuse_start(const Plan &plan, const Image &start) {
+  const para::Finding finding = para::check(start).front();
+  throw InputError("plan {}: its moves start at parameters that nobody should use: {}: {}", plan.title, finding.key,
+                   finding.message);
 }
 
 bool differs(const Field &field, const Image &a, const Image &b) {
@@ -161,7 +149,10 @@ Result tune(const Plan &plan, const Image &before, Evaluator &evaluator, History
   plan.require(result.before.means);
   const Image set = plan.with_set(before);
   const auto first = tuner.evaluate({set, plan.moved(set, plan.start(set))});
+  if (first[1].findings > std::max(first[0].findings, result.before.findings))
+    refuse_start(plan, first[1].image);
   result.after = *std::ranges::min_element(first, {}, &Candidate::rank);
+  better(result.after, 0);
   search(tuner, plan, options, result, better);
   put_back(tuner, plan, result);
   const auto changed = changed_fields(before, result.after.image);

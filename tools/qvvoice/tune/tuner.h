@@ -10,14 +10,14 @@
 
 namespace qv::tool::tune {
 
-enum class Method { evolution, random };
+enum class Method { subplex, random };
 
 struct SearchOptions {
   size_t budget = 300;  ///< evaluations of the whole set that the search may ask for
-  double minutes = 1e9; ///< after which no new generation begins; the result then depends on the machine
+  double minutes = 1e9; ///< after which nothing more is evaluated; the result then depends on the machine
   uint64_t seed = 1;
-  double step = 0.1; ///< of the first generation, as a share of each range
-  Method method = Method::evolution;
+  double step = 0.1; ///< first, as a share of each range
+  Method method = Method::subplex;
 };
 
 /// Parameters and what the set makes of them.
@@ -46,7 +46,8 @@ struct Result {
   std::vector<double> course;  ///< lowest cost after each evaluation of the search
 };
 
-/// Called with each candidate that is better than all before it, and how many evaluations the search has made.
+/// Called with where the search starts and each candidate that is better than all before it, and how many evaluations
+/// the search has made.
 using Better = std::function<void(const Candidate &best, size_t evaluations)>;
 
 /// Searches from `before` as the plan sets it, puts back every changed field that buys nothing, and weighs the others.
