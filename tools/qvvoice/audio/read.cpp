@@ -5,8 +5,10 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <memory>
+#include <string_view>
 
 #include <sndfile.h>
 
@@ -74,6 +76,26 @@ SF_INFO raw_info(const std::string &path, const RawFormat &raw) {
   return info;
 }
 
+/// No part of a WAV file before its samples may reach beyond the file: libsndfile then reads on for minutes.
+void check_wav_parts(const std::string &path) {
+  if (!fs::is_regular_file(path))
+    return;
+  std::ifstream file(path, std::ios::binary);
+  const auto read = [&](auto... bytes) { return bool((file.read(bytes, 4) && ...)); };
+  char riff[5] = "", size[4], wave[5] = "", name[5] = "", length[4];
+  if (!read(riff, size, wave) || std::string_view(riff) != "RIFF" || std::string_view(wave) != "WAVE")
+    return;
+  while (read(name, length) && std::string_view(name) != "data") {
+    uint32_t promised;
+    std::memcpy(&promised, length, sizeof promised);
+    const auto begin = uintmax_t(file.tellg()), there = fs::file_size(path) - begin;
+    if (promised > there)
+      throw InputError("{}: broken: its part at byte {} promises {} bytes, {} are there", path, begin - 8, promised,
+                       there);
+    file.seekg(promised + promised % 2, std::ios::cur);
+  }
+}
+
 /// Bytes of samples that a WAV header promises beyond what the file holds; libsndfile tells its log only.
 /// Recorders that write to a pipe put about 2^31 or 2^32 there, which promises nothing.
 void check_wav_length(const std::string &path, SNDFILE *file) {
@@ -91,6 +113,8 @@ OpenFile open_audio(const Source &source) {
   OpenFile file;
   if (source.raw)
     file.info = raw_info(source.path, *source.raw);
+  else
+    check_wav_parts(source.path);
   file.handle.reset(sf_open(source.path.c_str(), SFM_READ, &file.info));
   if (file.handle)
     check_wav_length(source.path, file.handle.get());
