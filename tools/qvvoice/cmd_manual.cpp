@@ -36,7 +36,19 @@ std::string roff(const std::string &text) {
   for (const char c : text) {
     if ((c == '.' || c == '\'') && (escaped.empty() || escaped.back() == '\n'))
       escaped += "\\&";
-    escaped += c == '\\' ? "\\e" : c == '-' ? "\\-" : std::string(1, c);
+    switch (c) {
+    case '\\':
+      escaped += "\\e";
+      break;
+    case '-':
+      escaped += "\\-";
+      break;
+    case ',':
+      escaped += ",\\:";
+      break; // a long list may break there
+    default:
+      escaped += c;
+    }
   }
   return escaped;
 }
@@ -54,8 +66,8 @@ std::string option_text(const CLI::Option &option) {
 
 std::string manual_page(const CLI::App &app) {
   const std::string name = full_name(app, "-");
-  std::string text = fmt::format(".TH {} 1 \"\" \"QV Voice {}\"\n.SH NAME\n{} \\- {}\n", name, QV_VOICE_Version(),
-                                 roff(name), roff(app.get_description()));
+  std::string text = fmt::format(".TH {} 1 \"\" \"QV Voice {}\"\n.ad l\n.SH NAME\n{} \\- {}\n", name,
+                                 QV_VOICE_Version(), roff(name), roff(app.get_description()));
   const Apps commands = parts_of(app, false);
   text += fmt::format(".SH SYNOPSIS\n\\fB{}\\fR {}[options]\n", roff(full_name(app, " ")),
                       commands.empty() ? "" : "command ");
