@@ -77,7 +77,7 @@ std::vector<FarQuarter> far_quarters(const Frames &frames) {
     const auto from = frames.talk->begin() + std::ptrdiff_t(begin), to = from + quarter_frames;
     const bool undisturbed = std::none_of(from, to, [](Talk talk) { return talk == Talk::near || talk == Talk::both; });
     const Sums sums = sums_over(frames, far, begin, begin + quarter_frames);
-    if (undisturbed && 2 * sums.count >= quarter_frames)
+    if (undisturbed && 2 * sums.count >= quarter_frames && sums.mic > 0)
       found.push_back({double(begin) * frame_seconds, spoken, sums});
     spoken += double(sums.count) * frame_seconds;
   }

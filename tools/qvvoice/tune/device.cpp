@@ -14,9 +14,9 @@ namespace qv::tool::tune {
 namespace {
 
 constexpr double call_seconds = 24;
-constexpr Interval far_first = {0, 9}, far_again = {13.5, 23.8}, near_talk = {9.5, 18.5}; ///< as played and as spoken
+constexpr Interval far_first = {0, 9}, far_again = {13.5, 23.8}; ///< as played
 constexpr double far_needed = far_first.end - far_first.begin + far_again.end - far_again.begin;
-constexpr double near_needed = near_talk.end - near_talk.begin;
+constexpr double near_needed = 9; ///< from the end of the first echo on: the noise of one or the other never stops
 constexpr double near_levels_db[] = {0, -6, 6, 0, -6, 6}; ///< against the recording, a call each
 constexpr double fade_seconds = 0.01;
 constexpr double above_noise_db = 6; ///< of talk in a recording with noise
@@ -58,14 +58,18 @@ double examine(const DeviceRecordings &device, const Samples &mic, const Samples
   options.compensate = true;
   const Run run = run_tx(setup, mic, ref, options);
   const diagnose::Evidence evidence(setup, mic, ref, run.sent, run.trace);
-  for (const diagnose::Check &check : diagnose::diagnose(evidence).checks)
+  double follows = 1; // share of the echo that follows the reference linearly
+  for (const diagnose::Check &check : diagnose::diagnose(evidence).checks) {
+    follows = check.numbers.value("echo_share", follows);
     if (check.state == diagnose::State::wrong &&
         std::ranges::find(about_the_library, check.name) == std::end(about_the_library))
       throw InputError("{} with {}: nothing to tune on: {}: {}. {}", device.mic, device.ref, check.title, check.found,
                        check.next);
+  }
   const diagnose::Talk talk = judge_talk(evidence);
-  const double talking = talk.near.seconds() + talk.both.seconds();
   constexpr double most_talking = 0.5; // s
+  constexpr double clean = 0.8;        // below, what the loudspeaker distorts looks like somebody who talks meanwhile
+  const double talking = talk.near.seconds() + (follows < clean ? 0 : talk.both.seconds());
   if (talking > most_talking)
     throw InputError("{}: somebody talks for {:.1f} s while the device plays {}; record it with nobody talking",
                      device.mic, talking, device.ref);
@@ -108,7 +112,7 @@ void make_call(const Material &material, double far_from, double near_from, doub
   const Signal ref = far_track(material.ref, far_from, 0, rate);
   const Signal echo = far_track(material.mic, far_from, material.delay, rate);
   Signal near(ref.size());
-  place(near, near_talk.begin, material.near, near_from, near_needed, rate);
+  place(near, far_first.end + material.delay - fade_seconds, material.near, near_from, near_needed, rate);
   scale(near, gain_from_db(near_db));
   Signal mic = near;
   for (size_t i = 0; i < mic.size(); ++i)

@@ -67,7 +67,7 @@ function addChart(kind, title, rows, options) {
     clickCallback: event => byId('charts').dispatchEvent(new CustomEvent('seek', {detail: timeAt(chart, event)})),
     ...options,
     axes: {x: {drawAxis: options.timeAxis, valueFormatter: seconds, axisLabelFormatter: time => `${+time.toFixed(3)} s`},
-           y: {axisLabelWidth: 92, pixelsPerLabel: 24, ...options.yAxis}},
+           y: {axisLabelWidth: 116, pixelsPerLabel: 24, ...options.yAxis}},
   });
   chart.title = title;
   charts.push(chart);
