@@ -58,15 +58,6 @@ Signal reference(bool speech, int32_t length, Layout layout) {
 // Path of three quarters of the filter's length, at -6 dB.
 Signal short_path(Layout layout, uint32_t seed) { return room(layout.n * 3 / 2, 0.5f, seed); }
 
-TEST(AdaptiveFilter, starts_from_its_designed_constants) {
-  Filter filter({16000, 320});
-  EXPECT_FLOAT_EQ(filter.st.fSpecAvg, 0.02f);
-  EXPECT_FLOAT_EQ(filter.st.fBeta0, 0.04f);
-  EXPECT_FLOAT_EQ(filter.st.fBetaMax, 0.01f);
-  EXPECT_EQ(filter.st.pfProp[0], 0.614819825f); // 0.8 of the step, 1 : exp(-1.2f)
-  EXPECT_EQ(filter.st.pfProp[1], 0.185180172f);
-}
-
 TEST(AdaptiveFilter, cancels_noise_and_speech_at_every_layout) {
   for (const Layout layout : layouts)
     for (const bool speech : {false, true}) {

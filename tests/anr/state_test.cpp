@@ -1,25 +1,10 @@
-// What initialisation and the first frame leave behind, and the smoothing across bands.
+// What the first frame leaves behind, and the smoothing across bands.
 
 #include "reducer.h"
 
 namespace {
 
 using namespace qv::test;
-
-TEST(AnrState, initialisation_leaves_the_documented_values) {
-  for (const Layout &layout : all_layouts) {
-    const Reducer r(layout);
-    const int32_t n = layout.frame_len;
-    EXPECT_EQ(std::tuple(r.state.swFftLen, r.est.swSubWinNum, r.est.swSubWinIdx, r.est.swSubWinFrame),
-              std::tuple(2 * n, 2, 0, 1));
-    EXPECT_EQ(std::tuple(r.enh.fSnrPeak, r.enh.fSnrFrame, r.state.fNoiseScale), std::tuple(0.f, 1000.f, 0.75f));
-    EXPECT_EQ(std::pair(r.state.pfWindow[0], r.state.pfWindow[n]), std::pair(0.f, 1.f));
-    for (int32_t i = 0; i < n; ++i)
-      EXPECT_NEAR(r.state.pfWindow[i] + r.state.pfWindow[i + n], 1, 1e-7) << layout << " at " << i;
-    for (float *array : {r.est.pfNoise, r.est.ppfMinHist[1], r.est.ppfMinHistSel[1], r.enh.pfGain})
-      EXPECT_TRUE(r.all_are(0, array)) << layout;
-  }
-}
 
 TEST(AnrState, first_frame_seeds_levels_ratios_and_histories) {
   Reducer r({8000, 128, 4});
