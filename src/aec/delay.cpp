@@ -43,16 +43,15 @@ constexpr auto owned = [](AecDelayState &st, auto visit) {
 /// One bit per bin: power above its slow average, which takes half the first power as its start.
 uint32_t binary_spectrum(const float *power, float *threshold, int32_t &seeded) {
   if (!seeded)
-    for (int32_t k = first_bin; k < first_bin + word_bits; ++k)
-      if (power[k] > 0) {
-        threshold[k] = power[k] / 2.f;
+    for (int32_t i = 0; i < word_bits; ++i)
+      if (power[i] > 0) {
+        threshold[i] = power[i] / 2.f;
         seeded = 1;
       }
   uint32_t word = 0;
   for (int32_t i = 0; i < word_bits; ++i) {
-    const int32_t k = first_bin + i;
-    threshold[k] += (power[k] - threshold[k]) * threshold_rate;
-    word |= uint32_t(power[k] > threshold[k]) << i;
+    threshold[i] += (power[i] - threshold[i]) * threshold_rate;
+    word |= uint32_t(power[i] > threshold[i]) << i;
   }
   return word;
 }
@@ -65,10 +64,11 @@ uint32_t analyse(const int16_t *block, float *time, float *windowed, float *thre
   std::copy_n(block, len, time + len);
   for (int32_t i = 0; i < st.swFftLen; ++i)
     windowed[i] = time[i] * st.pfWindow[i];
-  float spectrum[QV_MAX_FRAME], power[QV_MAX_FRAME / 2 + 1];
+  float spectrum[QV_MAX_FRAME], power[word_bits + 2];
   VOICE_Fft(windowed, spectrum, st.swFftLen);
-  VOICE_PowerSpectrumCcum(spectrum, power, st.swFftLen);
-  return binary_spectrum(power, threshold, seeded);
+  // Of the compared bins only: as a short spectrum, whose first and last power are not looked at.
+  VOICE_PowerSpectrumCcum(spectrum + 2 * (first_bin - 1), power, 2 * (word_bits + 1));
+  return binary_spectrum(power + 1, threshold + first_bin, seeded);
 }
 
 template <class Element> void push_front(Element *history, int32_t count, Element value) {
@@ -79,12 +79,13 @@ template <class Element> void push_front(Element *history, int32_t count, Elemen
 /// Moves each candidate's mean towards this block's count, faster for richer reference words, by steps
 /// rounded towards zero. An empty reference word says nothing and moves nothing.
 void smooth_counts(AecDelayBinaryState &st) {
-  for (int32_t i = 0; i < st.swHistorySize; ++i) {
-    if (st.aswFarBitCnt[i] <= 0)
-      continue;
-    const int32_t shifts = 13 - ((3 * st.aswFarBitCnt[i]) >> 4);
-    const int32_t difference = st.aswBitCnt[i] * 512 - st.aswMeanBitCnt[i];
-    st.aswMeanBitCnt[i] += difference / (1 << shifts);
+  const int32_t candidates = st.swHistorySize, *count = st.aswBitCnt, *far_count = st.aswFarBitCnt;
+  int32_t *__restrict mean = st.aswMeanBitCnt;
+  for (int32_t i = 0; i < candidates; ++i) {
+    const int32_t shifts = 13 - ((3 * far_count[i]) >> 4);
+    const int32_t difference = count[i] * 512 - mean[i];
+    const int32_t towards_zero = difference < 0 ? (1 << shifts) - 1 : 0;
+    mean[i] += far_count[i] > 0 ? (difference + towards_zero) >> shifts : 0;
   }
 }
 

@@ -105,7 +105,7 @@ int32_t AEC_MdfProcess(const int16_t *mic, const int16_t *ref, int16_t *out, Aec
   last_frame.filter_reset = false;
 
   take_frame(mic, ref, *st);
-  filter_foreground(frame, *st);
+  filter_foreground(*st);
   if (st->swAdapted == 1)
     renew_shares(*st);
   if (st->swSatHold > 0)

@@ -47,18 +47,7 @@ void take_frame(const int16_t *mic, const int16_t *ref, AecMdfState &st) {
   VOICE_Fft(st.pfFarTime, st.pfFarSpec, f);
 }
 
-void filter_foreground(Energies &frame, AecMdfState &st) {
-  const int32_t n = st.swFrameLen;
-  float *error = st.pfErrTime;
-  estimate_echo(st.pfWFg, error, st);
-  for (int32_t i = 0; i < n; ++i)
-    error[i] = st.pfNearIn[i] - error[n + i];
-  const float *far = st.pfFarTime + n;
-  const auto energies = dot_products<3>({{st.pfNearIn, st.pfNearIn}, {far, far}, {error, error}}, n);
-  frame.near = energies[0];
-  frame.far = energies[1];
-  frame.foreground = energies[2];
-}
+void filter_foreground(AecMdfState &st) { estimate_echo(st.pfWFg, st.pfErrTime, st); }
 
 void design_shares(AecMdfState &st) {
   const auto decay = float(std::exp(double(-2.4f / float(st.swPartNum))));
@@ -116,16 +105,22 @@ void constrain_background(AecMdfState &st) {
 
 void filter_background(Energies &frame, AecMdfState &st) {
   const int32_t n = st.swFrameLen;
+  const float *near = st.pfNearIn, *far = st.pfFarTime + n;
   const float *foreground_echo = st.pfErrTime + n, *echo = st.pfEchoTime + n;
-  float difference[QV_MAX_FRAME];
+  float *error = st.pfErrTime, foreground_error[QV_MAX_FRAME], difference[QV_MAX_FRAME];
   estimate_echo(st.pfWBg, st.pfEchoTime, st);
   for (int32_t i = 0; i < n; ++i) {
+    foreground_error[i] = near[i] - foreground_echo[i];
     difference[i] = foreground_echo[i] - echo[i];
-    st.pfErrTime[i] = st.pfNearIn[i] - echo[i];
+    error[i] = near[i] - echo[i];
   }
-  const auto energies = dot_products<2>({{difference, difference}, {st.pfErrTime, st.pfErrTime}}, n);
-  frame.paths = 10.f + energies[0];
-  frame.background = energies[1];
+  const auto energies = dot_products<5>(
+      {{near, near}, {far, far}, {foreground_error, foreground_error}, {error, error}, {difference, difference}}, n);
+  frame.near = energies[0];
+  frame.far = energies[1];
+  frame.foreground = energies[2];
+  frame.background = energies[3];
+  frame.paths = 10.f + energies[4];
 }
 
 void analyse_error(AecMdfState &st) {

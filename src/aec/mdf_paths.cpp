@@ -8,12 +8,13 @@
 #include "aec/mdf_stages.h"
 #include "dsp/fma.h"
 #include "dsp/sample.h"
+#include "qvvoice/dsp/vector.h"
 
 namespace qv::aec {
 
 namespace {
 
-constexpr int32_t clip_level = 32000;       // a microphone sample from here on counts as clipped
+constexpr float clip_level = 32000.f;       // a microphone sample from here on counts as clipped
 constexpr int32_t diverge_limit = 50;       // frames
 constexpr double energy_limit = 1e9;        // per transform point; full scale stays below it
 constexpr float excess_per_point = 10000.f; // error above the microphone's energy that counts as divergence
@@ -42,8 +43,6 @@ void reset_background(Energies &frame, AecMdfState &st) {
   frame.background = frame.foreground;
   clear_path_averages(st);
 }
-
-bool clipped(int16_t sample) { return sample <= -clip_level || sample >= clip_level; }
 
 } // namespace
 
@@ -83,12 +82,12 @@ void make_output(const int16_t *mic, int16_t *out, Energies &frame, AecMdfState 
   frame.correlation = frame.echo = 0;
   for (int32_t i = 0; i < n; ++i) {
     output[i] = last = emphasised[i] + st.fPreemph * last;
-    frame.correlation = fma(error[i], echo[i], frame.correlation);
-    frame.echo = fma(echo[i], echo[i], frame.echo);
+    frame.correlation = accumulate(error[i], echo[i], frame.correlation);
+    frame.echo = accumulate(echo[i], echo[i], frame.echo);
   }
   st.fMemOut = last;
   to_samples(out, n, [&](int32_t i) { return output[i]; });
-  if (st.swSatHold == 0 && std::any_of(mic, mic + n, clipped))
+  if (st.swSatHold == 0 && VOICE_VecAbsMax(mic, n) >= clip_level)
     st.swSatHold = 1;
 }
 

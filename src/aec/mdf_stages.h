@@ -27,8 +27,8 @@ struct Energies {
 /// Takes the frame in, pre-emphasised; the spectra of the last M + 1 reference blocks are kept.
 void take_frame(const int16_t *mic, const int16_t *ref, AecMdfState &st);
 
-/// Error of the foreground, whose echo estimate stays in the second half of pfErrTime.
-void filter_foreground(Energies &frame, AecMdfState &st);
+/// Echo estimate of the foreground into the second half of pfErrTime.
+void filter_foreground(AecMdfState &st);
 
 /// Shares of the step per partition: falling from the first partition on until the filter is trained, then by
 /// the partitions' weights.
@@ -40,7 +40,7 @@ void adapt_background(AecMdfState &st);
 void constrain_background(AecMdfState &st);
 
 /// Error of the background into the first half of pfErrTime, its echo estimate into the second half of
-/// pfEchoTime.
+/// pfEchoTime; the energies of the frame and of what either filter leaves of it.
 void filter_background(Energies &frame, AecMdfState &st);
 
 /// Spectra and powers of the background's error and echo estimate, zero-padded in front.

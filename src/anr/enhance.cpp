@@ -4,6 +4,7 @@
 // neighbourhood, over a wide stretch of bands, and over the whole frame.
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <numbers>
 
@@ -21,10 +22,40 @@ constexpr double snr_keep = 0.7;                 // recursive average of the a-p
 constexpr float peak_min = 1.f, peak_max = 10.f; // bounds of the remembered peak
 constexpr double absence_max = 0.95;             // from here on speech counts as absent
 constexpr int32_t max_half_width = QV_MAX_BANDS;
+constexpr float integral_end = 14.f; // beyond, exp(E1 / 2) is within half a float's last place of 1
+
+/// Bartlett-Hann window of 2w + 1 points without its zero ends, and the root of its energy.
+struct SmoothingWindow {
+  float tap[2 * max_half_width + 1];
+  float norm;
+};
+
+SmoothingWindow smoothing_window(int32_t w) {
+  SmoothingWindow window{};
+  const int32_t length = 2 * w + 1;
+  for (int32_t i = 0; i < length; ++i) {
+    const double t = float(i + 1) / float(length + 1) - 0.5f;
+    const auto tap = float(0.62 - 0.48 * std::fabs(t) + 0.38 * std::cos(2.0 * std::numbers::pi * t));
+    window.tap[i] = tap;
+    window.norm = float(double(window.norm) + double(tap) * double(tap)); // the product is exact
+  }
+  window.norm = std::sqrt(window.norm);
+  return window;
+}
+
+/// Of half width 1 and up: every frame needs the same two.
+const auto smoothing_windows = [] {
+  std::array<SmoothingWindow, max_half_width> windows;
+  for (int32_t w = 1; w <= max_half_width; ++w)
+    windows[size_t(w - 1)] = smoothing_window(w);
+  return windows;
+}();
 
 /// Approximation of the exponential integral E1(v), v > 0.
 float exponential_integral(float v) {
   const double x = v;
+  if (v > integral_end)
+    return 0.f;
   if (x < 0.1)
     return float(-2.3 * std::log10(x) - 0.6);
   if (x > 1.0)
@@ -92,8 +123,8 @@ float speech_probability(float absence, float prior, float v) {
 
 /// Geometric mix of the speech-present gain and the floor.
 float mixed_gain(float gain_min, float gain_present, float probability) {
-  if (probability == 0.f) // pow(x, 0) = 1 and pow(x, 1) = x exactly
-    return gain_min;
+  if (probability == 0.f || probability == 1.f) // pow(x, 0) = 1 and pow(x, 1) = x exactly
+    return probability == 0.f ? gain_min : gain_present;
   const auto floor_part = float(std::pow(double(gain_min), double(1.f - probability)));
   return float(double(floor_part) * std::pow(double(gain_present), double(probability)));
 }
@@ -101,27 +132,19 @@ float mixed_gain(float gain_min, float gain_present, float probability) {
 } // namespace
 
 void ANR_Smoothing(int32_t bandNum, int32_t halfWidth, const float *src, float *dst) {
-  const int32_t w = std::clamp(halfWidth, 1, max_half_width);
-  const int32_t length = 2 * w + 1;
-  float window[2 * max_half_width + 1];
-  float energy = 0;
-  for (int32_t i = 0; i < length; ++i) {
-    const double t = float(i + 1) / float(length + 1) - 0.5f;
-    window[i] = float(0.62 - 0.48 * std::fabs(t) + 0.38 * std::cos(2.0 * std::numbers::pi * t));
-    energy = float(double(energy) + double(window[i]) * double(window[i])); // the product is exact
-  }
-  const float norm = std::sqrt(energy);
-
-  for (int32_t i = 0; i < bandNum; ++i) {
-    float at_or_below = 0, above = 0;
-    for (int32_t j = 0; j <= std::min(i, w); ++j)
-      at_or_below = qv::fma(window[w - j], src[i - j], at_or_below);
-    // The low edge has fewer upper neighbours: band i takes those at distances w - i .. w only.
-    for (int32_t j = 0; j <= std::min(i, w - 1); ++j)
-      if (i + w - j < bandNum)
-        above = qv::fma(window[2 * w - j], src[i + w - j], above);
-    dst[i] = (at_or_below + above) / norm;
-  }
+  const int32_t w = std::clamp(halfWidth, 1, max_half_width), bands = std::clamp(bandNum, 0, QV_MAX_BANDS);
+  const SmoothingWindow &window = smoothing_windows[size_t(w - 1)];
+  // Tap by tap over all bands: each band's sum still takes its taps in turn, and bands run side by side.
+  float at_or_below[QV_MAX_BANDS] = {}, above[QV_MAX_BANDS] = {};
+  for (int32_t j = 0; j <= w; ++j)
+    for (int32_t i = j; i < bands; ++i)
+      at_or_below[i] = qv::fma(window.tap[w - j], src[i - j], at_or_below[i]);
+  // The low edge has fewer upper neighbours: band i takes those at distances w - i .. w only.
+  for (int32_t j = 0; j < w; ++j)
+    for (int32_t i = j; i < bands - (w - j); ++i)
+      above[i] = qv::fma(window.tap[2 * w - j], src[i + w - j], above[i]);
+  for (int32_t i = 0; i < bands; ++i)
+    dst[i] = (at_or_below[i] + above[i]) / window.norm;
 }
 
 void ANR_Enhance(const float *bandPow, int32_t bandNum, AnrEnhance *enh) {

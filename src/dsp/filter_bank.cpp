@@ -11,6 +11,7 @@
 
 FilterBand g_stFilterBand;
 int32_t g_aswBandTable[QV_MAX_FRAME];
+int32_t qv::first_bin[QV_MAX_FRAME + 1];
 
 namespace {
 
@@ -66,6 +67,8 @@ void filterbank_new(float sampleRate, int32_t bandCount, int32_t binCount) {
   for (int32_t b = 0; b < bandCount; ++b)
     bank.bandScale[b] = 1.f / bank.bandScale[b];
   std::fill(std::copy_n(bank.leftBand, binCount, g_aswBandTable), std::end(g_aswBandTable), 0);
+  for (int32_t b = 0; b <= bandCount; ++b)
+    qv::first_bin[b] = int32_t(std::lower_bound(bank.leftBand, bank.leftBand + binCount, b) - bank.leftBand);
 }
 
 void filterbank_destroy(void) {
@@ -78,6 +81,9 @@ void filterbank_compute_bank(const float *ps, float *bands) { qv::compute_banks<
 
 void filterbank_compute_psd(const float *bands, float *ps) {
   const FilterBand &bank = g_stFilterBand;
-  for (int32_t i = 0; i < bank.binCount; ++i)
-    ps[i] = qv::fma(bands[bank.rightBand[i]], bank.rightWeight[i], bands[bank.leftBand[i]] * bank.leftWeight[i]);
+  for (int32_t band = 0; band < bank.bandCount - 1; ++band) {
+    const float lower = bands[band], upper = bands[band + 1];
+    for (int32_t i = qv::first_bin[band]; i < qv::first_bin[band + 1]; ++i)
+      ps[i] = qv::fma(upper, bank.rightWeight[i], lower * bank.leftWeight[i]);
+  }
 }

@@ -22,17 +22,26 @@ struct TwoSum {
   }
 };
 
-/// a + b rounded to odd: an inexact sum gets an odd last bit, from either neighbour.
+/// a + b rounded to odd: an inexact sum is cut off towards zero, and its last bit set. Without branches, so that loops
+/// over it are vectorised.
 inline double add_to_odd(double a, double b) {
   const TwoSum exact(a, b);
-  const auto bits = std::bit_cast<int64_t>(exact.sum);
-  const bool inexact = exact.error < 0 || exact.error > 0; // false for the undefined error of an infinite sum
-  if (!inexact || (bits & 1))
-    return exact.sum;
-  return std::bit_cast<double>(bits + ((exact.error > 0) == (exact.sum > 0) ? 1 : -1));
+  const auto sum = std::bit_cast<uint64_t>(exact.sum), error = std::bit_cast<uint64_t>(exact.error);
+  const uint64_t rounded_up = (sum ^ error) >> 63; // away from zero: the error has the other sign
+  const auto odd = std::bit_cast<double>((sum - rounded_up) | 1);
+  return std::fabs(exact.error) > 0 ? odd : exact.sum; // false for the undefined error of an infinite sum
 }
 
 inline float fma(float a, float b, float c) { return float(add_to_odd(double(a) * double(b), double(c))); }
+
+/// fma with a branch that is nearly never taken: a second rounding can only go wrong half way between two floats,
+/// which the last 29 bits of a double show, and among subnormal floats.
+inline float accumulate(float a, float b, float sum) {
+  const double product = double(a) * double(b), next = product + double(sum);
+  const bool half_way = (std::bit_cast<uint64_t>(next) & 0x1fffffff) == 0x10000000;
+  const bool subnormal = std::fabs(next) < 0x1p-126;
+  return half_way || subnormal ? fma(a, b, sum) : float(next);
+}
 
 /// For finite arguments whose product neither overflows nor goes below 2^-900.
 inline double fma(double a, double b, double c) {
@@ -65,6 +74,14 @@ template <class Real> inline Real fma(Real a, Real b, Real c) {
     return std::fma(a, b, c);
   else
     return emulated::fma(a, b, c);
+}
+
+/// The same for running sums, each of which waits for the one before: their loops are not vectorised.
+inline float accumulate(float a, float b, float sum) {
+  if constexpr (has_fma)
+    return std::fma(a, b, sum);
+  else
+    return emulated::accumulate(a, b, sum);
 }
 
 /// acc + sample * coef, rounded once, for a coefficient that is a multiple of 2^-15 and |acc| < 2^38:

@@ -21,7 +21,7 @@ template <size_t sums> std::array<float, sums> dot_products(const Factors (&fact
   std::array<float, sums> total{};
   for (int32_t i = 0; i < count; ++i)
     for (size_t s = 0; s < sums; ++s)
-      total[s] = fma(factors[s].a[i], factors[s].b[i], total[s]);
+      total[s] = accumulate(factors[s].a[i], factors[s].b[i], total[s]);
   return total;
 }
 

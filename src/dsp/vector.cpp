@@ -28,7 +28,7 @@ float VOICE_VecMax(const float *v, int32_t count) { return *std::max_element(v, 
 
 float VOICE_VvMultAdd(const float *a, const float *b, int32_t count, float acc) {
   for (int32_t i = 0; i < count; ++i)
-    acc = qv::fma(a[i], b[i], acc);
+    acc = qv::accumulate(a[i], b[i], acc);
   return acc;
 }
 

@@ -50,8 +50,10 @@ void draw_noise(CngState &st) {
   const int32_t n = st.swFrameLen;
   const float amplitude = st.fNoiseLevel * st.fNoiseGain;
   std::copy_n(st.pfNoiseBuf + n, n, st.pfNoiseBuf);
-  for (int32_t i = n; i < 2 * n; ++i)
-    st.pfNoiseBuf[i] = float(std::rand()) * amplitude * rand_scale;
+  int32_t drawn[QV_MAX_FRAME];
+  std::generate_n(drawn, n, std::rand);
+  for (int32_t i = 0; i < n; ++i)
+    st.pfNoiseBuf[n + i] = float(drawn[i]) * amplitude * rand_scale;
   for (int32_t i = 0; i < 2 * n; ++i)
     st.pfFrame[i] = st.pfNoiseBuf[i] * st.pfWindow[i];
 }
