@@ -98,9 +98,9 @@ void band_gains(AecDtdState &dtd, AecNlpState &st, float *gain) {
 void bin_gains(AecDtdState &dtd, AecNlpState &st, float *gain) {
   const int32_t n = st.swFrameLen;
   float mean_gain[QV_MAX_BANDS], presence[QV_MAX_BANDS];
-  for (int32_t k = 0; k < n - 2; ++k)
-    if (dtd.aswBandFarActive[g_aswBandTable[k]] == 0)
-      st.stCoh.pfHnl[k] = 1.f;
+  for (int32_t b = 0; b < st.swBandNum; ++b)
+    if (dtd.aswBandFarActive[b] == 0)
+      std::fill_n(st.stCoh.pfHnl + qv::first_bin[b], std::min(qv::first_bin[b + 1], n - 2) - qv::first_bin[b], 1.f);
   filterbank_compute_bank(st.stCoh.pfHnl, mean_gain);
   AEC_DtdProcessStDtJudge(st.pfNearBand, st.pfFarBand, st.pfErrBand, mean_gain, presence, st.swBandNum, &dtd);
   if (must_mute(dtd, st))
@@ -111,16 +111,15 @@ void bin_gains(AecDtdState &dtd, AecNlpState &st, float *gain) {
 }
 
 /// Pass, suppress per band or bin, or mute.
-/// @param gain  [N + 1] zero on entry; the Nyquist bin stays 0 unless the frame passes
+/// @param gain  [N + 1] overwritten; the Nyquist bin is 0 unless the frame passes
 void decide_gains(AecDtdState &dtd, AecNlpState &st, float *gain) {
   if (dtd.swTalkState != 0)
     AEC_DtdProcessBandPassJudge(st.pfFarBand, st.swBandNum, &dtd);
   const bool suppress = dtd.swTalkState != 0 && (st.swSerSupEnable == 1 || st.swCohSupEnable == 1);
-  if (!suppress)
-    std::fill_n(gain, st.swFrameLen + 1, 1.f);
-  else if (st.swSerSupEnable == 1)
+  std::fill_n(gain, st.swFrameLen + 1, suppress ? 0.f : 1.f);
+  if (suppress && st.swSerSupEnable == 1)
     band_gains(dtd, st, gain);
-  else
+  else if (suppress)
     bin_gains(dtd, st, gain);
   qv::aec::last_frame.muted = suppress && must_mute(dtd, st);
   std::copy_n(gain, st.swFrameLen, qv::aec::last_frame.bin_gain);
@@ -177,7 +176,7 @@ void AEC_NlpProcess(const int16_t *mic, const int16_t *farRef, int16_t *io, AecD
   if (st.swCohSupEnable == 1)
     suppress_by_coherence(st);
 
-  float gain[max_bins] = {};
+  float gain[max_bins];
   decide_gains(*dtd, st, gain);
   for (int32_t k = 0; k < n; ++k)
     gain[k] *= anrGain[k];

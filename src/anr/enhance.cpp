@@ -114,8 +114,8 @@ float frame_presence(float frame_snr_prev, AnrEnhance &enh, float log_range) {
 }
 
 float speech_probability(float absence, float prior, float v) {
-  if (double(absence) > absence_max)
-    return 0.f;
+  if (absence == 0 || double(absence) > absence_max)
+    return absence == 0 ? 1.f : 0.f;
   const float weight = (1.f + prior) * absence;
   const double presence = 1.f - absence;
   return float(presence / qv::fma(double(weight), std::exp(-double(v)), presence));

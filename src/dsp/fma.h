@@ -34,13 +34,12 @@ inline double add_to_odd(double a, double b) {
 
 inline float fma(float a, float b, float c) { return float(add_to_odd(double(a) * double(b), double(c))); }
 
-/// fma with a branch that is nearly never taken: a second rounding can only go wrong half way between two floats,
-/// which the last 29 bits of a double show, and among subnormal floats.
+/// fma with a branch that is seldom taken: a second rounding can only go wrong half way between two floats, where the
+/// last 28 bits of a double are zero.
 inline float accumulate(float a, float b, float sum) {
-  const double product = double(a) * double(b), next = product + double(sum);
-  const bool half_way = (std::bit_cast<uint64_t>(next) & 0x1fffffff) == 0x10000000;
-  const bool subnormal = std::fabs(next) < 0x1p-126;
-  return half_way || subnormal ? fma(a, b, sum) : float(next);
+  const double next = double(a) * double(b) + double(sum);
+  const bool may_be_half_way = (std::bit_cast<uint64_t>(next) & 0xfffffff) == 0;
+  return may_be_half_way ? fma(a, b, sum) : float(next);
 }
 
 /// For finite arguments whose product neither overflows nor goes below 2^-900.
