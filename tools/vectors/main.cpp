@@ -14,9 +14,9 @@
 #include <stdexcept>
 #include <string>
 
+#include "call.h"
+#include "parameters.h"
 #include "qvvoice/qvvoice.h"
-#include "vectors/call.h"
-#include "vectors/parameters.h"
 
 namespace {
 

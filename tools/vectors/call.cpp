@@ -1,4 +1,4 @@
-#include "vectors/call.h"
+#include "call.h"
 
 #include <algorithm>
 #include <array>

@@ -1,8 +1,8 @@
-#include "vectors/parameters.h"
+#include "parameters.h"
 
 #include <cstdlib>
 
-#include "vectors/call.h"
+#include "call.h"
 
 namespace vectors {
 
