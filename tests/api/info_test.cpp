@@ -1,6 +1,8 @@
 // What an integrator asks: latency, trace, version, texts.
 
-#include <cstddef>
+#include <array>
+#include <bit>
+#include <numeric>
 #include <set>
 #include <string>
 
@@ -15,8 +17,8 @@ using qv::config::Image;
 int64_t click_delay(const Layout &layout, const Image &image, Samples Call::*input, Samples Outputs::*output) {
   EXPECT_EQ(QV_VOICE_InitImage(image.data(), layout.rate, layout.frame_len), QV_VOICE_OK);
   Call call(layout, 12);
-  std::fill(call.far.begin(), call.far.end(), int16_t(0));
-  std::fill(call.mic.begin(), call.mic.end(), int16_t(0));
+  call.far.assign(call.far.size(), 0);
+  call.mic.assign(call.mic.size(), 0);
   const auto click = size_t(8 * layout.frame_len) + 37; // past the muted start of the delay search
   (call.*input)[click] = 20000;
   const Samples out = run(layout, call).*output;
@@ -43,37 +45,17 @@ TEST(Latency, is_what_a_click_shows_for_every_combination_of_stages) {
 }
 
 // The record may grow at its end; what is there keeps its place. Every field is 4 bytes wide.
-static_assert(sizeof(QvVoiceNoiseTrace) == 12 && offsetof(QvVoiceNoiseTrace, noise_db) == 0 &&
-              offsetof(QvVoiceNoiseTrace, mean_gain) == 4 && offsetof(QvVoiceNoiseTrace, speech_presence) == 8);
-constexpr size_t trace_offsets[] = {offsetof(QvVoiceTrace, size),
-                                    offsetof(QvVoiceTrace, tx_frame),
-                                    offsetof(QvVoiceTrace, rx_frame),
-                                    offsetof(QvVoiceTrace, echo_delay),
-                                    offsetof(QvVoiceTrace, delay_changed),
-                                    offsetof(QvVoiceTrace, talk_state),
-                                    offsetof(QvVoiceTrace, leakage),
-                                    offsetof(QvVoiceTrace, filter_adapted),
-                                    offsetof(QvVoiceTrace, foreground_refreshed),
-                                    offsetof(QvVoiceTrace, background_reset),
-                                    offsetof(QvVoiceTrace, filter_reset),
-                                    offsetof(QvVoiceTrace, linear_erle_db),
-                                    offsetof(QvVoiceTrace, erle_db),
-                                    offsetof(QvVoiceTrace, suppressor_gain),
-                                    offsetof(QvVoiceTrace, muted),
-                                    offsetof(QvVoiceTrace, tx_noise),
-                                    offsetof(QvVoiceTrace, tx_noise) + 4,
-                                    offsetof(QvVoiceTrace, tx_noise) + 8,
-                                    offsetof(QvVoiceTrace, rx_noise),
-                                    offsetof(QvVoiceTrace, rx_noise) + 4,
-                                    offsetof(QvVoiceTrace, rx_noise) + 8,
-                                    offsetof(QvVoiceTrace, tx_agc_gain),
-                                    offsetof(QvVoiceTrace, rx_agc_gain),
-                                    offsetof(QvVoiceTrace, comfort_noise)};
-
 TEST(Trace, fields_keep_their_places) {
-  for (size_t i = 0; i < std::size(trace_offsets); ++i)
-    EXPECT_EQ(trace_offsets[i], 4 * i);
-  EXPECT_EQ(sizeof(QvVoiceTrace), 4 * std::size(trace_offsets));
+  std::array<uint32_t, 24> places;
+  std::iota(places.begin(), places.end(), 0);
+  const auto t = std::bit_cast<QvVoiceTrace>(places);
+  const auto words = [](auto... fields) { return std::array{std::bit_cast<uint32_t>(fields)...}; };
+  EXPECT_EQ(words(t.size, t.tx_frame, t.rx_frame, t.echo_delay, t.delay_changed, t.talk_state, t.leakage,
+                  t.filter_adapted, t.foreground_refreshed, t.background_reset, t.filter_reset, t.linear_erle_db,
+                  t.erle_db, t.suppressor_gain, t.muted, t.tx_noise.noise_db, t.tx_noise.mean_gain,
+                  t.tx_noise.speech_presence, t.rx_noise.noise_db, t.rx_noise.mean_gain, t.rx_noise.speech_presence,
+                  t.tx_agc_gain, t.rx_agc_gain, t.comfort_noise),
+            places);
 }
 
 TEST(Trace, fills_what_the_caller_knows_and_nothing_else) {
@@ -103,13 +85,12 @@ TEST(Trace, fills_what_the_caller_knows_and_nothing_else) {
 TEST(Info, version_and_texts) {
   EXPECT_STREQ(QV_VOICE_Version(), QVVOICE_EXPECTED_VERSION);
   std::set<std::string> texts;
-  for (int32_t status = QV_VOICE_OK; status <= QV_VOICE_OUT_OF_MEMORY; ++status)
+  for (int32_t status = QV_VOICE_OK - 1; status <= QV_VOICE_OUT_OF_MEMORY; ++status)
     texts.insert(QV_VOICE_StatusText(status));
-  EXPECT_EQ(texts.size(), 7u);
+  EXPECT_EQ(texts.size(), 8u);
   for (const int32_t status : {-1, 7, INT32_MAX})
     EXPECT_STREQ(QV_VOICE_StatusText(status), "unknown status");
-  int value = 0;
-  EXPECT_EQ(VOICE_GetPara(&value), &value);
+  EXPECT_EQ(VOICE_GetPara(&texts), &texts);
 }
 
 } // namespace

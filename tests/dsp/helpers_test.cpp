@@ -1,115 +1,84 @@
-// Memory, scalar functions and reductions.
+// What the signal path uses in part only: scalar functions, reductions, filters over time.
 
-#include "dsp/fma.h"
+#include <utility>
+
+#include "qvvoice/dsp/filter.h"
 #include "qvvoice/dsp/math.h"
-#include "qvvoice/dsp/memory.h"
 #include "qvvoice/dsp/vector.h"
-#include "qvvoice/post/agc.h"
 #include "support.h"
 
 namespace {
 
 using namespace qv::test;
 
-TEST(Memory, blocks_are_zero_and_a_negative_size_fails) {
-  auto *block = static_cast<unsigned char *>(VOICE_Alloc(4096));
-  ASSERT_NE(block, nullptr);
-  EXPECT_EQ(std::count(block, block + 4096, 0), 4096);
-  EXPECT_EQ(VOICE_Memset(block, 0x1a5, 16), block);
-  EXPECT_EQ(std::count(block, block + 4096, 0xa5), 16);
-  EXPECT_EQ(VOICE_Memcpy(block + 100, block, 16), block + 100);
-  EXPECT_EQ(std::count(block, block + 4096, 0xa5), 32);
-  VOICE_Free(block);
-  VOICE_Free(nullptr);
-  EXPECT_EQ(VOICE_Alloc(-1), nullptr);
-}
-
-TEST(Math, integer_logarithms_are_floors) {
-  EXPECT_EQ(VOICE_Ilog2(0), 0u);
-  EXPECT_EQ(VOICE_Ilog4(0), 0u);
-  for (uint32_t bit = 0; bit < 32; ++bit) {
-    const uint32_t power = 1u << bit, below_next = power + (power - 1);
-    EXPECT_EQ(VOICE_Ilog2(power), bit);
-    EXPECT_EQ(VOICE_Ilog2(below_next), bit);
-    EXPECT_EQ(VOICE_Ilog4(power), bit / 2);
-    EXPECT_EQ(VOICE_Ilog4(below_next), bit / 2);
-  }
-}
-
-TEST(Math, cosine_is_within_its_bound_and_odd_about_a_quarter_turn) {
-  EXPECT_EQ(VOICE_Cos(0.f), 0.9999933f);
-  EXPECT_EQ(VOICE_Cos(3.14159265f), -0.9999933f);
-  double worst = 0;
-  for (int i = 0; i <= 3141; ++i)
-    worst = std::fmax(worst, std::fabs(double(VOICE_Cos(float(i) / 1000.f)) - std::cos(double(float(i) / 1000.f))));
-  EXPECT_LT(worst, 1e-5);
-  EXPECT_GT(worst, 1e-6); // a polynomial of four terms, not the C library
-}
-
-TEST(Math, curves_and_decibels_meet_their_hand_numbers) {
-  EXPECT_EQ(VOICE_Qcurve(0.f), 0.f);
-  EXPECT_FLOAT_EQ(VOICE_Qcurve(0.15f), 0.5f);
-  EXPECT_FLOAT_EQ(VOICE_Qcurve(1.35f), 0.9f);
-  for (const auto &[db, gain] : std::initializer_list<std::pair<float, float>>{
-           {0.f, 1.f}, {20.f, 10.f}, {-40.f, 0.01f}, {6.0205999f, 2.f}, {-3.0103f, 0.70710678f}}) {
-    EXPECT_FLOAT_EQ(VOICE_DeltaDb2Gain(db), gain);
-    EXPECT_EQ(AGC_DeltaDb2Gain(db), VOICE_DeltaDb2Gain(db));
-  }
-}
-
-// Uniform over 3.4642 amplitudes: the mean, the variance 1 and the fourth moment 9/5 of that density, each within five
-// standard errors.
-TEST(Math, noise_has_the_moments_of_its_density) {
-  uint32_t seed = 0;
-  VOICE_Rand(&seed, 1.f);
-  EXPECT_EQ(seed, 1013904223u);
-  constexpr int count = 1'000'000;
-  double mean = 0, square = 0, fourth = 0, largest = 0;
-  for (int i = 0; i < count; ++i) {
-    const double x = double(VOICE_Rand(&seed, 2.f)) / 2;
-    mean += x / count;
-    square += x * x / count;
-    fourth += x * x * x * x / count;
-    largest = std::fmax(largest, std::fabs(x));
-  }
-  EXPECT_NEAR(mean, 0, 0.005);
-  EXPECT_NEAR(square, 1, 0.005);
-  EXPECT_NEAR(fourth, 1.8, 0.01);
-  EXPECT_GT(largest, 1.7320);
-  EXPECT_LE(largest, 1.7321);
-}
-
-// Sums are compared exactly with a loop that the compiler may not reorder: the order is part of the result.
-TEST(Vector, reductions_keep_the_order_of_the_index) {
-  for (const int32_t count : {0, 1, 2, 3, 7, 8, 31, 320, 641}) {
-    const auto a = noise_values(uint32_t(count), size_t(count), 1e4f);
-    const auto b = noise_values(uint32_t(count) + 9, size_t(count));
-    const auto x = noise_samples(uint32_t(count), size_t(count), 32767), y = noise_samples(77, size_t(count), 32767);
-    volatile float sum = 0, fused = 0.25f, sum16 = 0;
-    for (size_t i = 0; i < a.size(); ++i) {
-      sum = sum + a[i];
-      fused = std::fma(a[i], b[i], float(fused));
-      sum16 = sum16 + float(int32_t(x[i]) * y[i]);
+TEST(Math, functions_meet_their_definitions) {
+  EXPECT_EQ(VOICE_Ilog2(0) + VOICE_Ilog4(0), 0u);
+  for (uint32_t bit = 0; bit < 32; ++bit)
+    for (const uint32_t x : {1u << bit, (2u << bit) - 1}) {
+      EXPECT_EQ(VOICE_Ilog2(x), bit);
+      EXPECT_EQ(VOICE_Ilog4(x), bit / 2);
     }
-    EXPECT_EQ(VOICE_VecSum(a.data(), count), sum) << count;
-    EXPECT_EQ(VOICE_VvMultAdd(a.data(), b.data(), count, 0.25f), fused) << count;
-    EXPECT_EQ(VOICE_VvMultAdd16(x.data(), y.data(), count), sum16) << count;
-    if (count == 0)
-      continue;
-    EXPECT_EQ(VOICE_VecMean(a.data(), 0, count - 1), sum / float(count)) << count;
-    EXPECT_EQ(VOICE_VecMean(a.data(), count - 1, count - 1), a.back()) << count;
-    EXPECT_EQ(VOICE_VecMax(a.data(), count), *std::max_element(a.begin(), a.end())) << count;
-    const auto magnitude = [](int16_t l, int16_t r) { return std::abs(l) < std::abs(r); };
-    EXPECT_EQ(VOICE_VecAbsMax(x.data(), count), std::abs(*std::max_element(x.begin(), x.end(), magnitude))) << count;
+  for (float x = 0; x <= 3.1415f; x += 0.001f)
+    EXPECT_NEAR(VOICE_Cos(x), std::cos(double(x)), 1e-5);
+  for (const float db : {0.f, 20.f, -40.f, 6.0205999f, -3.0103f})
+    EXPECT_FLOAT_EQ(VOICE_DeltaDb2Gain(db), std::pow(10.f, db / 20));
+}
+
+// From the seed 0 the generator of "Numerical Recipes" goes through these states; uniform, of standard deviation 1.
+TEST(Math, random_numbers_are_those_of_the_generator) {
+  uint32_t seed = 0;
+  for (const uint32_t state : {1013904223u, 1196435762u, 3519870697u, 2868466484u}) {
+    const double uniform = (state & 0x7fffff) / 8388608.0 - 0.5;
+    EXPECT_NEAR(VOICE_Rand(&seed, 1.f), uniform * 3.4642, 1e-6);
+    EXPECT_EQ(seed, state);
   }
 }
 
-TEST(Vector, extremes_of_16_bits_do_not_overflow) {
-  const int16_t rails[] = {-32768, -32768, 32767};
+TEST(Vector, reductions_keep_their_order_and_take_extremes) {
+  for (const int32_t count : {0, 1, 2, 3, 7, 8, 31, 320, 641}) {
+    const auto a = noise_values(uint32_t(count), size_t(count), 1e4f), b = noise_values(9, size_t(count) + 1);
+    float fused = 0.25f;
+    for (size_t i = 0; i < a.size(); ++i)
+      fused = std::fma(a[i], b[i], fused);
+    EXPECT_EQ(VOICE_VvMultAdd(a.data(), b.data(), count, 0.25f), fused) << count;
+    EXPECT_EQ(VOICE_VecMax(b.data(), count + 1), *std::max_element(b.begin(), b.end())) << count;
+  }
+  const int16_t rails[] = {32767, -32768, -32768};
   EXPECT_EQ(VOICE_VecAbsMax(rails, 3), 32768.f);
-  EXPECT_EQ(VOICE_VvMultAdd16(rails, rails, 2), 2147483648.f);
+  EXPECT_EQ(VOICE_VecAbsMax(rails, 1), 32767.f);
+  EXPECT_EQ(VOICE_VvMultAdd16(rails + 1, rails + 1, 2), 2147483648.f);
   EXPECT_EQ(VOICE_VvMultAdd16(rails, rails, -1), 0.f);
   EXPECT_EQ(VOICE_VecSum(nullptr, -1), 0.f);
+}
+
+TEST(Filter, preemphasis_of_values_is_that_of_samples_across_frames) {
+  const auto signal = noise_samples(1, 480, 32767);
+  std::vector<float> values(signal.begin(), signal.end()), expected(signal.size());
+  float memory = 0, memory16 = 0;
+  VOICE_FilterPreemph16(signal.data(), &memory16, expected.data(), 480, 0.9f);
+  for (const auto &[at, count] : {std::pair{0, 1}, {1, 159}, {160, 320}})
+    VOICE_FilterPreemph(&values[size_t(at)], &memory, &values[size_t(at)], count, 0.9f);
+  EXPECT_EQ(values, expected);
+  EXPECT_EQ(memory, memory16);
+}
+
+// Zeros at DC, poles of radius sqrt(den2) close to it: y = r (x - 2x' + x'') + 2r y' - den2 y''. On one of two
+// channels, in two blocks.
+TEST(Filter, dc_notch_follows_its_difference_equation) {
+  const auto stereo = noise_samples(2, 960, 32767);
+  const double r = double(0.98f), den2 = r * r + 0.7 * (1 - r) * (1 - r);
+  std::vector<double> expected;
+  double x1 = 0, x2 = 0, y1 = 0, y2 = 0;
+  for (size_t i = 1; i < stereo.size(); i += 2) {
+    expected.push_back(r * (stereo[i] - 2 * x1 + x2) + 2 * r * y1 - den2 * y2);
+    x2 = std::exchange(x1, stereo[i]);
+    y2 = std::exchange(y1, expected.back());
+  }
+  std::vector<float> found(expected.size());
+  float memory[2] = {};
+  VOICE_FilterDcNotch16(&stereo[1], found.data(), 160, memory, 2, 0.98f);
+  VOICE_FilterDcNotch16(&stereo[321], &found[160], 320, memory, 2, 0.98f);
+  EXPECT_LT(relative_error(expected, found), 1e-5);
 }
 
 } // namespace

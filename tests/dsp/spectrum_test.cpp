@@ -1,6 +1,9 @@
-// Kernels over packed spectra, by the identities of the transform.
+// The transforms against a double-precision DFT, and the kernels over packed spectra.
 
 #include "qvvoice/dsp/spectrum.h"
+
+#include <complex>
+#include <numbers>
 
 #include "qvvoice/dsp/fft.h"
 #include "support.h"
@@ -9,83 +12,88 @@ namespace {
 
 using namespace qv::test;
 
-constexpr int32_t n = 160;
-constexpr size_t bins = n / 2 + 1;
-constexpr float poison = -77.f;
+constexpr int32_t lengths[] = {128, 160, 256, 320, 512, 640};
+constexpr double rounding = 1e-6; // about 8 float roundings of a transform of log2(640) stages
 
 struct Spectrum : testing::Test {
   void SetUp() override { VOICE_FftInit(); }
   void TearDown() override { VOICE_FftDestroy(); }
 };
 
-/// Packed spectra of consecutive blocks.
-std::vector<float> spectra_of(const std::vector<float> &signal) {
-  std::vector<float> spectra(signal.size());
-  for (size_t at = 0; at < signal.size(); at += n)
-    VOICE_Fft(signal.data() + at, spectra.data() + at, n);
-  return spectra;
+using Values = std::vector<float>;
+
+Values transformed(void (*transform)(const float *, float *, int32_t), Values frame) {
+  transform(frame.data(), frame.data(), int32_t(frame.size()));
+  return frame;
 }
 
-TEST_F(Spectrum, power_adds_up_to_the_energy_of_the_frame) {
-  const auto frame = noise_values(1, n);
-  const auto packed = spectra_of(frame);
-  std::vector<float> power(n, poison);
-  VOICE_PowerSpectrumCcum(packed.data(), power.data(), n);
-  double energy = 0, sum = double(power[0]) + double(power[bins - 1]);
-  for (const float x : frame)
-    energy += double(x) * double(x) / n;
-  for (size_t k = 1; k + 1 < bins; ++k) {
-    sum += 2 * double(power[k]);
-    EXPECT_FLOAT_EQ(power[k], packed[2 * k - 1] * packed[2 * k - 1] + packed[2 * k] * packed[2 * k]) << k;
+/// Packed spectrum from the definition, scaled by 1/n.
+std::vector<double> packed_dft(const Values &frame) {
+  const size_t n = frame.size();
+  std::vector<double> packed(n);
+  for (size_t k = 0; k <= n / 2; ++k) {
+    std::complex<double> sum;
+    for (size_t t = 0; t < n; ++t)
+      sum += double(frame[t]) * std::polar(1.0, -2 * std::numbers::pi * double(k * t % n) / double(n));
+    packed[k == 0 ? 0 : 2 * k - 1] = sum.real() / double(n);
+    if (k > 0 && k < n / 2)
+      packed[2 * k] = sum.imag() / double(n);
   }
-  EXPECT_NEAR(sum / energy, 1, 1e-6);
-  EXPECT_EQ(std::count(power.begin() + bins, power.end(), poison), n - int64_t(bins)) << "written behind the last bin";
-
-  auto in_place = packed;
-  VOICE_PowerSpectrumCcum(in_place.data(), in_place.data(), n);
-  EXPECT_TRUE(std::equal(in_place.begin(), in_place.begin() + bins, power.begin()));
-  auto doubled = power;
-  VOICE_PowerSpectrumAccum(packed.data(), doubled.data(), n);
-  for (size_t k = 0; k < bins; ++k)
-    EXPECT_FLOAT_EQ(doubled[k], 2 * power[k]) << k;
+  return packed;
 }
 
-TEST_F(Spectrum, two_values_and_fewer_have_two_powers) {
-  const float packed[] = {3.f, -4.f, poison};
-  for (const int32_t count : {2, 1, 0}) {
-    float power[] = {poison, poison, poison};
-    VOICE_PowerSpectrumCcum(packed, power, count);
-    VOICE_PowerSpectrumAccum(packed, power, count);
-    EXPECT_EQ(power[0], 18.f) << count;
-    EXPECT_EQ(power[1], 32.f) << count;
-    EXPECT_EQ(power[2], poison) << count;
+TEST_F(Spectrum, transforms_match_the_definition_and_undo_each_other_in_place_or_not) {
+  for (const int32_t n : lengths) {
+    const auto frame = noise_values(uint32_t(n), size_t(n), 32768.f);
+    Values forward(frame.size()), back(frame.size());
+    VOICE_Fft(frame.data(), forward.data(), n);
+    VOICE_Ifft(frame.data(), back.data(), n);
+    EXPECT_LT(relative_error(packed_dft(frame), forward), rounding) << n;
+    EXPECT_EQ(forward, transformed(VOICE_Fft, frame)) << n;
+    EXPECT_EQ(back, transformed(VOICE_Ifft, frame)) << n;
+    EXPECT_LT(relative_error(frame, transformed(VOICE_Ifft, forward)), rounding) << n;
+    EXPECT_LT(relative_error(frame, transformed(VOICE_Fft, back)), rounding) << n;
   }
 }
 
-// A product of spectra is a circular convolution of the frames, a product with the conjugate their circular
-// correlation: 1/n of each, as both forward transforms are scaled.
-TEST_F(Spectrum, products_convolve_and_correlate_and_sum_over_the_blocks) {
-  for (const int32_t blocks : {0, 1, 2, 5}) {
-    const auto length = size_t(blocks * n);
-    const auto x = noise_values(2, length), y = noise_values(3, length);
-    std::vector<double> convolved(n, 0.0), correlated(n, 0.0);
-    for (size_t at = 0; at < length; at += n)
-      for (size_t t = 0; t < n; ++t)
-        for (size_t u = 0; u < n; ++u) {
-          convolved[(t + u) % n] += double(x[at + t]) * double(y[at + u]) / n;
-          correlated[(t + n - u) % n] += double(x[at + t]) * double(y[at + u]) / n;
-        }
-    const auto check = [&](auto kernel, const std::vector<double> &expected, const char *name) {
-      std::vector<float> out(n, poison);
-      kernel(spectra_of(x).data(), spectra_of(y).data(), out.data(), n, blocks);
-      VOICE_Ifft(out.data(), out.data(), n);
-      if (blocks == 0)
-        EXPECT_EQ(out, std::vector<float>(n, 0.f)) << name;
-      else
-        EXPECT_LT(relative_error(expected, out), 2e-6) << name << " over " << blocks;
-    };
-    check(VOICE_SpectralMulAccum, convolved, "product");
-    check(VOICE_SpectralCorrAccum, correlated, "correlation");
+TEST_F(Spectrum, other_length_is_named_on_standard_output_and_writes_nothing) {
+  const Values in(1024, 1.f);
+  for (const int32_t n : {0, -128, 64, 127, 1024}) {
+    Values out(1024, -77.f);
+    testing::internal::CaptureStdout();
+    VOICE_Fft(in.data(), out.data(), n);
+    VOICE_Ifft(in.data(), out.data(), n);
+    std::fflush(stdout);
+    const std::string message = "Error: No support for FFT length!\n";
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), message + message) << n;
+    EXPECT_EQ(out, Values(1024, -77.f)) << n;
+  }
+}
+
+TEST_F(Spectrum, powers_accumulate_up_to_the_last_bin) {
+  for (const int32_t n : lengths) {
+    const auto packed = noise_values(1, size_t(n));
+    const Values power = transformed(VOICE_PowerSpectrumCcum, packed);
+    Values doubled = power;
+    VOICE_PowerSpectrumAccum(packed.data(), doubled.data(), n);
+    for (size_t k = 0; k <= size_t(n) / 2; ++k)
+      EXPECT_FLOAT_EQ(doubled[k], 2 * power[k]) << n << ", bin " << k;
+    EXPECT_EQ(doubled[size_t(n) / 2 + 1], packed[size_t(n) / 2 + 1]) << n << ", written behind the last bin";
+  }
+}
+
+// No product is fused into a sum unless the code says so. The imaginary part of X conj(X) is b a - a b: exactly 0, and
+// the rounding error of a product when fused. X X is b a + a b there: exactly twice the product.
+TEST_F(Spectrum, complex_products_round_each_term) {
+  for (const int32_t n : {256, 320, 512, 640}) {
+    const auto x = noise_values(1, size_t(n), 1000.f);
+    Values self(x.size()), square(x.size());
+    VOICE_SpectralCorrAccum(x.data(), x.data(), self.data(), n, 1);
+    VOICE_SpectralMulAccum(x.data(), x.data(), square.data(), n, 1);
+    for (size_t k = 2; k < x.size(); k += 2) {
+      ASSERT_EQ(self[k], 0.f) << n << " points, bin " << k / 2;
+      ASSERT_EQ(square[k], 2.f * (x[k - 1] * x[k])) << n << " points, bin " << k / 2;
+    }
   }
 }
 
