@@ -1,54 +1,47 @@
-// Each verdict from a recording made to deserve it.
+// Each verdict from a recording made to deserve it, and the command.
 
 #include "diagnose/diagnose.h"
 
 #include <algorithm>
-#include <memory>
-
-#include <gtest/gtest.h>
+#include <limits>
+#include <variant>
 
 #include "diagnose/recordings.h"
+#include "process/files.h"
 
 namespace qv::tool::diagnose {
 namespace {
 
-using test::Recording;
+using namespace test;
 
-/// A recording, run through the library, with the evidence from it.
-struct Examined {
-  Samples mic, ref;
-  Setup setup;
-  Run run;
-  Diagnosis diagnosis;
-
-  explicit Examined(const Recording &recording, const std::function<void(Run &)> &change = {})
-      : mic(to_samples(recording.mic)), ref(to_samples(recording.ref)), setup(recording.setup),
-        run(run_tx(setup, mic, ref, {.compensate = true, .progress = {}})) {
-    if (change)
-      change(run);
-    diagnosis = diagnose(Evidence(setup, mic, ref, run.sent, run.trace));
-  }
-  const Check &check(const std::string &name) const {
-    const auto found = std::ranges::find(diagnosis.checks, name, &Check::name);
-    if (found == diagnosis.checks.end())
-      throw std::logic_error("no check " + name);
-    return *found;
-  }
-  double number(const std::string &name, const std::string &key) const { return check(name).numbers.at(key); }
-  std::string first_wrong() const {
-    const auto wrong = std::ranges::find(diagnosis.checks, State::wrong, &Check::state);
-    return wrong == diagnosis.checks.end() ? "none" : wrong->name;
-  }
-};
-
-auto constant(double delay) {
-  return [delay](double) { return delay; };
-}
-
-void set(Recording &recording, const char *section, const char *key, double value) {
+void set(Recording &call, const char *section, const char *key, double value) {
   for (const config::Field &field : config::fields)
     if (field.section == section && field.key == key)
-      recording.setup.para[size_t(field.word(test::rate, 0))] = config::encode(field, value);
+      call.setup.para[size_t(field.word(rate, 0))] = config::encode(field, value);
+}
+
+void quiet_ref(Recording &call, double gain) {
+  scale(call.ref, gain);
+  set(call, "aec.double_talk", "far_active_peak", 60);
+}
+
+/// From 8 s on.
+void change_volume(Recording &call, double by) {
+  Signal echo = through_room(call.ref);
+  std::fill_n(echo.begin(), length / 3, 0);
+  add(call.mic, echo, by);
+}
+
+/// Silences every 10 ms that are quieter than -50 dBov, as a noise gate does.
+void gate(Signal &signal) {
+  for (size_t begin = 0; begin < length; begin += rate / 100)
+    if (power(SignalView(signal).subspan(begin, rate / 100)) < from_db(-50))
+      std::fill_n(&signal[begin], rate / 100, 0.0);
+}
+
+void set_trace(Run &run, int32_t QvVoiceTrace::*field, int32_t value) {
+  for (QvVoiceTrace &frame : run.trace)
+    frame.*field = value;
 }
 
 void clip(Signal &signal, double limit) {
@@ -56,198 +49,98 @@ void clip(Signal &signal, double limit) {
     value = std::clamp(value, -limit, limit);
 }
 
-/// Silences every 10 ms that are quieter than -50 dBov, as a noise gate does.
-void gate(Signal &signal) {
-  const size_t frame = test::rate / 100;
-  for (size_t begin = 0; begin + frame <= signal.size(); begin += frame)
-    if (power(SignalView(signal).subspan(begin, frame)) < from_db(-50))
-      std::fill_n(&signal[begin], frame, 0.0);
-}
+constexpr double none = std::numeric_limits<double>::quiet_NaN();
 
 struct Case {
-  const char *name;
-  const char *first_wrong;
-  std::function<Recording()> make;
-  std::function<void(Run &)> change = {};
+  const char *name, *first_wrong;
+  std::variant<Delay, std::function<void(Recording &)>, std::function<void(Run &)>> change;
 };
 
-const std::vector<Case> &cases() {
-  static const std::vector<Case> all = {
-      {"good", "none", [] { return Recording(); }},
-      {"reference_silent", "reference",
-       [] {
-         Recording call;
-         scale(call.ref, 0);
-         return call;
-       }},
-      {"reference_below_the_threshold", "reference",
-       [] {
-         Recording call;
-         scale(call.ref, 0.003);
-         set(call, "aec.double_talk", "far_active_peak", 60);
-         return call;
-       }},
-      {"microphone_silent", "microphone",
-       [] {
-         Recording call;
-         scale(call.mic, 0);
-         return call;
-       }},
-      {"same_recording", "same_recording",
-       [] {
-         Recording call;
-         call.mic = call.ref;
-         scale(call.mic, -0.5);
-         return call;
-       }},
-      {"other_reference", "echo_present",
-       [] {
-         Recording call;
-         call.ref = test::talk(99, 0.5, 16);
-         return call;
-       }},
-      {"swapped", "order",
-       [] {
-         Recording call;
-         std::swap(call.mic, call.ref);
-         return call;
-       }},
-      {"microphone_leads", "order", [] { return Recording(constant(-0.05)); }},
-      {"beyond_reach", "reach", [] { return Recording(constant(0.4)); }},
-      {"fixed_delay_wrong", "reach",
-       [] {
-         Recording call;
-         set(call, "aec", "track_delay", 0);
-         return call;
-       }},
-      {"jump", "steady_delay", [] { return Recording([](double time) { return time < 8 ? 0.08 : 0.12; }); }},
-      {"small_jump", "steady_delay", [] { return Recording([](double time) { return time < 8 ? 0.08 : 0.083; }); }},
-      {"drift", "drift", [] { return Recording([](double time) { return 0.08 + 100e-6 * time; }); }},
-      {"volume", "volume",
-       [] {
-         Recording call;
-         const Signal echo = test::through_room(call.ref, constant(0.08));
-         for (size_t i = test::length / 3; i < test::length; ++i)
-           call.mic[i] -= 0.5 * echo[i];
-         return call;
-       }},
-      {"clipped", "clipping",
-       [] {
-         Recording call;
-         clip(call.mic, 0.11);
-         return call;
-       }},
-      {"quiet_reference", "levels",
-       [] {
-         Recording call;
-         scale(call.ref, 0.015);
-         set(call, "aec.double_talk", "far_active_peak", 60);
-         return call;
-       }},
-      {"gated", "processed",
-       [] {
-         Recording call;
-         gate(call.mic);
-         return call;
-       }},
-      {"canceller_off", "canceller_on",
-       [] {
-         Recording call;
-         set(call, "aec", "enable", 0);
-         return call;
-       }},
-      {"delay_not_found", "delay_found", [] { return Recording(); },
-       [](Run &run) {
-         for (QvVoiceTrace &frame : run.trace)
-           frame.echo_delay = 2000;
-       }},
-      {"echo_left", "residual_echo", [] { return Recording(); },
-       [](Run &run) { run.sent = to_samples(Recording().mic); }},
-      {"near_end_lost", "near_end", [] { return Recording(); },
-       [](Run &run) { // half of every fifth of a second: 3 dB, but words are lost
-         for (size_t i = 0; i < run.sent.size(); ++i)
-           if (i % (test::rate / 5) < test::rate / 10)
-             run.sent[i] = 0;
-       }},
-  };
-  return all;
-}
+const Case cases[] = {
+    {"good", "none", steady},
+    {"reference silent", "reference", [](Recording &call) { scale(call.ref, 0); }},
+    {"reference below the threshold", "reference", [](Recording &call) { quiet_ref(call, 0.003); }},
+    {"microphone silent", "microphone", [](Recording &call) { scale(call.mic, 0); }},
+    {"same recording", "same_recording", [](Recording &call) { scale(call.mic = call.ref, -0.5); }},
+    {"other reference", "echo_present", [](Recording &call) { call.ref = talk(99, 0.5, 16); }},
+    {"swapped", "order", [](Recording &call) { std::swap(call.mic, call.ref); }},
+    {"microphone leads", "order", [](double) { return -0.05; }},
+    {"beyond reach", "reach", [](double) { return 0.4; }},
+    {"fixed delay wrong", "reach", [](Recording &call) { set(call, "aec", "track_delay", 0); }},
+    {"jump", "steady_delay", [](double time) { return time < 8 ? 0.08 : 0.12; }},
+    {"small jump", "steady_delay", [](double time) { return time < 8 ? 0.08 : 0.083; }},
+    {"drift", "drift", [](double time) { return 0.08 + 100e-6 * time; }},
+    {"volume lower", "volume", [](Recording &call) { change_volume(call, -0.5); }},
+    {"volume higher", "volume", [](Recording &call) { change_volume(call, 1); }},
+    {"clipped", "clipping", [](Recording &call) { clip(call.mic, 0.11); }},
+    {"quiet reference", "levels", [](Recording &call) { quiet_ref(call, 0.015); }},
+    {"gated", "processed", [](Recording &call) { gate(call.mic); }},
+    {"canceller off", "canceller_on", [](Recording &call) { set(call, "aec", "enable", 0); }},
+    {"delay not found", "delay_found", [](Run &run) { set_trace(run, &QvVoiceTrace::echo_delay, 2000); }},
+    {"filter never trains", "filter", [](Run &run) { set_trace(run, &QvVoiceTrace::filter_adapted, 0); }},
+    {"echo left", "residual_echo", [](Run &run) { run.sent = to_samples(Recording().mic); }},
+    {"near end lost", "near_end", [](Run &run) { std::fill_n(&run.sent[18 * rate], 2 * rate, 0); }},
+};
 
-class Verdict : public testing::TestWithParam<Case> {};
+struct Number {
+  std::string_view name;
+  const char *place;
+  double expected, tolerance; ///< of a list: its length; `none`: null
+  Number(const char *n, const char *p, double e, double t = 0) : name(n), place(p), expected(e), tolerance(t) {}
+};
+
+const std::vector<Number> numbers = {Number("good", "/order/delay_ms", 80, 0.2),
+                                     Number("good", "/processed/noise_floor_dbov", -66, 1),
+                                     Number("good", "/residual_echo/judged_s", 12, 9),
+                                     Number("good", "/near_end/lost_share", 0, 0.05),
+                                     Number("reference silent", "/order/delay_ms", none),
+                                     Number("reference silent", "/drift/drift_ppm", none),
+                                     Number("reference silent", "/residual_echo/erle_db", none),
+                                     Number("beyond reach", "/reach/delay_ms", 400, 0.2),
+                                     Number("beyond reach", "/reach/most_ms", 310, 1e-9),
+                                     Number("jump", "/steady_delay/jumps", 1, 0),
+                                     Number("jump", "/steady_delay/jumps/0/time_s", 8, 2.5),
+                                     Number("jump", "/steady_delay/jumps/0/to_ms", 120, 0.2),
+                                     Number("drift", "/drift/drift_ppm", 100, 10),
+                                     Number("volume higher", "/volume/steps", 1, 0),
+                                     Number("volume higher", "/volume/steps/0/time_s", 8, 1.5),
+                                     Number("volume higher", "/volume/steps/0/change_db", 6.02, 0.5),
+                                     Number("filter never trains", "/filter/adapted_s", none)};
 
 // Catches a limit on the wrong side, an effect that is blamed before its cause, and a check that fires on a good call.
-TEST_P(Verdict, names_the_first_cause) {
-  const Examined call(GetParam().make(), GetParam().change);
-  EXPECT_EQ(call.first_wrong(), GetParam().first_wrong) << to_text(call.diagnosis, 100);
-  if (call.first_wrong() != "none") {
-    const Check &check = call.check(call.first_wrong());
-    EXPECT_EQ(call.diagnosis.verdict, check.title + ": " + check.found + ".");
-    EXPECT_FALSE(check.next.empty());
+TEST(Diagnose, names_the_first_cause_and_measures_what_the_recording_was_made_with) {
+  for (const auto &[name, first_wrong, change] : cases) {
+    SCOPED_TRACE(name);
+    const auto *delay = std::get_if<0>(&change);
+    Recording call(delay ? *delay : steady);
+    if (const auto *made = std::get_if<1>(&change))
+      (*made)(call);
+    const Samples mic = to_samples(call.mic), ref = to_samples(call.ref);
+    qv::tool::Run run = run_tx(call.setup, mic, ref, {.compensate = true, .progress = {}});
+    if (const auto *ran = std::get_if<2>(&change))
+      (*ran)(run);
+    const Diagnosis found = diagnose(Evidence(call.setup, mic, ref, run.sent, run.trace));
+    const auto wrong = std::ranges::find(found.checks, State::wrong, &Check::state);
+    EXPECT_EQ(wrong == found.checks.end() ? "none" : wrong->name, first_wrong) << to_text(found, 100);
+    if (wrong != found.checks.end()) {
+      EXPECT_EQ(found.verdict, wrong->title + ": " + wrong->found + ".");
+      EXPECT_FALSE(wrong->next.empty());
+    }
+    Numbers all;
+    for (const Check &check : found.checks) {
+      all[check.name] = check.numbers;
+      EXPECT_EQ(check.state == State::unmeasured, check.found.starts_with("could not be measured")) << check.name;
+    }
+    for (const auto &[of, place, expected, tolerance] : numbers) {
+      if (of != name)
+        continue;
+      const Numbers &number = all.at(Numbers::json_pointer(place));
+      if (std::isnan(expected))
+        EXPECT_TRUE(number.is_null()) << place;
+      else
+        EXPECT_NEAR(number.is_array() ? double(number.size()) : double(number), expected, tolerance) << place;
+    }
   }
-}
-
-INSTANTIATE_TEST_SUITE_P(Recordings, Verdict, testing::ValuesIn(cases()),
-                         [](const auto &one) { return std::string(one.param.name); });
-
-TEST(Diagnose, measures_what_the_recording_was_made_with) {
-  const Examined drifting(Recording([](double time) { return 0.08 + 100e-6 * time; }));
-  EXPECT_NEAR(drifting.number("drift", "drift_ppm"), 100, 10);
-
-  const Examined late(Recording(constant(0.4)));
-  EXPECT_NEAR(late.number("reach", "delay_ms"), 400, 0.2);
-  EXPECT_NEAR(late.number("reach", "most_ms"), 310, 1e-9); // 31 half frames of 10 ms
-
-  const Examined jumping(Recording([](double time) { return time < 8 ? 0.08 : 0.12; }));
-  const auto &jumps = jumping.check("steady_delay").numbers.at("jumps");
-  ASSERT_EQ(jumps.size(), 1u);
-  EXPECT_NEAR(jumps[0].at("time_s").get<double>(), 8, 2.5);
-  EXPECT_NEAR(jumps[0].at("to_ms").get<double>(), 120, 0.2);
-
-  const Examined good{Recording()};
-  EXPECT_NEAR(good.number("order", "delay_ms"), 80, 0.2);
-  EXPECT_NEAR(good.number("processed", "noise_floor_dbov"), -66, 1);
-  EXPECT_GT(good.number("residual_echo", "judged_s"), 3);
-  EXPECT_LT(good.number("near_end", "lost_share"), 0.05);
-}
-
-TEST(Diagnose, says_which_way_a_volume_went) {
-  Recording call;
-  const Signal echo = test::through_room(call.ref, constant(0.08));
-  for (size_t i = test::length / 3; i < test::length; ++i)
-    call.mic[i] += echo[i];
-  const auto steps = Examined(call).check("volume").numbers.at("steps");
-  ASSERT_EQ(steps.size(), 1u);
-  EXPECT_NEAR(steps[0].at("change_db").get<double>(), 6.02, 0.5);
-  EXPECT_NEAR(steps[0].at("time_s").get<double>(), 8, 1.5);
-}
-
-// What cannot be measured is null and said to be so, never 0.
-TEST(Diagnose, does_not_invent_numbers) {
-  Recording call;
-  scale(call.ref, 0);
-  const auto report = to_json(Examined(call).diagnosis);
-  size_t unmeasured = 0;
-  for (const auto &check : report.at("checks")) {
-    if (check.at("state") != "unmeasured")
-      continue;
-    ++unmeasured;
-    EXPECT_EQ(check.at("found").get<std::string>().rfind("could not be measured", 0), 0u) << check;
-  }
-  EXPECT_GT(unmeasured, 8u);
-  for (const auto &[name, key] :
-       {std::pair{"order", "delay_ms"}, {"drift", "drift_ppm"}, {"residual_echo", "erle_db"}}) {
-    const auto check = std::ranges::find(report.at("checks"), name, [](const auto &c) { return c.at("name"); });
-    EXPECT_TRUE(check->at("numbers").at(key).is_null()) << name;
-  }
-}
-
-TEST(Diagnose, a_filter_that_never_trains_has_no_time) {
-  const Examined call(Recording(), [](qv::tool::Run &run) {
-    for (QvVoiceTrace &frame : run.trace)
-      frame.filter_adapted = 0;
-  });
-  EXPECT_EQ(call.first_wrong(), "filter");
-  EXPECT_TRUE(call.check("filter").numbers.at("adapted_s").is_null());
 }
 
 TEST(Diagnose, text_begins_with_the_verdict_and_keeps_to_its_width) {
@@ -259,6 +152,36 @@ TEST(Diagnose, text_begins_with_the_verdict_and_keeps_to_its_width) {
                                     "       the microphone leads by\n"
                                     "       far (limit: 0 ms)\n"
                                     "       > Swap.\n");
+}
+
+TEST_F(InFolder, diagnose_exits_with_1_when_something_is_wrong_and_refuses_what_it_cannot_judge) {
+  const Recording call;
+  put_wav("mic.wav", rate, to_samples(call.mic));
+  put_wav("ref.wav", rate, to_samples(call.ref));
+  const CommandResult good = run_command(folder, "diagnose --mic mic.wav --ref ref.wav --frame-ms 16");
+  EXPECT_EQ(good.status, 0) << good.out;
+  EXPECT_TRUE(good.out.starts_with("Nothing wrong found")) << good.out;
+
+  const CommandResult swapped = run_command(folder, "diagnose --mic ref.wav --ref mic.wav --json");
+  EXPECT_EQ(swapped.status, 1);
+  const auto report = nlohmann::json::parse(swapped.out);
+  EXPECT_EQ(report.at("state"), "wrong");
+  EXPECT_EQ(report.at("frame_samples"), 160);
+  EXPECT_NE(report.at("verdict").get<std::string>().find("swapped"), std::string::npos);
+  EXPECT_EQ(run_command(folder, "diagnose . --json").out,
+            run_command(folder, "diagnose --mic mic.wav --ref ref.wav --json").out);
+
+  for (const auto &[words, named] : {std::pair("", "--mic"),
+                                     {"--mic mic.wav", "--ref"},
+                                     {"nowhere", "nowhere/mic.wav"},
+                                     {"--mic mic.wav --ref none.wav", "none.wav"},
+                                     {"--stereo mic.wav", "mic.wav"},
+                                     {". --mic mic.wav", "--mic"}}) {
+    const CommandResult result = run_command(folder, std::string("diagnose ") + words);
+    EXPECT_EQ(result.status, 2) << words << result.out;
+    EXPECT_NE(result.err.find(named), std::string::npos) << words << ": " << result.err;
+    EXPECT_EQ(result.out, "");
+  }
 }
 
 } // namespace

@@ -1,0 +1,180 @@
+// Calls made from a scene, measured against what the scene says.
+
+#include <algorithm>
+#include <set>
+
+#include "audio/audio.h"
+#include "process/files.h"
+#include "scene/draw.h"
+#include "scene/echo_path.h"
+#include "scene/noise.h"
+#include "scene/render.h"
+#include "signal/correlation.h"
+#include "support/error.h"
+
+namespace qv::tool::scene {
+namespace {
+
+constexpr int rate = 16000;
+
+/// A folder with "speech" that needs no package: noise in syllables of 300 ms with gaps of 100 ms.
+class SceneTest : public InFolder {
+protected:
+  SceneTest() {
+    for (const uint64_t seed : {1, 2}) {
+      Signal words = white_noise(10 * rate, Random(seed));
+      for (size_t i = 0; i < words.size(); ++i)
+        words[i] *= i % 6400 < 4800 ? 0.05 : 0;
+      put_wav(seed == 1 ? "one.wav" : "two.wav", rate, to_samples(words));
+    }
+  }
+  Call call(const std::string &text) const {
+    SpeechReader reader(rate);
+    return render(parse_scene(text, at("scene.toml")), reader, rate);
+  }
+};
+
+const std::string both = R"(
+duration = 12
+[far]
+files = ["one.wav"]
+level = -20
+talks = [[0, 6]]
+[near]
+files = ["two.wav"]
+level = -30
+talks = [[6.5, 12]]
+[echo]
+saturation = 6
+to_near = 5
+[noise]
+kind = "pink"
+snr = 20
+)";
+
+TEST_F(SceneTest, levels_and_truth_are_those_of_the_scene) {
+  const Call made = call(both);
+  EXPECT_NEAR(*active_level_db(to_signal(made.ref), rate), -20, 0.1);
+  EXPECT_NEAR(*active_level_db(to_signal(made.near), rate), -30, 0.1);
+  EXPECT_NEAR(*active_level_db(to_signal(made.echo), rate), -25, 0.1);
+  EXPECT_NEAR(*to_db(power(to_signal(made.noise))), -50, 0.1);
+  ASSERT_EQ(made.mic.size(), 12u * rate);
+  for (size_t i = 0; i < made.mic.size(); ++i)
+    ASSERT_NEAR(made.mic[i], made.near[i] + made.echo[i] + made.noise[i], 2) << i;
+  EXPECT_NEAR(made.truth.far->front().begin, 0.05, 0.02) << "the default delay";
+  EXPECT_NEAR(made.truth.far->back().end, 6.3, 0.3) << "reverberation and hangover";
+  EXPECT_NEAR(made.truth.near->front().begin, 6.5, 0.02);
+}
+
+// The cross-correlation knows nothing of the renderer: it finds bulk delay and air, each jump, and the drift.
+TEST_F(SceneTest, delay_and_gain_are_those_in_the_truth) {
+  const std::string head =
+      "duration = 30\n[room]\nreverberation_time = 0.1\n[far]\nfiles = [\"one.wav\"]\ntalks = [[0, 30]]\n[echo]\n";
+  const struct {
+    const char *echo;
+    double begin, end; ///< delay at 3 s and at 27 s
+    size_t events;
+  } cases[] = {
+      {"delay = 0.08", 0.08, 0.08, 0},
+      {"delay = 0.08\nchanges = [{time = 15, delay = 0.2}]", 0.08, 0.2, 1},
+      {"delay = 0.08\ndrift = 200", 0.08 + 3 * 200e-6, 0.08 + 27 * 200e-6, 0},
+  };
+  const double air = 0.1 / speed_of_sound;
+  for (const auto &one : cases) {
+    const Call made = call(head + one.echo);
+    const auto points = delay_points(to_signal(made.mic), to_signal(made.ref), rate);
+    ASSERT_GT(points.size(), 15u) << one.echo;
+    // With drift the peak lies somewhere among the delays of its window.
+    const double tolerance = 1e-4 + (one.end - one.begin) / 24 * DelaySearch().window / 2 * (one.events == 0);
+    for (const DelayPoint &point : points)
+      if (point.time < 12 || point.time > 18) {
+        EXPECT_NEAR(point.delay, *delay_at(made.truth, point.time), tolerance) << one.echo << " at " << point.time;
+      }
+    EXPECT_NEAR(*delay_at(made.truth, 3), one.begin + air, 1e-5) << one.echo;
+    EXPECT_NEAR(*delay_at(made.truth, 27), one.end + air, 1e-5) << one.echo;
+    EXPECT_EQ(made.truth.events.size(), one.events) << one.echo;
+  }
+  const Signal echo = to_signal(call(head + "changes = [{time = 15, gain = 6}]").echo);
+  const SignalView view = echo;
+  EXPECT_NEAR(*to_db(power(view.subspan(16 * rate, 10 * rate)) / power(view.subspan(4 * rate, 10 * rate))), 6, 0.5);
+}
+
+// Schroeder's backward integration, slope between -5 and -25 dB. Image sources in a box with equal walls decay a
+// little slower than Eyring's diffuse field.
+TEST(Room, decays_in_the_reverberation_time) {
+  for (const double seconds : {0.2, 0.4}) {
+    const Response response = impulse_response({{5, 4, 3}, seconds}, {1.1, 1.3, 1.2}, {3.7, 2.9, 1.7}, rate);
+    Signal rest(response.taps.size() + 1);
+    for (size_t i = response.taps.size(); i-- > 0;)
+      rest[i] = rest[i + 1] + response.taps[i] * response.taps[i];
+    const auto falls_to = [&](double db) {
+      return double(std::ranges::find_if(rest, [&](double x) { return x <= rest[0] * from_db(db); }) - rest.begin());
+    };
+    EXPECT_NEAR(3 * (falls_to(-25) - falls_to(-5)) / rate / seconds, 1.1, 0.2) << seconds;
+  }
+}
+
+// Any machine, compiler or standard library that gives other samples gives another hash (FNV-1a).
+TEST_F(SceneTest, samples_are_the_same_everywhere_and_made_again_from_the_result) {
+  const std::string text = both + "[room]\nreverberation_time = 0.2\n";
+  const Call made = call(text);
+  uint64_t hash = 0xCBF29CE484222325;
+  for (const int16_t sample : made.mic)
+    hash = (hash ^ uint16_t(sample)) * 0x100000001B3;
+  EXPECT_EQ(hash, 3183326577860913035u);
+  EXPECT_NE(call("seed = 2\n" + text).mic, made.mic);
+
+  const std::string path = at("scene.toml");
+  write_call(made, parse_scene(text, path), folder.string());
+  const auto truth = read_truth(path);
+  ASSERT_TRUE(truth && truth->far && truth->near);
+  EXPECT_EQ(truth->far->size(), made.truth.far->size());
+  EXPECT_NEAR(*delay_at(*truth, 1), *delay_at(made.truth, 1), 1e-6);
+  SpeechReader reader(rate);
+  EXPECT_EQ(render(read_scene(path), reader, rate).mic, made.mic);
+  EXPECT_EQ(read_audio({at("mic.wav"), 0, {}}).audio.samples, made.mic);
+}
+
+TEST(SceneFile, every_fault_is_named_with_its_place) {
+  const std::pair<const char *, const char *> cases[] = {
+      {"title = 'x'", "s.toml:1: duration: found nothing; a number from 1 to 600 s is needed"},
+      {"duration = nan", "s.toml:1: duration: found nan"},
+      {"duration = 601", "from 1 to 600 s"},
+      {"duration = 9\n[echo]\ndelays = 1", "s.toml:3: echo.delays: unknown key; known here: changes, delay"},
+      {"duration = 9\n[echo]\nchanges = [{time = 1},\n{time = 0.5}]",
+       "s.toml:4: echo.changes.time: found 0.5; a number from 1 to 9 s"},
+      {"duration = 9\n[room]\nsize = [3, 3]", "s.toml:3: room.size: found [ 3, 3 ]; a list of 3 numbers"},
+      {"duration = 9\n[room]\nloudspeaker = [9, 1, 1]",
+       "room.loudspeaker: found [9, 1, 1]; a place inside the room of 4 x 3.2 x 2.6 m"},
+      {"duration = 9\n[far]\ntalks = [[1, 2], [1.5, 3]]", "s.toml:3: far.talks: found [1.5, 3]"},
+      {"duration = 9\n[near]\nvoice = 'xx'", "near.voice: found \"xx\"; one of en, ru, fr, it is needed"},
+      {"duration = 9\n[near]\nvoice = 'en'\nfiles = ['a']", "near.files: found both"},
+      {"duration = 9\n[noise]\nkind = 'file'", "noise.file: found nothing"},
+      {"duration = 9\nnoise = 3", "noise: found 3; a table is needed"},
+      {"duration = = 9", "s.toml:1: "},
+  };
+  for (const auto &[text, message] : cases)
+    try {
+      parse_scene(text, "s.toml");
+      ADD_FAILURE() << "accepted: " << text;
+    } catch (const InputError &error) {
+      EXPECT_NE(std::string(error.what()).find(message), std::string::npos) << error.what();
+    }
+}
+
+TEST(SceneFile, built_in_and_drawn_scenes_are_sound_and_tune_and_check_share_no_voice) {
+  EXPECT_GE(built_in().size(), 8u);
+  for (const BuiltIn &one : built_in())
+    EXPECT_NO_THROW(parse_scene(one.text, std::string(one.name))) << one.name;
+  for (size_t i = 0; i < 200; ++i) {
+    const Scene a = parse_scene(draw_scene(7, Part::tune, i), ""), b = parse_scene(draw_scene(7, Part::check, i), "");
+    EXPECT_EQ(draw_scene(7, Part::tune, i), a.text);
+    EXPECT_EQ((std::set{a.far.speech.voice, a.near.speech.voice}), (std::set<std::string>{"en", "ru"}));
+    EXPECT_EQ((std::set{b.far.speech.voice, b.near.speech.voice}), (std::set<std::string>{"fr", "it"}));
+    EXPECT_NE(a.room.size, b.room.size);
+  }
+  EXPECT_NE(draw_scene(7, Part::tune, 0), draw_scene(8, Part::tune, 0));
+}
+
+} // namespace
+} // namespace qv::tool::scene

@@ -1,0 +1,219 @@
+// From two recordings of a device to a parameter file, as a user does it; plans, and the search.
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include <nlohmann/json.hpp>
+
+#include "audio/audio.h"
+#include "diagnose/recordings.h"
+#include "process/files.h"
+#include "scene/truth.h"
+#include "support/error.h"
+#include "tune/plan.h"
+#include "tune/search.h"
+
+namespace qv::tool::tune {
+namespace {
+
+using namespace diagnose::test;
+
+const std::string small_plan = R"(
+title = "small"
+set = [{field = "rx.agc.enable", value = 0}]
+move = [{field = "aec.suppressor.exponent", from = 1, to = 6},
+        {field = "aec.double_talk.ratio_low", from = 0.003, to = 0.3, scale = "log"},
+        {field = "tx.anr.noise_scale", from = 0.5, to = 1}]
+want = [{measure = "noise_attenuation_db", point = 0.001, at_least = )";
+
+/// `plays` (48 s of far end with its echo) and `talks` (24 s of near end).
+class TuneCommand : public InFolder {
+protected:
+  TuneCommand() {
+    for (const unsigned seed : {1u, 4u}) {
+      const Signal words = talk(seed, 0.5, seconds), echo = through_room(words);
+      ref.insert(ref.end(), words.begin(), words.end());
+      plays.insert(plays.end(), echo.begin(), echo.end());
+    }
+    Signal near = talk(2, 0, seconds);
+    for (Signal *part : {&plays, &near})
+      add(*part, hiss(3, -66));
+    put_wav("plays.wav", rate, to_samples(plays));
+    put_wav("ref.wav", rate, to_samples(ref));
+    put_wav("talks.wav", rate, to_samples(near));
+    put("plan.toml", small_plan + "150}]");
+    put("base.toml", "name = 'base'\nrate = 8000\nframe_ms = 20\n");
+  }
+  CommandResult tune(const std::string &words) {
+    return run_command(folder, "tune --rate 8000 --base base.toml --plan plan.toml " + words);
+  }
+
+  static constexpr const char *device = "--echo plays.wav ref.wav --near talks.wav --calls calls --out found.toml ";
+  Signal plays, ref;
+};
+
+TEST_F(TuneCommand, tunes_a_device_from_two_recordings) {
+  const CommandResult result = tune(std::string(device) + "--budget 14 --json");
+  ASSERT_LE(result.status, 1) << result.err;
+  const auto found = nlohmann::json::parse(result.out);
+  const auto &tuned = found["parts"][0], &held = found["parts"][1];
+  EXPECT_LT(double(tuned["cost_after"]), double(tuned["cost_before"]));
+  EXPECT_EQ(result.status, held["met"] ? 0 : 1);
+  EXPECT_EQ(held["part"], "held back");
+  EXPECT_EQ(held["recordings"].size(), 6u);
+  EXPECT_EQ(found["course"].size(), 14u);
+  EXPECT_TRUE(std::is_sorted(found["course"].rbegin(), found["course"].rend()));
+  EXPECT_NEAR(double(held["after"]["delay_true_ms"]), 80, 1);
+
+  // The file holds what was found: the same measures, and what the plan sets, though it buys nothing.
+  const std::string file = bytes_of(at("found.toml"));
+  EXPECT_EQ(run_command(folder, "para check found.toml").status, 0);
+  EXPECT_NE(file.find("[rx.agc]"), std::string::npos);
+  const auto measured =
+      nlohmann::json::parse(run_command(folder, "measure --set calls/check --para found.toml --json").out);
+  EXPECT_NEAR(double(measured["means"][0]["measures"]["erle_settled_db"]), double(held["after"]["erle_settled_db"]),
+              1e-9);
+  EXPECT_EQ(found["fields"].empty(), file.find("without it") == std::string::npos);
+
+  // The truth of every call says who talks when.
+  const auto truth = scene::read_truth(at("calls/check/call-1/scene.toml"));
+  ASSERT_TRUE(truth && truth->far && truth->near);
+  EXPECT_NEAR(truth->near->front().begin, 9.5, 0.5);
+  EXPECT_LT(truth->far->front().begin, 1);
+}
+
+TEST_F(TuneCommand, gives_the_same_file_whatever_the_processes_and_after_an_interrupt) {
+  ASSERT_LE(tune(std::string(device) + "--budget 1").status, 1);
+  const std::string search = "--set calls/tune/call-1 --budget 14 --seed 3 ";
+  ASSERT_LE(tune(search + "-j 1 --out one.toml").status, 1);
+  ASSERT_LE(tune(search + "-j 2 --out two.toml").status, 1);
+  const std::string file = bytes_of(at("one.toml")), log = bytes_of(at("one.toml.log"));
+  EXPECT_EQ(bytes_of(at("two.toml")), file);
+  EXPECT_EQ(bytes_of(at("two.toml.log")), log);
+
+  put("cut.log", log.substr(0, log.size() * 2 / 3)); // in the middle of a line
+  ASSERT_LE(tune(search + "--log cut.log --out again.toml").status, 1);
+  EXPECT_EQ(bytes_of(at("again.toml")), file);
+  EXPECT_EQ(bytes_of(at("cut.log")), log);
+
+  const CommandResult other = tune("--set calls/tune/call-2 --log cut.log --out no.toml");
+  EXPECT_EQ(other.status, 2);
+  EXPECT_NE(other.err.find("cut.log: is the log of another search"), std::string::npos) << other.err;
+
+  put("plan.toml", small_plan + "900}]");
+  const CommandResult missed = tune("--set calls/tune/call-1 --budget 4 --out x.toml");
+  EXPECT_EQ(missed.status, 1);
+  EXPECT_NE(missed.out.find("at least 900 MISSED"), std::string::npos) << missed.out;
+  EXPECT_NE(missed.out.find("not every want is met"), std::string::npos);
+}
+
+TEST_F(TuneCommand, hopeless_recordings_are_refused_with_their_reason) {
+  add(plays, talk(9, 17, 23.5), 2);
+  put_wav("disturbed.wav", rate, to_samples(plays));
+  put_wav("silent.wav", rate, std::vector<int16_t>(48 * rate));
+  put_wav("short.wav", rate, std::vector<int16_t>(rate, 100));
+  const struct {
+    const char *words, *message;
+  } cases[] = {
+      {"--echo silent.wav ref.wav --near talks.wav --calls c",
+       "silent.wav with ref.wav: nothing to tune on: Microphone: digital silence"},
+      {"--echo plays.wav silent.wav --near talks.wav --calls c", "Reference: digital silence"},
+      {"--echo ref.wav plays.wav --near talks.wav --calls c", "nothing to tune on"},
+      {"--echo short.wav ref.wav --near talks.wav --calls c", "short.wav: is 1.0 s long; at least 39 s"},
+      {"--echo plays.wav ref.wav --near silent.wav --calls c", "silent.wav: is silent; somebody should talk"},
+      {"--echo disturbed.wav ref.wav --near talks.wav --calls c", "disturbed.wav: somebody talks for"},
+      {"--echo plays.wav ref.wav --near talks.wav --calls c --rate 16000", "plays.wav: has 8000 Hz"},
+      {"--set nowhere", "nowhere: holds no recordings"},
+      {"--set . --plan none.toml", "none.toml"},
+      {"--echo plays.wav ref.wav", "--near"},
+  };
+  for (const auto &[words, message] : cases) {
+    const char *at_rate = std::strstr(words, "--rate") ? "" : " --rate 8000";
+    const CommandResult result = run_command(folder, std::string("tune --out x.toml ") + words + at_rate);
+    EXPECT_EQ(result.status, 2) << words << result.out;
+    EXPECT_NE(result.err.find(message), std::string::npos) << words << ": " << result.err;
+  }
+}
+
+const std::string rich_plan = R"(
+title = "test"
+set = [{field = "aec.suppressor.exponent", value = 3}]
+move = [{field = "aec.double_talk.ratio_low", elements = [1, 20], from = 0.01, to = 0.16, start = 0.08, scale = "log"},
+        {field = "aec.double_talk.ratio_high", factor_of = "aec.double_talk.ratio_low", from = 1, to = 5},
+        {field = "aec.double_talk.count_min", from = 2, to = 12}]
+want = [{measure = "erle_far_db", at_least = 40, point = 2}, {measure = "near_lost_percent", at_most = 10}]
+)";
+
+double value(const config::Image &image, const char *key, int element = 0) {
+  const auto field = std::ranges::find(config::fields, std::string_view(key), &config::Field::key);
+  return decode(*field, image[size_t(field->word(rate, element))]);
+}
+
+TEST(Plan, puts_numbers_into_words_and_finds_them_again) {
+  const Plan plan = parse_plan(rich_plan, "p.toml", rate);
+  const config::Image set = plan.with_set(config::default_image(rate));
+  const config::Image image = plan.moved(set, {0.5, 0.5, 0.31});
+  EXPECT_EQ(value(image, "exponent"), 3);
+  EXPECT_NEAR(value(plan.moved(set, plan.start(set)), "ratio_low", 5), 0.08, 1e-4);
+  EXPECT_NEAR(value(image, "ratio_low", 1), 0.04, 1e-4);
+  EXPECT_NEAR(value(image, "ratio_low", 0), 0.0033, 1e-4) << "not among the elements";
+  EXPECT_NEAR(value(image, "ratio_high", 2), 0.12, 1e-3);
+  EXPECT_NEAR(value(image, "ratio_high", 0), 3 * value(image, "ratio_low", 0), 1e-4);
+  EXPECT_EQ(value(image, "count_min"), 5);
+  EXPECT_EQ(plan.moved(image, plan.place_of(image)), image);
+  EXPECT_EQ(plan.place_of(config::default_image(rate))[0], 0) << "0.0033 lies below the range";
+}
+
+TEST(Plan, every_fault_is_named_and_those_built_in_have_none) {
+  const std::string move = "[[move]]\nfield = 'aec.echo_delay'\nfrom = 0\nto = 9\n";
+  const std::string want = "[[want]]\nmeasure = 'erle_far_db'\nat_least = 3\n";
+  const std::pair<std::string, const char *> cases[] = {
+      {"", "p.toml:1: move: found none"},
+      {move + move, "want: found none"},
+      {move + move + want + "[[wish]]\n", "wish: unknown key"},
+      {"[[move]]\nfield = 'aec.echo'\n", "p.toml:2: move.field: found \"aec.echo\""},
+      {"[[move]]\nfield = 'aec.echo_delay'\nfrom = 0\nto = 4097\n", "move.to: found 4097; a number from 0 to 4096"},
+      {"[[move]]\nfield = 'aec.echo_delay'\nfrom = 0\nto = 9\nscale = 'log'\n", "move.from: found 0; more than 0"},
+      {"[[move]]\nfield = 'aec.double_talk.judge'\nelements = [3, 1]\n",
+       "move.elements: found [3, 1]; [first, last] of 0 to 5"},
+      {move + move + "[[want]]\nmeasure = 'erle'\n", "want.measure: found \"erle\""},
+      {move + move + "[[want]]\nmeasure = 'erle_far_db'\n", "found neither at_least nor at_most"},
+      {move + move + want + "at_most = 9\n", "found at_most as well"},
+  };
+  for (const auto &[text, message] : cases)
+    try {
+      parse_plan(text, "p.toml", rate);
+      ADD_FAILURE() << "accepted: " << text;
+    } catch (const InputError &error) {
+      EXPECT_NE(std::string(error.what()).find(message), std::string::npos) << error.what();
+    }
+  EXPECT_EQ(built_in().size(), 4u);
+  for (const BuiltIn &one : built_in())
+    for (const int at : {8000, 16000})
+      EXPECT_NO_THROW(parse_plan(one.text, std::string(one.name), at)) << one.name;
+}
+
+TEST(Search, finds_the_lowest_place_and_goes_on_where_it_has_settled) {
+  // Lowest at 0.6, and for every other number beyond the border: 4 * 0.09 on it.
+  const auto height = [](const Point &x) {
+    double sum = 0;
+    for (size_t i = 0; i < x.size(); ++i)
+      sum += std::pow(x[i] - (i % 2 ? 1.3 : 0.6), 2);
+    return sum;
+  };
+  for (const uint64_t seed : {1, 2, 3}) {
+    int count = 0;
+    double lowest = 1e9;
+    search_subplex(Point(8, 0.2), 0.2, seed, [&](const Point &place) -> std::optional<double> {
+      EXPECT_TRUE(std::ranges::all_of(place, [](double value) { return value >= 0 && value <= 1; }));
+      lowest = std::min(lowest, height(place));
+      return count++ < 1000 ? std::optional(height(place)) : std::nullopt;
+    });
+    EXPECT_NEAR(lowest, 4 * 0.09, 1e-6) << seed;
+    EXPECT_EQ(count, 1001) << "the whole budget is spent";
+  }
+}
+
+} // namespace
+} // namespace qv::tool::tune
