@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,8 @@
 #include <sndfile.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "support/error.h"
 
 namespace qv::tool {
 
@@ -33,36 +36,37 @@ protected:
     std::ofstream(at(name), std::ios::binary) << bytes;
     return at(name);
   }
-  /// @param format  SF_FORMAT_...; values are the integer samples of the format, or a full scale of 1.0 for floats
+  /// @param format  SF_FORMAT_...; values are 16-bit samples or floats of full scale 1.0
   template <class Value>
   std::string put_audio(const std::string &name, int format, int rate, int channels,
                         const std::vector<Value> &values) const {
     SF_INFO info{0, rate, channels, format, 0, 0};
     SNDFILE *file = sf_open(at(name).c_str(), SFM_WRITE, &info);
     EXPECT_NE(file, nullptr) << sf_strerror(nullptr);
-    const auto count = sf_count_t(values.size());
     if constexpr (std::is_same_v<Value, int16_t>)
-      EXPECT_EQ(sf_write_short(file, values.data(), count), count);
-    else if constexpr (std::is_same_v<Value, int>)
-      EXPECT_EQ(sf_write_int(file, values.data(), count), count);
+      sf_write_short(file, values.data(), sf_count_t(values.size()));
     else
-      EXPECT_EQ(sf_write_float(file, values.data(), count), count);
-    sf_close(file);
+      sf_write_float(file, values.data(), sf_count_t(values.size()));
+    EXPECT_EQ(sf_close(file), 0);
     return at(name);
   }
   std::string put_wav(const std::string &name, int rate, const std::vector<int16_t> &samples, int channels = 1) const {
     return put_audio(name, SF_FORMAT_WAV | SF_FORMAT_PCM_16, rate, channels, samples);
   }
-  std::vector<std::string> names() const {
-    std::vector<std::string> all;
-    for (const auto &entry : fs::directory_iterator(folder))
-      all.push_back(entry.path().filename());
-    std::sort(all.begin(), all.end());
-    return all;
-  }
+  std::set<fs::path> paths() const { return {fs::directory_iterator(folder), fs::directory_iterator()}; }
 
   const fs::path folder = fs::path(testing::TempDir()) / ("qvvoice-process-" + std::to_string(getpid()));
 };
+
+/// The reason for which something is refused; empty when it is not.
+template <class Doing> std::string refusal(const Doing &doing) {
+  try {
+    doing();
+  } catch (const InputError &error) {
+    return error.what();
+  }
+  return "";
+}
 
 struct CommandResult {
   int status;
