@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "measure/set.h"
+#include "recordings.h"
 #include "support/error.h"
 #include "verbs.h"
 
@@ -28,7 +29,7 @@ Two parameter files, or another system's outputs (others/double-talk-16k.wav and
 docs/measures.md defines every measure.)";
 
 struct Options {
-  std::string folder, mic, ref, set;
+  Recordings recordings;
   std::string out;
   int out_delay = 0;
   std::vector<std::string> para;
@@ -39,33 +40,19 @@ struct Options {
   bool list = false, json = false, csv = false;
 };
 
-/// With the first parameters for the recording's rate; make_setup says what is wrong when there are none.
-Setup setup_for(const Options &options, int rate) {
-  for (const std::string &path : options.para)
-    if (read_image(path)[config::rate_word] == rate)
-      return make_setup(path, rate, options.frame_ms[0]);
-  return make_setup(options.para.empty() ? std::nullopt : std::optional(options.para[0]), rate, options.frame_ms[0]);
-}
-
 Json measure_one(const Options &options, const std::string &out) {
-  const measure::Subject subject =
-      options.mic.empty() ? measure::read_folder(options.folder) : measure::read_pair(options.mic, options.ref);
-  const measure::Output output = out.empty() ? measure::run_library(subject, setup_for(options, subject.rate))
-                                             : measure::read_output(subject, out, options.out_delay);
+  const measure::Subject subject = options.recordings.read_one();
+  const measure::Output output =
+      out.empty() ? measure::run_library(subject, setup_for(options.para, subject.rate, options.frame_ms[0]))
+                  : measure::read_output(subject, out, options.out_delay);
   return measure::as_set({measure::to_json(subject, output, measure::measure(subject, output))});
-}
-
-/// Where the output of a recording lies: DIR/NAME.wav, or DIR/NAME/out.wav.
-std::string output_path(const std::string &folder, const std::string &name) {
-  const std::string file = fmt::format("{}/{}.wav", folder, name);
-  return std::filesystem::exists(file) ? file : fmt::format("{}/{}/out.wav", folder, name);
 }
 
 /// @param out  folder of outputs that were made elsewhere; empty: the library runs, at every frame length
 Json measure_set(const Options &options, const std::string &out) {
   std::vector<measure::Job> jobs;
-  for (const std::string &folder : measure::recording_folders(options.set)) {
-    const std::string name = std::filesystem::relative(folder, options.set).string();
+  for (const std::string &folder : measure::recording_folders(options.recordings.set)) {
+    const std::string name = std::filesystem::relative(folder, options.recordings.set).string();
     if (!out.empty()) {
       jobs.push_back(
           {name, folder, {"--out", output_path(out, name), "--out-delay", std::to_string(options.out_delay)}});
@@ -82,7 +69,7 @@ Json measure_set(const Options &options, const std::string &out) {
 }
 
 Json measure_all(const Options &options, const std::string &out) {
-  return options.set.empty() ? measure_one(options, out) : measure_set(options, out);
+  return options.recordings.set.empty() ? measure_one(options, out) : measure_set(options, out);
 }
 
 std::vector<measure::Column> columns_of(const Options &options) {
@@ -117,7 +104,7 @@ void run(const Options &options) {
     for (const std::string &name : measure::compare(results, other))
       fmt::print(stderr, "qvvoice: {}: {} has no results to compare with\n", name, options.against);
   }
-  if (!options.set.empty())
+  if (!options.recordings.set.empty())
     results["means"] = measure::means(results["recordings"]);
   if (options.json)
     fmt::print("{}\n", results.dump(2, ' ', false, Json::error_handler_t::replace));
@@ -134,16 +121,9 @@ void add_measure(CLI::App &app) {
   const auto options = std::make_shared<Options>();
   CLI::App *verb = app.add_subcommand("measure", "Measures echo, talkers, noise, delay and speed on recordings");
   verb->footer(examples);
-  CLI::Option_group *what = verb->add_option_group("What");
-  what->add_option("folder", options->folder,
-                   "Recording: mic.wav, ref.wav and, if known, near.wav, echo.wav, scene.toml")
-      ->type_name("DIR");
-  CLI::Option *mic = what->add_option("--mic", options->mic, "Microphone of a recording")->type_name("FILE");
-  CLI::Option *set = what->add_option("--set", options->set, "Folder of recordings, at any depth")->type_name("DIR");
+  CLI::Option_group *what = add_recordings(*verb, options->recordings);
+  CLI::Option *set = what->get_option("--set");
   what->add_flag("--list", options->list, "List the measures");
-  what->require_option(1);
-  CLI::Option *ref = verb->add_option("--ref", options->ref, "Its echo reference")->type_name("FILE")->needs(mic);
-  mic->needs(ref);
   CLI::Option *out = verb->add_option("--out", options->out,
                                       "Measure this output instead of running the library; with --set a folder of "
                                       "NAME.wav or NAME/out.wav")
@@ -172,7 +152,7 @@ void add_measure(CLI::App &app) {
       fmt::print("{}", measure::measure_list());
       return;
     }
-    if (options->set.empty() && options->frame_ms.size() > 1)
+    if (options->recordings.set.empty() && options->frame_ms.size() > 1)
       throw InputError("--frame-ms: found {} lengths; one recording takes one, 16 or 20", options->frame_ms.size());
     run(*options);
   });

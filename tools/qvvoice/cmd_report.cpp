@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "measure/set.h"
-#include "para/presets.h"
+#include "recordings.h"
 #include "report/front_page.h"
 #include "support/error.h"
 #include "support/output_file.h"
@@ -30,27 +30,13 @@ Other parameters, or the outputs of another system (others/double-talk-16k.wav a
   qvvoice report --set calls --out pages --against others)";
 
 struct Options {
-  std::string folder, mic, ref, set;
+  Recordings recordings;
   std::string out;
   std::vector<std::string> para, against_para;
   int frame_ms = 20;
   std::string against;
   int against_delay = 0;
 };
-
-/// With the first parameters for the recording's rate; make_setup says what is wrong when there are none.
-Setup setup_for(const std::vector<std::string> &para, int rate, int frame_ms) {
-  for (const std::string &name : para)
-    if (read_image(name)[config::rate_word] == rate)
-      return make_setup(name, rate, frame_ms);
-  return make_setup(para.empty() ? std::nullopt : std::optional(para[0]), rate, frame_ms);
-}
-
-/// Where the output of a recording lies: DIR/NAME.wav, or DIR/NAME/out.wav.
-std::string output_path(const std::string &folder, const std::string &name) {
-  const std::string file = fmt::format("{}/{}.wav", folder, name);
-  return fs::exists(file) ? file : fmt::format("{}/{}/out.wav", folder, name);
-}
 
 /// @param against  output that was made elsewhere; empty: none
 void put_beside(CallReport &call, const Options &options, const std::string &against) {
@@ -84,8 +70,7 @@ void write_page(const std::string &path, const std::string &page) {
 
 void report_call(const Options &options) {
   OutputFile file(options.out);
-  measure::Subject subject =
-      options.mic.empty() ? measure::read_folder(options.folder) : measure::read_pair(options.mic, options.ref);
+  measure::Subject subject = options.recordings.read_one();
   const std::string name = subject.name;
   file.write(call_page(examine(name, std::move(subject), options, options.against), {}));
   file.commit();
@@ -123,7 +108,7 @@ Links links_of(const std::vector<std::string> &names, size_t i) {
 Entry report_one(const Options &options, const std::vector<std::string> &names, size_t i) try {
   const std::string &name = names[i], page = page_of(name);
   const std::string against = options.against.empty() ? "" : output_path(options.against, name);
-  const CallReport call = examine(name, measure::read_folder(options.set + "/" + name), options, against);
+  const CallReport call = examine(name, measure::read_folder(options.recordings.set + "/" + name), options, against);
   const fs::path place = fs::path(options.out) / page;
   fs::create_directories(place.parent_path());
   write_page(place.string(), call_page(call, links_of(names, i)));
@@ -140,8 +125,8 @@ Entry report_one(const Options &options, const std::vector<std::string> &names, 
 
 void report_set(const Options &options) {
   std::vector<std::string> names;
-  for (const std::string &folder : measure::recording_folders(options.set))
-    names.push_back(fs::path(folder).lexically_relative(options.set).string());
+  for (const std::string &folder : measure::recording_folders(options.recordings.set))
+    names.push_back(fs::path(folder).lexically_relative(options.recordings.set).string());
   fs::create_directories(options.out);
   std::vector<Entry> entries;
   Progress bar("pages");
@@ -153,7 +138,7 @@ void report_set(const Options &options) {
                             : options.against_para.empty() ? ""
                                                            : "other parameters";
   const std::string front = options.out + "/index.html";
-  const std::string title = fs::path(options.set).lexically_normal().filename().string();
+  const std::string title = fs::path(options.recordings.set).lexically_normal().filename().string();
   write_page(front, front_page(title.empty() ? "Calls" : title, entries, other));
   fmt::print("{}\n", front);
   const auto failed = std::ranges::count(entries, "", &Entry::href);
@@ -167,15 +152,7 @@ void add_report(CLI::App &app) {
   const auto options = std::make_shared<Options>();
   CLI::App *verb = app.add_subcommand("report", "Shows a call, or a set of calls, on self-contained pages");
   verb->footer(examples);
-  CLI::Option_group *what = verb->add_option_group("What");
-  what->add_option("folder", options->folder,
-                   "Recording: mic.wav, ref.wav and, if known, near.wav, echo.wav, scene.toml")
-      ->type_name("DIR");
-  CLI::Option *mic = what->add_option("--mic", options->mic, "Microphone of a recording")->type_name("FILE");
-  what->add_option("--set", options->set, "Folder of recordings, at any depth")->type_name("DIR");
-  what->require_option(1);
-  CLI::Option *ref = verb->add_option("--ref", options->ref, "Its echo reference")->type_name("FILE")->needs(mic);
-  mic->needs(ref);
+  add_recordings(*verb, options->recordings);
   verb->add_option("--out", options->out, "The page; with --set the folder of the pages, made when missing")
       ->type_name("PATH")
       ->required();
@@ -193,7 +170,7 @@ void add_report(CLI::App &app) {
   verb->add_option("--against-para", options->against_para, "A run with other parameters beside it")
       ->type_name("FILE")
       ->excludes(against);
-  verb->callback([options] { options->set.empty() ? report_call(*options) : report_set(*options); });
+  verb->callback([options] { options->recordings.set.empty() ? report_call(*options) : report_set(*options); });
 }
 
 } // namespace qv::tool
