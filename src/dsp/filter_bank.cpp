@@ -79,11 +79,9 @@ void filterbank_destroy(void) {
 
 void filterbank_compute_bank(const float *ps, float *bands) { qv::compute_banks<1>({{ps, bands}}); }
 
-void filterbank_compute_psd(const float *bands, float *ps) {
+void filterbank_compute_psd(const float *bands, float *__restrict ps) {
   const FilterBand &bank = g_stFilterBand;
-  for (int32_t band = 0; band < bank.bandCount - 1; ++band) {
-    const float lower = bands[band], upper = bands[band + 1];
+  for (int32_t band = 0; band < bank.bandCount - 1; ++band)
     for (int32_t i = qv::first_bin[band]; i < qv::first_bin[band + 1]; ++i)
-      ps[i] = qv::fma(upper, bank.rightWeight[i], lower * bank.leftWeight[i]);
-  }
+      ps[i] = qv::fma(bands[band + 1], bank.rightWeight[i], bands[band] * bank.leftWeight[i]);
 }
