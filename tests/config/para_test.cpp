@@ -3,6 +3,7 @@
 #include "qvvoice/config/para.h"
 
 #include <cstring>
+#include <set>
 
 #include "config/fields.h"
 #include "support.h"
@@ -43,6 +44,23 @@ TEST(Para, words_of_the_band_groups_land_in_their_fields) {
   }
 }
 
+TEST(Para, other_rate_keeps_what_it_does_not_write) {
+  const Image wide = counting_image(16000), narrow = counting_image(8000);
+  ASSERT_EQ(VOICE_SetPara_1(wide.data(), 16000, 320), 0);
+  const AecDtdPara before = g_stVoicePara.stAec.stDtd;
+  ASSERT_EQ(VOICE_SetPara_1(narrow.data(), 8000, 160), 0);
+  const AecDtdPara &after = g_stVoicePara.stAec.stDtd;
+  EXPECT_NE(after.afResLow[5], before.afResLow[5]);
+  for (const int32_t g : {6, 7}) {
+    EXPECT_EQ(after.afResLow[g], before.afResLow[g]);
+    EXPECT_EQ(after.aswBandJudgeEnable[g], before.aswBandJudgeEnable[g]);
+  }
+  const CngPara zero{};
+  EXPECT_EQ(std::memcmp(&g_stVoicePara.stCngAux, &zero, sizeof zero), 0);
+  EXPECT_EQ(g_stVoicePara.stCngTx.fLevelSmooth, 0.92f);
+  EXPECT_EQ(g_stVoicePara.stAnrRx.fAvgSnrMax, 0.516f);
+}
+
 TEST(Para, refusal_writes_nothing) {
   ASSERT_EQ(VOICE_SetPara_1(counting_image(8000).data(), 8000, 160), 0);
   const VoicePara before = g_stVoicePara;
@@ -52,6 +70,26 @@ TEST(Para, refusal_writes_nothing) {
   for (const auto &[word0, rate, frame_len] : refused) {
     EXPECT_EQ(VOICE_SetPara_1(counting_image(word0).data(), rate, frame_len), 2) << word0 << " " << rate;
     EXPECT_EQ(std::memcmp(&before, &g_stVoicePara, sizeof before), 0) << word0 << " " << rate << " " << frame_len;
+  }
+}
+
+// The table of fields is the source of the text form and the reference page as well: it must be whole and its values
+// must survive the way into a word and back.
+TEST(Fields, each_has_words_of_its_own_and_a_sensible_default) {
+  for (const int32_t rate : {8000, 16000}) {
+    std::set<int32_t> words = {rate_word, magic_word};
+    size_t count = words.size();
+    for (const Field &field : fields) {
+      for (int32_t i = 0; i < field.count(rate); ++i, ++count)
+        words.insert(field.word(rate, i));
+      EXPECT_LE(field.least, field.preset) << field.name;
+      EXPECT_GE(field.greatest, field.preset) << field.name;
+      for (const double value : {field.least, field.preset, field.greatest})
+        EXPECT_NEAR(decode(field, encode(field, value)), value, double(unit_of(field.encoding))) << field.name;
+    }
+    EXPECT_EQ(words.size(), count) << "two fields share a word at " << rate;
+    EXPECT_EQ(count, rate == 8000 ? 362u : 380u);
+    EXPECT_EQ(VOICE_SetPara_1(default_image(rate).data(), rate, rate / 50), 0);
   }
 }
 
