@@ -132,19 +132,23 @@ float mixed_gain(float gain_min, float gain_present, float probability) {
 } // namespace
 
 void ANR_Smoothing(int32_t bandNum, int32_t halfWidth, const float *src, float *dst) {
-  const int32_t w = std::clamp(halfWidth, 1, max_half_width), bands = std::clamp(bandNum, 0, QV_MAX_BANDS);
+  const int32_t w = std::clamp(halfWidth, 1, max_half_width);
   const SmoothingWindow &window = smoothing_windows[size_t(w - 1)];
-  // Tap by tap over all bands: each band's sum still takes its taps in turn, and bands run side by side.
-  float at_or_below[QV_MAX_BANDS] = {}, above[QV_MAX_BANDS] = {};
-  for (int32_t j = 0; j <= w; ++j)
-    for (int32_t i = j; i < bands; ++i)
-      at_or_below[i] = qv::fma(window.tap[w - j], src[i - j], at_or_below[i]);
-  // The low edge has fewer upper neighbours: band i takes those at distances w - i .. w only.
-  for (int32_t j = 0; j < w; ++j)
-    for (int32_t i = j; i < bands - (w - j); ++i)
-      above[i] = qv::fma(window.tap[2 * w - j], src[i + w - j], above[i]);
-  for (int32_t i = 0; i < bands; ++i)
-    dst[i] = (at_or_below[i] + above[i]) / window.norm;
+  constexpr int32_t lanes = QV_MAX_BANDS;
+  // Tap by tap over many bands: each band's sum still takes its taps in turn, and bands run side by side.
+  for (int32_t begin = 0; begin < bandNum; begin += lanes) {
+    const int32_t end = std::min(begin + lanes, bandNum);
+    float at_or_below[lanes] = {}, above[lanes] = {};
+    for (int32_t j = 0; j <= w; ++j)
+      for (int32_t i = std::max(begin, j); i < end; ++i)
+        at_or_below[i - begin] = qv::fma(window.tap[w - j], src[i - j], at_or_below[i - begin]);
+    // The low edge has fewer upper neighbours: band i takes those at distances w - i .. w only.
+    for (int32_t j = 0; j < w; ++j)
+      for (int32_t i = std::max(begin, j); i < std::min(end, bandNum - (w - j)); ++i)
+        above[i - begin] = qv::fma(window.tap[2 * w - j], src[i + w - j], above[i - begin]);
+    for (int32_t i = begin; i < end; ++i)
+      dst[i] = (at_or_below[i - begin] + above[i - begin]) / window.norm;
+  }
 }
 
 void ANR_Enhance(const float *bandPow, int32_t bandNum, AnrEnhance *enh) {

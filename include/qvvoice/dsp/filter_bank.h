@@ -27,7 +27,7 @@ typedef struct FilterBand {
 extern QV_API FilterBand g_stFilterBand;
 extern QV_API int32_t g_aswBandTable[QV_MAX_FRAME]; ///< leftBand of bins 0 .. N - 1; 0 above
 
-/// Builds the bank. @param sampleRate  Hz  @param frameLen  bins, at most 320
+/// Builds the bank. @param sampleRate  Hz  @param bandCount  2 .. 32  @param frameLen  bins, at most 320
 QV_API void VOICE_SignalInit(int32_t sampleRate, int32_t bandCount, int32_t frameLen);
 QV_API void VOICE_SignalDestroy(void);
 
@@ -41,7 +41,7 @@ QV_API void filterbank_compute_bank(const float *ps, float *bands);
 
 /// Bin values by linear interpolation between bands; a flat input stays flat.
 /// @param bands  [bandCount]
-/// @param ps     [binCount] overwritten, nothing behind it
+/// @param ps     [binCount] overwritten, nothing behind it; must not overlap `bands`
 QV_API void filterbank_compute_psd(const float *bands, float *ps);
 
 QV_END_DECLS
