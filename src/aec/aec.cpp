@@ -1,14 +1,12 @@
 // Echo canceller: keeps the reference's history, aligns it to the echo, and runs the stages in order.
 
-#include "qvvoice/aec/aec.h"
-
 #include <algorithm>
 
-#include "aec/frame_report.h"
+#include "aec/canceller.h"
 #include "dsp/arrays.h"
 #include "dsp/counter.h"
 
-qv::aec::FrameReport qv::aec::last_frame;
+namespace qv::aec {
 
 namespace {
 
@@ -29,55 +27,72 @@ void append_history(const int16_t *ref, AecState &st) {
 }
 
 /// Takes over the estimate; the suppressor mutes until it has held for some frames.
-void track_delay(const int16_t *mic, const int16_t *ref, AecState &st) {
-  const int32_t delay = AEC_DelayProcess(mic, ref, st.swFrameLen, &st.stDelay);
+/// @return whether it moved
+bool follow_delay(const int16_t *mic, const int16_t *ref, AecState &st, const Services &dsp) {
+  const int32_t delay = track(mic, ref, st.swFrameLen, st.stDelay, dsp);
   const bool changed = delay != st.swEchoDelay;
   if (changed)
     st.stNlp.swDelaySameCnt = 0;
   else
-    qv::count_up(st.stNlp.swDelaySameCnt);
+    count_up(st.stNlp.swDelaySameCnt);
   st.stNlp.swDelayMute = st.stNlp.swDelaySameCnt < mute_frames;
   st.swEchoDelay = delay;
-  qv::aec::last_frame.delay_changed = changed;
+  return changed;
 }
 
 } // namespace
 
-void AEC_Init(const AecPara *para, AecState *st) {
-  *st = {};
-  st->swAecEnable = para->swAecEnable;
-  st->swFrameLen = para->swFrameLen;
-  st->swEchoDelay = para->swEchoDelay;
-  qv::aec::last_frame = {};
-  std::ranges::fill(qv::aec::last_frame.bin_gain, 1.f); // nothing suppressed yet
-  qv::take(*st, owned);
-  AEC_DelayInit(&para->stDelay, &st->stDelay);
-  AEC_MdfInit(&para->stMdf, &st->stMdf);
-  AEC_DtdInit(&para->stDtd, &st->stDtd);
-  AEC_NlpInit(&para->stNlp, &st->stNlp);
+bool init(const AecPara &para, AecState &st, const FilterBank &bank) {
+  st = {};
+  st.swAecEnable = para.swAecEnable;
+  st.swFrameLen = para.swFrameLen;
+  st.swEchoDelay = para.swEchoDelay;
+  AEC_DtdInit(&para.stDtd, &st.stDtd);
+  const bool taken[] = {take(st, owned), init_delay(para.stDelay, st.stDelay), init_filter(para.stMdf, st.stMdf),
+                        init_suppressor(para.stNlp, st.stNlp, bank)};
+  return std::ranges::all_of(taken, [](bool done) { return done; });
 }
 
-void AEC_Process(const int16_t *mic, const int16_t *ref, int16_t *out, AecState *st, const float *anrGain) {
-  const int32_t n = st->swFrameLen;
-  append_history(ref, *st);
-  if (st->stDelay.swDelayEstEnable == 1)
-    track_delay(mic, ref, *st);
-  else
-    st->stNlp.swDelayMute = 0;
-  if (st->swAecEnable == 0) {
+void retune(const AecPara &para, AecState &st, const FilterBank &bank) {
+  st.swAecEnable = para.swAecEnable;
+  st.stDelay.swDelayEstEnable = para.stDelay.swDelayEstEnable;
+  if (para.stDelay.swDelayEstEnable != 1)
+    st.swEchoDelay = para.swEchoDelay;
+  retune_suppressor(para.stNlp, st.stNlp, bank);
+  retune_detector(para.stDtd, st.stDtd);
+}
+
+void process(const int16_t *mic, const int16_t *ref, int16_t *out, AecState &st, const float *anr_gain,
+             const Services &dsp, FrameReport &report) {
+  const int32_t n = st.swFrameLen;
+  append_history(ref, st);
+  report.delay_changed = st.stDelay.swDelayEstEnable == 1 && follow_delay(mic, ref, st, dsp);
+  if (st.stDelay.swDelayEstEnable != 1)
+    st.stNlp.swDelayMute = 0;
+  if (st.swAecEnable == 0) {
     std::copy_n(mic, n, out);
     return;
   }
 
-  const int16_t *aligned = st->psFarHist + AEC_MAX_DELAY - std::clamp(st->swEchoDelay, 0, AEC_MAX_DELAY);
-  qv::aec::FrameReport &report = qv::aec::last_frame;
+  const int16_t *aligned = st.psFarHist + AEC_MAX_DELAY - std::clamp(st.swEchoDelay, 0, AEC_MAX_DELAY);
   report.mic_energy_prev = report.mic_energy;
   report.mic_energy = energy(mic, n);
-  AEC_MdfProcess(mic, aligned, out, &st->stMdf);
+  filter(mic, aligned, out, st.stMdf, dsp, report);
   report.linear_energy = energy(out, n);
-  AEC_DtdProcessPassJudge(aligned, &st->stDtd);
-  AEC_NlpProcess(mic, aligned, out, &st->stDtd, &st->stNlp, anrGain, st->stMdf.fLeak);
+  AEC_DtdProcessPassJudge(aligned, &st.stDtd);
+  suppress(mic, aligned, out, st.stDtd, st.stNlp, anr_gain, st.stMdf.fLeak, dsp, report);
   report.out_energy = energy(out, n);
+}
+
+} // namespace qv::aec
+
+using namespace qv::aec;
+
+void AEC_Init(const AecPara *para, AecState *st) { init(*para, *st, qv::process_bank); }
+
+void AEC_Process(const int16_t *mic, const int16_t *ref, int16_t *out, AecState *st, const float *anrGain) {
+  FrameReport unread;
+  process(mic, ref, out, *st, anrGain, qv::process_services, unread);
 }
 
 void AEC_Destroy(AecState *st) {

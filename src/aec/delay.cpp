@@ -1,15 +1,12 @@
 // Echo delay from binary spectra: one bit per bin and block, compared by counting differing bits.
 
-#include "qvvoice/aec/delay.h"
-
 #include <algorithm>
 #include <bit>
 
+#include "aec/canceller.h"
 #include "dsp/arrays.h"
 #include "dsp/counter.h"
 #include "dsp/smoothing.h"
-#include "qvvoice/dsp/fft.h"
-#include "qvvoice/dsp/filter_bank.h"
 #include "qvvoice/dsp/spectrum.h"
 
 namespace {
@@ -58,14 +55,14 @@ uint32_t binary_spectrum(const float *power, float *threshold, int32_t &seeded) 
 
 /// Slides one signal on by a block and reduces it to its word.
 uint32_t analyse(const int16_t *block, float *time, float *windowed, float *threshold, int32_t &seeded,
-                 const AecDelayState &st) {
+                 const AecDelayState &st, const qv::Services &dsp) {
   const int32_t len = st.swBlockLen;
   std::copy_n(time + len, len, time);
   std::copy_n(block, len, time + len);
   for (int32_t i = 0; i < st.swFftLen; ++i)
     windowed[i] = time[i] * st.pfWindow[i];
   float spectrum[QV_MAX_FRAME], power[word_bits + 2];
-  VOICE_Fft(windowed, spectrum, st.swFftLen);
+  dsp.forward(windowed, spectrum, st.swFftLen);
   // Of the compared bins only: as a short spectrum, whose first and last power are not looked at.
   VOICE_PowerSpectrumCcum(spectrum + 2 * (first_bin - 1), power, 2 * (word_bits + 1));
   return binary_spectrum(power + 1, threshold + first_bin, seeded);
@@ -95,25 +92,54 @@ void tighten_threshold(int32_t best, int32_t worst, AecDelayBinaryState &st) {
     st.swMinProb = std::min(st.swMinProb, std::max(best + margin, threshold_floor));
 }
 
-} // namespace
-
-void AEC_DelayInit(const AecDelayPara *para, AecDelayState *st) {
-  *st = {};
-  st->swDelayEstEnable = para->swDelayEstEnable;
-  st->swBlockLen = para->swBlockLen;
-  st->swFftLen = 2 * para->swBlockLen;
-  if (qv::take(*st, owned))
-    qv::hann_window(st->pfWindow, st->swFftLen);
-  AEC_DelayBinaryInit(para->swHistorySize, para->swLookahead, &st->stBinary);
+bool init_tracker(int32_t history_size, int32_t lookahead, AecDelayBinaryState &st) {
+  st = {};
+  st.swHistorySize = history_size + lookahead;
+  st.swNearHistorySize = lookahead + 1;
+  st.swMinProb = st.swLastDelayProb = worst_count;
+  if (!qv::take(st, owned_tracker))
+    return false;
+  std::fill_n(st.aswMeanBitCnt, st.swHistorySize, mean_start);
+  return true;
 }
 
+/// One block: the words of both signals, and the candidate whose past word fits the microphone's best.
+int32_t track_block(const int16_t *mic, const int16_t *ref, int32_t block_len, AecDelayState &st,
+                    const qv::Services &dsp) {
+  const uint32_t far_word = analyse(ref, st.pfFarTime, st.pfFarWin, st.pfFarThr, st.swFarThrInit, st, dsp);
+  const uint32_t near_word = analyse(mic, st.pfNearTime, st.pfNearWin, st.pfNearThr, st.swNearThrInit, st, dsp);
+  return block_len * AEC_BinarySpectrumProcess(&st.stBinary, far_word, near_word);
+}
+
+} // namespace
+
+namespace qv::aec {
+
+bool init_delay(const AecDelayPara &para, AecDelayState &st) {
+  st = {};
+  st.swDelayEstEnable = para.swDelayEstEnable;
+  st.swBlockLen = para.swBlockLen;
+  st.swFftLen = 2 * para.swBlockLen;
+  const bool taken = take(st, owned);
+  if (taken)
+    hann_window(st.pfWindow, st.swFftLen);
+  return init_tracker(para.swHistorySize, para.swLookahead, st.stBinary) && taken;
+}
+
+int32_t track(const int16_t *mic, const int16_t *ref, int32_t n, AecDelayState &st, const Services &dsp) {
+  const int32_t len = st.swBlockLen;
+  int32_t delay = len * st.stBinary.swLastDelay;
+  for (int32_t start = 0; start + len <= n; start += len)
+    delay = track_block(mic + start, ref + start, len, st, dsp);
+  return delay;
+}
+
+} // namespace qv::aec
+
+void AEC_DelayInit(const AecDelayPara *para, AecDelayState *st) { qv::aec::init_delay(*para, *st); }
+
 void AEC_DelayBinaryInit(int32_t historySize, int32_t lookahead, AecDelayBinaryState *st) {
-  *st = {};
-  st->swHistorySize = historySize + lookahead;
-  st->swNearHistorySize = lookahead + 1;
-  st->swMinProb = st->swLastDelayProb = worst_count;
-  if (qv::take(*st, owned_tracker))
-    std::fill_n(st->aswMeanBitCnt, st->swHistorySize, mean_start);
+  init_tracker(historySize, lookahead, *st);
 }
 
 void AEC_DelayDestroy(AecDelayState *st) {
@@ -124,17 +150,11 @@ void AEC_DelayDestroy(AecDelayState *st) {
 void AEC_DelayBinaryDestroy(AecDelayBinaryState *st) { qv::give_back(*st, owned_tracker); }
 
 int32_t AEC_DelayProcess(const int16_t *mic, const int16_t *ref, int32_t n, AecDelayState *st) {
-  const int32_t len = st->swBlockLen;
-  int32_t delay = len * st->stBinary.swLastDelay;
-  for (int32_t start = 0; start + len <= n; start += len)
-    delay = AEC_DelayProcessSub(mic + start, ref + start, len, st);
-  return delay;
+  return qv::aec::track(mic, ref, n, *st, qv::process_services);
 }
 
 int32_t AEC_DelayProcessSub(const int16_t *mic, const int16_t *ref, int32_t blockLen, AecDelayState *st) {
-  const uint32_t far_word = analyse(ref, st->pfFarTime, st->pfFarWin, st->pfFarThr, st->swFarThrInit, *st);
-  const uint32_t near_word = analyse(mic, st->pfNearTime, st->pfNearWin, st->pfNearThr, st->swNearThrInit, *st);
-  return blockLen * AEC_BinarySpectrumProcess(&st->stBinary, far_word, near_word);
+  return track_block(mic, ref, blockLen, *st, qv::process_services);
 }
 
 int32_t AEC_BinarySpectrumProcess(AecDelayBinaryState *st, uint32_t farWord, uint32_t nearWord) {

@@ -1,8 +1,7 @@
-#include "qvvoice/aec/dtd.h"
-
 #include <algorithm>
 #include <cmath>
 
+#include "aec/canceller.h"
 #include "dsp/counter.h"
 #include "dsp/smoothing.h"
 #include "qvvoice/dsp/vector.h"
@@ -58,31 +57,36 @@ int32_t count_convincing(const float *near_band, const float *presence, int32_t 
 
 } // namespace
 
+void qv::aec::retune_detector(const AecDtdPara &para, AecDtdState &st) {
+  const int32_t bands = st.swBandNum;
+  st.fFarActiveThr = para.fFarActiveThr;
+  st.swFarSilentHang = para.swFarSilentHang;
+  expand(para.afBandFarThr, st.afBandFarThr, bands);
+  expand(para.aswBandJudgeEnable, st.aswBandJudgeEnable, bands);
+  expand(para.afBandFarMin, st.afBandFarMin, bands);
+  expand(para.afResLow, st.afResLow, bands);
+  expand(para.afResHigh, st.afResHigh, bands);
+  expand(para.afRatioLow, st.afRatioLow, bands);
+  expand(para.afRatioHigh, st.afRatioHigh, bands);
+  expand(para.afResDropFactor, st.afResDropFactor, bands);
+  st.swCountBandStart = para.swCountBandStart;
+  st.swCountBandEnd = para.swCountBandEnd;
+  st.swCountMin = para.swCountMin;
+  st.swSingleTalkHang = para.swSingleTalkHang;
+  st.fPresenceThrInit = para.fPresenceThrInit;
+  st.fPresenceThrStep = para.fPresenceThrStep;
+  st.fPresenceThrMax = para.fPresenceThrMax;
+  st.fPresenceThrMin = para.fPresenceThrMin;
+}
+
 void AEC_DtdInit(const AecDtdPara *para, AecDtdState *st) {
-  const int32_t bands = para->swBandNum;
   *st = {};
   st->swFrameLen = para->swFrameLen;
-  st->swBandNum = bands;
-  st->fFarActiveThr = para->fFarActiveThr;
-  st->swFarSilentHang = para->swFarSilentHang;
-  expand(para->afBandFarThr, st->afBandFarThr, bands);
-  expand(para->aswBandJudgeEnable, st->aswBandJudgeEnable, bands);
-  expand(para->afBandFarMin, st->afBandFarMin, bands);
-  expand(para->afResLow, st->afResLow, bands);
-  expand(para->afResHigh, st->afResHigh, bands);
-  expand(para->afRatioLow, st->afRatioLow, bands);
-  expand(para->afRatioHigh, st->afRatioHigh, bands);
-  expand(para->afResDropFactor, st->afResDropFactor, bands);
-  st->swCountBandStart = para->swCountBandStart;
-  st->swCountBandEnd = para->swCountBandEnd;
-  st->swCountMin = para->swCountMin;
-  st->swSingleTalkHang = para->swSingleTalkHang;
-  st->fPresenceThrInit = st->fPresenceThr = para->fPresenceThrInit;
-  st->fPresenceThrStep = para->fPresenceThrStep;
-  st->fPresenceThrMax = para->fPresenceThrMax;
-  st->fPresenceThrMin = para->fPresenceThrMin;
+  st->swBandNum = para->swBandNum;
+  qv::aec::retune_detector(*para, *st);
+  st->fPresenceThr = para->fPresenceThrInit;
   st->swTalkState = double_talk;
-  std::fill_n(st->aswBandFarActive, bands, 2);
+  std::fill_n(st->aswBandFarActive, para->swBandNum, 2);
 }
 
 void AEC_DtdDestroy(AecDtdState *) {}

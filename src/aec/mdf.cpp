@@ -2,12 +2,10 @@
 // "Multidelay block frequency domain adaptive filter", 1990) that adapts in the background, and a
 // foreground copy that makes the output. Here: its state, and the stages of a frame in order.
 
-#include "qvvoice/aec/mdf.h"
-
 #include <algorithm>
 #include <cmath>
 
-#include "aec/frame_report.h"
+#include "aec/canceller.h"
 #include "aec/mdf_stages.h"
 #include "dsp/arrays.h"
 #include "dsp/bins.h"
@@ -52,28 +50,74 @@ void start_again(AecMdfState &st) {
     st.fLeak = 0;
   if (!qv::all_finite(st.pfProp, st.swPartNum))
     design_shares(st);
-  last_frame.filter_reset = true;
 }
 
 } // namespace
 
+namespace qv::aec {
+
+bool init_filter(const AecMdfPara &para, AecMdfState &st) {
+  const int32_t n = para.swFrameLen;
+  const auto rate = float(para.swSampleRate);
+  st = {};
+  st.swFrameLen = n;
+  st.swFftLen = 2 * n;
+  st.swPartNum = n > 0 ? (n + para.swFilterLen - 1) / n : 0;
+  st.fSpecAvg = float(n) / rate;
+  st.fBeta0 = 2.f * float(n) / rate;
+  st.fBetaMax = 0.5f * float(n) / rate;
+  st.fPey = st.fPyy = 1.f;
+  st.fPreemph = preemphasis;
+  if (!take(st, owned))
+    return false;
+  if (n < 1)
+    return true;
+  hann_window(st.pfWindow, st.swFftLen);
+  std::fill_n(st.pfStep, n + 1, 1.f);
+  design_shares(st);
+  return true;
+}
+
+void filter(const int16_t *mic, const int16_t *ref, int16_t *out, AecMdfState &st, const Services &dsp,
+            FrameReport &report) {
+  Energies frame;
+  count_up(st.swFrameCnt);
+
+  take_frame(mic, ref, st, dsp);
+  filter_foreground(st, dsp);
+  if (st.swAdapted == 1)
+    renew_shares(st);
+  if (st.swSatHold > 0)
+    --st.swSatHold;
+  else
+    adapt_background(st);
+  constrain_background(st, dsp);
+  filter_background(frame, st, dsp);
+  compare_paths(frame, st, report);
+  make_output(mic, out, frame, st);
+  analyse_error(st, dsp);
+
+  report.filter_reset = diverged(frame, out, st);
+  if (report.filter_reset) {
+    start_again(st);
+    return;
+  }
+  frame.background = std::max(frame.background, error_floor_per_point * float(st.swFftLen));
+  follow_far_power(st);
+  estimate_leakage(frame, st);
+  report.filter_reset = undefined_memory(st);
+  if (report.filter_reset) {
+    std::fill_n(out, st.swFrameLen, int16_t(0));
+    start_again(st);
+    return;
+  }
+  set_steps(frame, st);
+}
+
+} // namespace qv::aec
+
 int32_t AEC_MdfInit(const AecMdfPara *para, AecMdfState *st) {
-  const int32_t n = para->swFrameLen;
-  const auto rate = float(para->swSampleRate);
-  *st = {};
-  st->swFrameLen = n;
-  st->swFftLen = 2 * n;
-  st->swPartNum = n > 0 ? (n + para->swFilterLen - 1) / n : 0;
-  st->fSpecAvg = float(n) / rate;
-  st->fBeta0 = 2.f * float(n) / rate;
-  st->fBetaMax = 0.5f * float(n) / rate;
-  st->fPey = st->fPyy = 1.f;
-  st->fPreemph = preemphasis;
-  if (!qv::take(*st, owned) || n < 1)
-    return 0;
-  qv::hann_window(st->pfWindow, st->swFftLen);
-  std::fill_n(st->pfStep, n + 1, 1.f);
-  design_shares(*st);
+  init_filter(*para, *st);
   return 0;
 }
 
@@ -100,36 +144,7 @@ int32_t AEC_MdfDestory(AecMdfState *st) {
 }
 
 int32_t AEC_MdfProcess(const int16_t *mic, const int16_t *ref, int16_t *out, AecMdfState *st) {
-  Energies frame;
-  qv::count_up(st->swFrameCnt);
-  last_frame.filter_reset = false;
-
-  take_frame(mic, ref, *st);
-  filter_foreground(*st);
-  if (st->swAdapted == 1)
-    renew_shares(*st);
-  if (st->swSatHold > 0)
-    --st->swSatHold;
-  else
-    adapt_background(*st);
-  constrain_background(*st);
-  filter_background(frame, *st);
-  compare_paths(frame, *st);
-  make_output(mic, out, frame, *st);
-  analyse_error(*st);
-
-  if (diverged(frame, out, *st)) {
-    start_again(*st);
-    return 0;
-  }
-  frame.background = std::max(frame.background, error_floor_per_point * float(st->swFftLen));
-  follow_far_power(*st);
-  estimate_leakage(frame, *st);
-  if (undefined_memory(*st)) {
-    std::fill_n(out, st->swFrameLen, int16_t(0));
-    start_again(*st);
-    return 0;
-  }
-  set_steps(frame, *st);
+  FrameReport unread;
+  filter(mic, ref, out, *st, qv::process_services, unread);
   return 0;
 }

@@ -6,7 +6,6 @@
 
 #include "aec/mdf_stages.h"
 #include "dsp/sums.h"
-#include "qvvoice/dsp/fft.h"
 #include "qvvoice/dsp/filter.h"
 #include "qvvoice/dsp/spectrum.h"
 #include "qvvoice/dsp/vector.h"
@@ -16,9 +15,9 @@ namespace qv::aec {
 namespace {
 
 /// Echo estimate of one path: its block stands in the second half of `time`.
-void estimate_echo(const float *weights, float *time, AecMdfState &st) {
+void estimate_echo(const float *weights, float *time, AecMdfState &st, const Services &dsp) {
   VOICE_SpectralMulAccum(st.pfFarSpec, weights, st.pfEchoSpec, st.swFftLen, st.swPartNum);
-  VOICE_Ifft(st.pfEchoSpec, time, st.swFftLen);
+  dsp.inverse(st.pfEchoSpec, time, st.swFftLen);
 }
 
 /// gradient = share * step * E * conj(X), per bin.
@@ -38,16 +37,16 @@ void weight_gradient(const float *far, float share, AecMdfState &st) {
 
 } // namespace
 
-void take_frame(const int16_t *mic, const int16_t *ref, AecMdfState &st) {
+void take_frame(const int16_t *mic, const int16_t *ref, AecMdfState &st, const Services &dsp) {
   const int32_t n = st.swFrameLen, f = st.swFftLen;
   VOICE_FilterPreemph16(mic, &st.fMemNear, st.pfNearIn, n, st.fPreemph);
   std::copy_n(st.pfFarTime + n, n, st.pfFarTime);
   VOICE_FilterPreemph16(ref, &st.fMemFar, st.pfFarTime + n, n, st.fPreemph);
   std::copy_backward(st.pfFarSpec, st.pfFarSpec + st.swPartNum * f, st.pfFarSpec + (st.swPartNum + 1) * f);
-  VOICE_Fft(st.pfFarTime, st.pfFarSpec, f);
+  dsp.forward(st.pfFarTime, st.pfFarSpec, f);
 }
 
-void filter_foreground(AecMdfState &st) { estimate_echo(st.pfWFg, st.pfErrTime, st); }
+void filter_foreground(AecMdfState &st, const Services &dsp) { estimate_echo(st.pfWFg, st.pfErrTime, st, dsp); }
 
 void design_shares(AecMdfState &st) {
   const auto decay = float(std::exp(double(-2.4f / float(st.swPartNum))));
@@ -91,24 +90,24 @@ void adapt_background(AecMdfState &st) {
 
 // An impulse response of N taps keeps the circular convolution linear. The first partition is constrained
 // in every frame, the others in turn.
-void constrain_background(AecMdfState &st) {
+void constrain_background(AecMdfState &st, const Services &dsp) {
   const int32_t n = st.swFrameLen, f = st.swFftLen;
   for (int32_t j = 0; j < st.swPartNum; ++j) {
     if (j > 0 && st.swFrameCnt % (st.swPartNum - 1) != j - 1)
       continue;
     float *weights = st.pfWBg + j * f;
-    VOICE_Ifft(weights, st.pfTmp, f);
+    dsp.inverse(weights, st.pfTmp, f);
     std::fill_n(st.pfTmp + n, n, 0.f);
-    VOICE_Fft(st.pfTmp, weights, f);
+    dsp.forward(st.pfTmp, weights, f);
   }
 }
 
-void filter_background(Energies &frame, AecMdfState &st) {
+void filter_background(Energies &frame, AecMdfState &st, const Services &dsp) {
   const int32_t n = st.swFrameLen;
   const float *near = st.pfNearIn, *far = st.pfFarTime + n;
   const float *foreground_echo = st.pfErrTime + n, *echo = st.pfEchoTime + n;
   float *error = st.pfErrTime, foreground_error[QV_MAX_FRAME], difference[QV_MAX_FRAME];
-  estimate_echo(st.pfWBg, st.pfEchoTime, st);
+  estimate_echo(st.pfWBg, st.pfEchoTime, st, dsp);
   for (int32_t i = 0; i < n; ++i) {
     foreground_error[i] = near[i] - foreground_echo[i];
     difference[i] = foreground_echo[i] - echo[i];
@@ -123,13 +122,13 @@ void filter_background(Energies &frame, AecMdfState &st) {
   frame.paths = 10.f + energies[4];
 }
 
-void analyse_error(AecMdfState &st) {
+void analyse_error(AecMdfState &st, const Services &dsp) {
   const int32_t n = st.swFrameLen, f = st.swFftLen;
   std::copy_n(st.pfErrTime, n, st.pfErrTime + n);
   std::fill_n(st.pfErrTime, n, 0.f);
   std::fill_n(st.pfEchoTime, n, 0.f);
-  VOICE_Fft(st.pfErrTime, st.pfErrSpec, f);
-  VOICE_Fft(st.pfEchoTime, st.pfEchoSpec, f);
+  dsp.forward(st.pfErrTime, st.pfErrSpec, f);
+  dsp.forward(st.pfEchoTime, st.pfEchoSpec, f);
   VOICE_PowerSpectrumCcum(st.pfErrSpec, st.pfErrPsd, f);
   VOICE_PowerSpectrumCcum(st.pfEchoSpec, st.pfEchoPsd, f);
 }

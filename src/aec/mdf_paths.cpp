@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "aec/frame_report.h"
 #include "aec/mdf_stages.h"
 #include "dsp/fma.h"
 #include "dsp/sample.h"
@@ -50,7 +49,7 @@ void clear_path_averages(AecMdfState &st) { st.fDavg1 = st.fDavg2 = st.fDvar1 = 
 
 // The gain of the background over the foreground, at once and averaged over a short and a long time, against
 // what chance would give.
-void compare_paths(Energies &frame, AecMdfState &st) {
+void compare_paths(Energies &frame, AecMdfState &st, FrameReport &report) {
   const float gain = frame.foreground - frame.background;
   const float variance = frame.foreground * frame.paths;
   st.fDavg1 = 0.6f * st.fDavg1 + 0.4f * gain;
@@ -62,8 +61,8 @@ void compare_paths(Energies &frame, AecMdfState &st) {
                       signed_square(st.fDavg2) > refresh_long * st.fDvar2;
   const bool worse = -signed_square(gain) > reset_all * variance || -signed_square(st.fDavg1) > reset_all * st.fDvar1 ||
                      -signed_square(st.fDavg2) > reset_all * st.fDvar2;
-  last_frame.foreground_refreshed = better;
-  last_frame.background_reset = !better && worse;
+  report.foreground_refreshed = better;
+  report.background_reset = !better && worse;
   if (better)
     refresh_foreground(st);
   else if (worse)

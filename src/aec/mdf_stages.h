@@ -6,8 +6,9 @@
 
 #include <cstdint>
 
+#include "aec/frame_report.h"
+#include "dsp/services.h"
 #include "qvvoice/aec/mdf.h"
-#include "qvvoice/dsp/filter_bank.h"
 
 namespace qv::aec {
 
@@ -25,10 +26,10 @@ struct Energies {
 // The block filter (mdf_filter.cpp).
 
 /// Takes the frame in, pre-emphasised; the spectra of the last M + 1 reference blocks are kept.
-void take_frame(const int16_t *mic, const int16_t *ref, AecMdfState &st);
+void take_frame(const int16_t *mic, const int16_t *ref, AecMdfState &st, const Services &dsp);
 
 /// Echo estimate of the foreground into the second half of pfErrTime.
-void filter_foreground(AecMdfState &st);
+void filter_foreground(AecMdfState &st, const Services &dsp);
 
 /// Shares of the step per partition: falling from the first partition on until the filter is trained, then by
 /// the partitions' weights.
@@ -37,19 +38,19 @@ void renew_shares(AecMdfState &st);
 
 /// Adapts the background by the previous frame's error, and keeps its partitions to N taps each.
 void adapt_background(AecMdfState &st);
-void constrain_background(AecMdfState &st);
+void constrain_background(AecMdfState &st, const Services &dsp);
 
 /// Error of the background into the first half of pfErrTime, its echo estimate into the second half of
 /// pfEchoTime; the energies of the frame and of what either filter leaves of it.
-void filter_background(Energies &frame, AecMdfState &st);
+void filter_background(Energies &frame, AecMdfState &st, const Services &dsp);
 
 /// Spectra and powers of the background's error and echo estimate, zero-padded in front.
-void analyse_error(AecMdfState &st);
+void analyse_error(AecMdfState &st, const Services &dsp);
 
 // Two-path control (mdf_paths.cpp).
 
 /// Lets the foreground take over a better background, or throws a worse one back to the foreground.
-void compare_paths(Energies &frame, AecMdfState &st);
+void compare_paths(Energies &frame, AecMdfState &st, FrameReport &report);
 void clear_path_averages(AecMdfState &st);
 
 /// Output of the foreground, de-emphasised, and the energies of what it leaves.

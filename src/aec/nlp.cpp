@@ -1,20 +1,16 @@
 // Residual echo suppressor, frame by frame: Hann-windowed analysis with half overlap, gains, synthesis by
 // overlap-add.
 
-#include "qvvoice/aec/nlp.h"
-
 #include <algorithm>
 #include <cmath>
 #include <initializer_list>
 
-#include "aec/frame_report.h"
-#include "dsp/banks.h"
+#include "aec/canceller.h"
 #include "dsp/bins.h"
 #include "dsp/sample.h"
 #include "dsp/smoothing.h"
-#include "qvvoice/dsp/fft.h"
-#include "qvvoice/dsp/filter_bank.h"
 #include "qvvoice/dsp/spectrum.h"
+#include "qvvoice/dsp/vector.h"
 
 namespace {
 
@@ -32,10 +28,10 @@ void store_frame(const int16_t *mic, const int16_t *far, const int16_t *err, int
   }
 }
 
-void transform(float *time, float *spectrum, const AecNlpState &st) {
+void transform(float *time, float *spectrum, const AecNlpState &st, const qv::Services &dsp) {
   for (int32_t i = 0; i < st.swFftLen; ++i)
     time[i] *= st.pfWindow[i];
-  VOICE_Fft(time, spectrum, st.swFftLen);
+  dsp.forward(time, spectrum, st.swFftLen);
   if (!std::isfinite(spectrum[0])) // the sum of all samples: one undefined value spoils every bin
     std::fill_n(spectrum, st.swFftLen, 0.f);
 }
@@ -46,13 +42,14 @@ void smooth(float *average, const float *now, int32_t count) {
 }
 
 /// Powers per bin, smoothed over time, and per band.
-void measure_powers(AecNlpState &st) {
+void measure_powers(AecNlpState &st, const qv::FilterBank &bank) {
   float near[max_bins], far[max_bins], err[max_bins], echo[max_bins];
   VOICE_PowerSpectrumCcum(st.pfNearSpec, near, st.swFftLen);
   VOICE_PowerSpectrumCcum(st.pfFarSpec, far, st.swFftLen);
   VOICE_PowerSpectrumCcum(st.pfErrSpec, err, st.swFftLen);
   VOICE_PowerSpectrumCcum(st.pfEchoSpec, echo, st.swFftLen);
-  qv::compute_banks<4>({{near, st.pfNearBand}, {far, st.pfFarBand}, {err, st.pfErrBand}, {echo, st.pfEchoBand}});
+  qv::compute_banks<4>(bank,
+                       {{near, st.pfNearBand}, {far, st.pfFarBand}, {err, st.pfErrBand}, {echo, st.pfEchoBand}});
   smooth(st.pfNearPsd, near, st.swFrameLen + 1);
   smooth(st.pfFarPsd, far, st.swFrameLen + 1);
   smooth(st.pfErrPsd, err, st.swFrameLen + 1);
@@ -80,7 +77,7 @@ void suppress_by_coherence(AecNlpState &st) {
 bool must_mute(const AecDtdState &dtd, const AecNlpState &st) { return dtd.swTalkState == 1 || st.swDelayMute == 1; }
 
 /// Band gains of the signal-to-echo-ratio suppressor times near-end presence, spread over the bins.
-void band_gains(AecDtdState &dtd, AecNlpState &st, float *gain) {
+void band_gains(AecDtdState &dtd, AecNlpState &st, const qv::FilterBank &bank, float *gain) {
   const int32_t bands = st.swBandNum;
   float presence[QV_MAX_BANDS];
   for (int32_t b = 0; b < bands; ++b)
@@ -91,38 +88,39 @@ void band_gains(AecDtdState &dtd, AecNlpState &st, float *gain) {
     return;
   for (int32_t b = 0; b < bands; ++b)
     presence[b] *= st.stSer.pfGain2[b];
-  filterbank_compute_psd(presence, gain);
+  compute_bins(bank, presence, gain);
 }
 
 /// Bin gains of the coherence suppressor times near-end presence.
-void bin_gains(AecDtdState &dtd, AecNlpState &st, float *gain) {
+void bin_gains(AecDtdState &dtd, AecNlpState &st, const qv::FilterBank &bank, float *gain) {
   const int32_t n = st.swFrameLen;
   float mean_gain[QV_MAX_BANDS], presence[QV_MAX_BANDS];
   for (int32_t b = 0; b < st.swBandNum; ++b)
     if (dtd.aswBandFarActive[b] == 0)
-      std::fill_n(st.stCoh.pfHnl + qv::first_bin[b], std::min(qv::first_bin[b + 1], n - 2) - qv::first_bin[b], 1.f);
-  filterbank_compute_bank(st.stCoh.pfHnl, mean_gain);
+      std::fill_n(st.stCoh.pfHnl + bank.first_bin[b], std::min(bank.first_bin[b + 1], n - 2) - bank.first_bin[b], 1.f);
+  compute_bank(bank, st.stCoh.pfHnl, mean_gain);
   AEC_DtdProcessStDtJudge(st.pfNearBand, st.pfFarBand, st.pfErrBand, mean_gain, presence, st.swBandNum, &dtd);
   if (must_mute(dtd, st))
     return;
-  filterbank_compute_psd(presence, gain);
+  compute_bins(bank, presence, gain);
   for (int32_t k = 0; k < n; ++k)
     gain[k] *= st.stCoh.pfHnl[k];
 }
 
 /// Pass, suppress per band or bin, or mute.
 /// @param gain  [N + 1] overwritten; the Nyquist bin is 0 unless the frame passes
-void decide_gains(AecDtdState &dtd, AecNlpState &st, float *gain) {
+void decide_gains(AecDtdState &dtd, AecNlpState &st, const qv::FilterBank &bank, float *gain,
+                  qv::aec::FrameReport &report) {
   if (dtd.swTalkState != 0)
     AEC_DtdProcessBandPassJudge(st.pfFarBand, st.swBandNum, &dtd);
   const bool suppress = dtd.swTalkState != 0 && (st.swSerSupEnable == 1 || st.swCohSupEnable == 1);
   std::fill_n(gain, st.swFrameLen + 1, suppress ? 0.f : 1.f);
   if (suppress && st.swSerSupEnable == 1)
-    band_gains(dtd, st, gain);
+    band_gains(dtd, st, bank, gain);
   else if (suppress)
-    bin_gains(dtd, st, gain);
-  qv::aec::last_frame.muted = suppress && must_mute(dtd, st);
-  std::copy_n(gain, st.swFrameLen, qv::aec::last_frame.bin_gain);
+    bin_gains(dtd, st, bank, gain);
+  report.muted = suppress && must_mute(dtd, st);
+  report.suppressor_gain = VOICE_VecMean(gain, 0, st.swFrameLen - 1);
 }
 
 void overlap_add(int16_t *out, AecNlpState &st) {
@@ -158,17 +156,16 @@ void drop_undefined_memory(AecNlpState &st) {
 
 } // namespace
 
-void AEC_NlpProcess(const int16_t *mic, const int16_t *farRef, int16_t *io, AecDtdState *dtd, AecNlpState *nlp,
-                    const float *anrGain, float leak) {
-  AecNlpState &st = *nlp;
+void qv::aec::suppress(const int16_t *mic, const int16_t *far, int16_t *io, AecDtdState &dtd, AecNlpState &st,
+                       const float *anr_gain, float leak, const Services &dsp, FrameReport &report) {
   const int32_t n = st.swFrameLen;
-  store_frame(mic, farRef, io, n, st);
-  transform(st.pfNearTime, st.pfNearSpec, st);
-  transform(st.pfFarTime, st.pfFarSpec, st);
-  transform(st.pfErrTime, st.pfErrSpec, st);
-  transform(st.pfEchoTime, st.pfEchoSpec, st);
+  store_frame(mic, far, io, n, st);
+  transform(st.pfNearTime, st.pfNearSpec, st, dsp);
+  transform(st.pfFarTime, st.pfFarSpec, st, dsp);
+  transform(st.pfErrTime, st.pfErrSpec, st, dsp);
+  transform(st.pfEchoTime, st.pfEchoSpec, st, dsp);
 
-  measure_powers(st);
+  measure_powers(st, dsp.bank);
   if (st.swSerSupEnable == 1)
     AEC_NlpSerCancel(st.pfErrBand, st.pfEchoBand, st.swBandNum, &st.stSer, leak);
   measure_coherence(st.pfFarSpec, st.pfFarPsd, st.pfFarNearCross, st.pfCohFarNear, st);
@@ -177,13 +174,19 @@ void AEC_NlpProcess(const int16_t *mic, const int16_t *farRef, int16_t *io, AecD
     suppress_by_coherence(st);
 
   float gain[max_bins];
-  decide_gains(*dtd, st, gain);
+  decide_gains(dtd, st, dsp.bank, gain, report);
   for (int32_t k = 0; k < n; ++k)
-    gain[k] *= anrGain[k];
-  qv::apply_bin_gains(st.pfErrSpec, gain, n);
-  VOICE_Ifft(st.pfErrSpec, st.pfSynth, st.swFftLen);
+    gain[k] *= anr_gain[k];
+  apply_bin_gains(st.pfErrSpec, gain, n);
+  dsp.inverse(st.pfErrSpec, st.pfSynth, st.swFftLen);
 
-  store_frame(mic, farRef, io, 0, st);
+  store_frame(mic, far, io, 0, st);
   overlap_add(io, st);
   drop_undefined_memory(st);
+}
+
+void AEC_NlpProcess(const int16_t *mic, const int16_t *farRef, int16_t *io, AecDtdState *dtd, AecNlpState *nlp,
+                    const float *anrGain, float leak) {
+  qv::aec::FrameReport unread;
+  qv::aec::suppress(mic, farRef, io, *dtd, *nlp, anrGain, leak, qv::process_services, unread);
 }

@@ -2,10 +2,9 @@
 
 #include <algorithm>
 
+#include "aec/canceller.h"
 #include "dsp/arrays.h"
 #include "dsp/smoothing.h"
-#include "qvvoice/aec/nlp.h"
-#include "qvvoice/dsp/filter_bank.h"
 
 namespace {
 
@@ -30,25 +29,38 @@ constexpr auto owned = [](AecNlpState &st, auto visit) {
 
 } // namespace
 
+namespace qv::aec {
+
+bool init_suppressor(const AecNlpPara &para, AecNlpState &st, const FilterBank &bank) {
+  st = {};
+  st.swFrameLen = para.swFrameLen;
+  st.swFftLen = 2 * para.swFrameLen;
+  st.swBandNum = para.swBandNum;
+  st.stSer.fEchoSup = echo_suppression_db;
+  st.stSer.fEchoSupActive = echo_suppression_active_db;
+  st.stCoh.swEchoState = 1;
+  st.stCoh.fXdAvgMin = 1.f;
+  st.stCoh.fMult = para.swFrameLen < 200 ? 1.f : 2.f;
+  if (!take(st, owned))
+    return false;
+  hann_window(st.pfWindow, st.swFftLen);
+  retune_suppressor(para, st, bank);
+  return true;
+}
+
+void retune_suppressor(const AecNlpPara &para, AecNlpState &st, const FilterBank &bank) {
+  st.swCohSupEnable = para.swCohSupEnable;
+  st.swSerSupEnable = para.swSerSupEnable;
+  st.stSer.fSupExp = st.stCoh.fSupExp = para.fSupExp;
+  for (int32_t b = 0; b < st.swBandNum / 4 * 4; ++b)
+    st.stSer.pfBandSupFactor[b] = para.afBandSupFactor[b / 4];
+  compute_bins(bank, st.stSer.pfBandSupFactor, st.stCoh.pfBinSupFactor);
+}
+
+} // namespace qv::aec
+
 void AEC_NlpInit(const AecNlpPara *para, AecNlpState *st) {
-  *st = {};
-  st->swCohSupEnable = para->swCohSupEnable;
-  st->swSerSupEnable = para->swSerSupEnable;
-  st->swFrameLen = para->swFrameLen;
-  st->swFftLen = 2 * para->swFrameLen;
-  st->swBandNum = para->swBandNum;
-  st->stSer.fSupExp = st->stCoh.fSupExp = para->fSupExp;
-  st->stSer.fEchoSup = echo_suppression_db;
-  st->stSer.fEchoSupActive = echo_suppression_active_db;
-  st->stCoh.swEchoState = 1;
-  st->stCoh.fXdAvgMin = 1.f;
-  st->stCoh.fMult = para->swFrameLen < 200 ? 1.f : 2.f;
-  if (!qv::take(*st, owned))
-    return;
-  qv::hann_window(st->pfWindow, st->swFftLen);
-  for (int32_t b = 0; b < st->swBandNum / 4 * 4; ++b)
-    st->stSer.pfBandSupFactor[b] = para->afBandSupFactor[b / 4];
-  filterbank_compute_psd(st->stSer.pfBandSupFactor, st->stCoh.pfBinSupFactor);
+  qv::aec::init_suppressor(*para, *st, qv::process_bank);
 }
 
 void AEC_NlpDestory(AecNlpState *st) { qv::give_back(*st, owned); }

@@ -2,26 +2,24 @@
 
 #include <algorithm>
 
+#include "anr/reducer.h"
 #include "dsp/bins.h"
 #include "dsp/sample.h"
-#include "qvvoice/anr/anr.h"
-#include "qvvoice/dsp/fft.h"
-#include "qvvoice/dsp/filter_bank.h"
 #include "qvvoice/dsp/spectrum.h"
 
 namespace {
 
 /// Spectrum and band energies of the previous and the current frame under one Hann window.
-void analyse(const int16_t *in, AnrState &st) {
+void analyse(const int16_t *in, AnrState &st, const qv::Services &dsp) {
   const int32_t n = st.swFrameLen;
   std::copy_n(st.pfInPrev, n, st.pfSpectrum);
   std::copy_n(in, n, st.pfSpectrum + n);
   std::copy_n(in, n, st.pfInPrev);
   for (int32_t i = 0; i < 2 * n; ++i)
     st.pfSpectrum[i] *= st.pfWindow[i];
-  VOICE_Fft(st.pfSpectrum, st.pfSpectrum, st.swFftLen);
+  dsp.forward(st.pfSpectrum, st.pfSpectrum, st.swFftLen);
   VOICE_PowerSpectrumCcum(st.pfSpectrum, st.pfBinGain, st.swFftLen);
-  filterbank_compute_bank(st.pfBinGain, st.pfBandPow);
+  compute_bank(dsp.bank, st.pfBinGain, st.pfBandPow);
 }
 
 void update_gains(AnrState &st) {
@@ -43,27 +41,31 @@ void taper_low_bins(float *spectrum) {
     spectrum[i] *= float(i) / 10.f;
 }
 
-void synthesise(int16_t *out, AnrState &st) {
+void synthesise(int16_t *out, AnrState &st, const qv::Services &dsp) {
   const int32_t n = st.swFrameLen;
-  VOICE_Ifft(st.pfSpectrum, st.pfSynth, st.swFftLen);
+  dsp.inverse(st.pfSpectrum, st.pfSynth, st.swFftLen);
   qv::to_samples(out, n, [&](int32_t i) { return st.pfSynth[i] + st.pfOverlap[i]; });
   std::copy_n(st.pfSynth + n, n, st.pfOverlap);
 }
 
 } // namespace
 
-void ANR_Process(const int16_t *in, int16_t *out, AnrState *state) {
-  const int32_t n = state->swFrameLen;
-  if (state->swAnrEnable == 0) {
+void qv::anr::process(const int16_t *in, int16_t *out, AnrState &state, const Services &dsp) {
+  const int32_t n = state.swFrameLen;
+  if (state.swAnrEnable == 0) {
     std::copy_n(in, n, out);
-    std::fill_n(state->pfBinGain, n, 1.f);
+    std::fill_n(state.pfBinGain, n, 1.f);
     return;
   }
-  analyse(in, *state);
-  update_gains(*state);
-  filterbank_compute_psd(state->stEnhance.pfGain, state->pfBinGain);
-  state->pfBinGain[n] = 0;
-  qv::apply_bin_gains(state->pfSpectrum, state->pfBinGain, n);
-  taper_low_bins(state->pfSpectrum);
-  synthesise(out, *state);
+  analyse(in, state, dsp);
+  update_gains(state);
+  compute_bins(dsp.bank, state.stEnhance.pfGain, state.pfBinGain);
+  state.pfBinGain[n] = 0;
+  apply_bin_gains(state.pfSpectrum, state.pfBinGain, n);
+  taper_low_bins(state.pfSpectrum);
+  synthesise(out, state, dsp);
+}
+
+void ANR_Process(const int16_t *in, int16_t *out, AnrState *state) {
+  qv::anr::process(in, out, *state, qv::process_services);
 }

@@ -2,10 +2,9 @@
 
 #include <algorithm>
 
+#include "anr/reducer.h"
 #include "dsp/arrays.h"
 #include "dsp/smoothing.h"
-#include "qvvoice/anr/anr.h"
-#include "qvvoice/dsp/filter_bank.h"
 
 namespace {
 
@@ -42,29 +41,35 @@ constexpr auto owned_minima = [](AnrState &st, auto visit) {
 
 } // namespace
 
-void ANR_Init(const AnrPara *para, AnrState *state) {
-  *state = {};
-  state->swAnrEnable = para->swAnrEnable;
-  state->swSampleRate = para->swSampleRate;
-  state->swFrameLen = para->swFrameLen;
-  state->swFftLen = 2 * para->swFrameLen;
-  state->swBandNum = para->swBandNum;
-  state->fNoiseScale = para->fNoiseScale;
+namespace qv::anr {
 
-  AnrNoiseEst &est = state->stNoiseEst;
-  est.swSubWinNum = para->swSubWinNum;
-  est.swSubWinFrame = 1;
-
-  AnrEnhance &enh = state->stEnhance;
-  enh.fAvgSnrMin = para->fAvgSnrMin;
-  enh.fAvgSnrMax = para->fAvgSnrMax;
-  enh.fGainMin = para->fGainMin;
-  enh.fSnrFrame = 1000.f;
-
-  const bool complete = qv::take(*state, owned) && qv::take(est, owned_histories) && qv::take(*state, owned_minima);
-  if (complete)
-    qv::hann_window(state->pfWindow, state->swFftLen);
+bool init(const AnrPara &para, AnrState &state) {
+  state = {};
+  state.swSampleRate = para.swSampleRate;
+  state.swFrameLen = para.swFrameLen;
+  state.swFftLen = 2 * para.swFrameLen;
+  state.swBandNum = para.swBandNum;
+  state.stNoiseEst.swSubWinNum = para.swSubWinNum;
+  state.stNoiseEst.swSubWinFrame = 1;
+  state.stEnhance.fSnrFrame = 1000.f;
+  retune(para, state);
+  if (!take(state, owned) || !take(state.stNoiseEst, owned_histories) || !take(state, owned_minima))
+    return false;
+  hann_window(state.pfWindow, state.swFftLen);
+  return true;
 }
+
+void retune(const AnrPara &para, AnrState &state) {
+  state.swAnrEnable = para.swAnrEnable;
+  state.fNoiseScale = para.fNoiseScale;
+  state.stEnhance.fAvgSnrMin = para.fAvgSnrMin;
+  state.stEnhance.fAvgSnrMax = para.fAvgSnrMax;
+  state.stEnhance.fGainMin = para.fGainMin;
+}
+
+} // namespace qv::anr
+
+void ANR_Init(const AnrPara *para, AnrState *state) { qv::anr::init(*para, *state); }
 
 void ANR_Destroy(AnrState *state) {
   qv::give_back(*state, owned_minima);

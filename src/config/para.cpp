@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "config/convert.h"
 #include "config/fields.h"
 
 VoicePara g_stVoicePara;
@@ -75,18 +76,22 @@ void set_fixed_tuning(VoicePara &block) {
   block.stCngTx.fEchoWeight = 0.3f;
 }
 
-bool layout_served(int32_t rate, int32_t frame_len) {
+} // namespace
+
+bool qv::config::layout_served(int32_t rate, int32_t frame_len) {
   return (rate == 8000 && (frame_len == 128 || frame_len == 160)) ||
          (rate == 16000 && (frame_len == 256 || frame_len == 320));
 }
 
-} // namespace
+bool qv::config::convert(const int16_t *file, int32_t rate, int32_t frame_len, VoicePara &block) {
+  if (!layout_served(rate, frame_len) || file[rate_word] != rate)
+    return false;
+  convert_words(file, rate, block);
+  set_sizes(rate, frame_len, block);
+  set_fixed_tuning(block);
+  return true;
+}
 
 int32_t VOICE_SetPara_1(const int16_t *file, int32_t sampleRate, int32_t frameLen) {
-  if (!layout_served(sampleRate, frameLen) || file[rate_word] != sampleRate)
-    return 2;
-  convert_words(file, sampleRate, g_stVoicePara);
-  set_sizes(sampleRate, frameLen, g_stVoicePara);
-  set_fixed_tuning(g_stVoicePara);
-  return 0;
+  return convert(file, sampleRate, frameLen, g_stVoicePara) ? 0 : 2;
 }

@@ -10,12 +10,6 @@
 
 namespace qv {
 
-/// Whether an allocation has failed since the last `forget_allocation_failure`: VOICE_Alloc notes its
-/// own failures.
-void note_allocation_failure();
-bool allocation_failed();
-void forget_allocation_failure();
-
 /// Takes every array, zero-filled; one that could not be had is null.
 /// @return whether all could be had
 template <class State, class Owned> bool take(State &state, Owned owned) {

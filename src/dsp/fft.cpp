@@ -2,11 +2,11 @@
 
 #include <kissfft/kiss_fftr.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 
-#include "dsp/arrays.h"
-#include "qvvoice/dsp/filter_bank.h"
+#include "dsp/services.h"
 #include "qvvoice/dsp/memory.h"
 
 FftState g_stFft;
@@ -17,10 +17,10 @@ constexpr std::array<int32_t, 6> lengths = {128, 256, 512, 160, 320, 640};
 constexpr int32_t max_bins = QV_MAX_FRAME + 1;
 
 /// The configuration for a length; null, with the message, when there is none.
-const FftConfig *config_of(int32_t len) {
+const FftConfig *config_of(const FftState &fft, int32_t len) {
   for (size_t slot = 0; slot < lengths.size(); ++slot)
-    if (lengths[slot] == len && g_stFft.config[slot])
-      return g_stFft.config[slot];
+    if (lengths[slot] == len && fft.config[slot])
+      return fft.config[slot];
   std::puts("Error: No support for FFT length!");
   return nullptr;
 }
@@ -36,7 +36,6 @@ FftConfig *FftInit(int32_t len) {
   config->len = len;
   if (config->forward && config->backward)
     return config;
-  qv::note_allocation_failure();
   FftDestroy(config);
   return nullptr;
 }
@@ -49,20 +48,27 @@ void FftDestroy(FftConfig *config) {
   VOICE_Free(config);
 }
 
-void VOICE_FftInit(void) {
+namespace qv {
+
+bool take_transforms(FftState &fft, std::initializer_list<int32_t> wanted) {
+  bool all = true;
   for (size_t slot = 0; slot < lengths.size(); ++slot)
-    g_stFft.config[slot] = FftInit(lengths[slot]);
+    if (std::find(wanted.begin(), wanted.end(), lengths[slot]) != wanted.end())
+      all &= (fft.config[slot] = FftInit(lengths[slot])) != nullptr;
+  return all;
 }
 
-void VOICE_FftDestroy(void) {
-  for (FftConfig *&config : g_stFft.config) {
+bool has_all_transforms(const FftState &fft) { return !std::count(fft.config, std::end(fft.config), nullptr); }
+
+void give_back_transforms(FftState &fft) {
+  for (FftConfig *&config : fft.config) {
     FftDestroy(config);
     config = nullptr;
   }
 }
 
-void VOICE_Fft(const float *in, float *out, int32_t n) {
-  const FftConfig *config = config_of(n);
+void forward_transform(const FftState &fft, const float *in, float *out, int32_t n) {
+  const FftConfig *config = config_of(fft, n);
   if (!config)
     return;
   kiss_fft_cpx bins[max_bins];
@@ -76,8 +82,8 @@ void VOICE_Fft(const float *in, float *out, int32_t n) {
   out[n - 1] = bins[n / 2].r * scale;
 }
 
-void VOICE_Ifft(const float *in, float *out, int32_t n) {
-  const FftConfig *config = config_of(n);
+void inverse_transform(const FftState &fft, const float *in, float *out, int32_t n) {
+  const FftConfig *config = config_of(fft, n);
   if (!config)
     return;
   kiss_fft_cpx bins[max_bins];
@@ -87,3 +93,13 @@ void VOICE_Ifft(const float *in, float *out, int32_t n) {
   bins[n / 2] = {in[n - 1], 0};
   kiss_fftri(config->backward, bins, out);
 }
+
+} // namespace qv
+
+void VOICE_FftInit(void) { qv::take_transforms(g_stFft, {128, 256, 512, 160, 320, 640}); }
+
+void VOICE_FftDestroy(void) { qv::give_back_transforms(g_stFft); }
+
+void VOICE_Fft(const float *in, float *out, int32_t n) { qv::forward_transform(g_stFft, in, out, n); }
+
+void VOICE_Ifft(const float *in, float *out, int32_t n) { qv::inverse_transform(g_stFft, in, out, n); }

@@ -3,27 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "dsp/arrays.h"
-
-namespace {
-bool failed = false;
-}
-
-namespace qv {
-
-void note_allocation_failure() { failed = true; }
-
-bool allocation_failed() { return failed; }
-
-void forget_allocation_failure() { failed = false; }
-
-} // namespace qv
-
-void *VOICE_Alloc(int32_t size) {
-  void *block = std::calloc(size_t(int64_t(size)), 1);
-  failed |= block == nullptr;
-  return block;
-}
+void *VOICE_Alloc(int32_t size) { return std::calloc(size_t(int64_t(size)), 1); }
 
 void VOICE_Free(void *block) { std::free(block); }
 

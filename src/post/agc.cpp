@@ -1,10 +1,9 @@
-#include "qvvoice/post/agc.h"
-
 #include <algorithm>
 #include <cmath>
 
 #include "dsp/fma.h"
 #include "dsp/sample.h"
+#include "post/stages.h"
 #include "qvvoice/dsp/vector.h"
 
 namespace {
@@ -31,32 +30,37 @@ Wanted wanted_level(const AgcState &st, float level_db) {
 
 } // namespace
 
-void AGC_Init(const AgcPara *para, AgcState *state) {
-  *state = {
-      .swAgcEnable = para->swAgcEnable,
-      .swSampleRate = para->swSampleRate,
-      .swFrameLen = para->swFrameLen,
-      .fReservedDb = para->fReservedDb,
-      .fKneeLowDb = para->fKneeLowDb,
-      .fKneeHighDb = para->fKneeHighDb,
-      .fSlopeLow = para->fSlopeLow,
-      .fSlopeMid = para->fSlopeMid,
-      .fSlopeHigh = para->fSlopeHigh,
-      .fKneeGainDb = para->fKneeGainDb,
+void qv::post::retune(const AgcPara &para, AgcState &state) {
+  state = {
+      .swAgcEnable = para.swAgcEnable,
+      .swSampleRate = para.swSampleRate,
+      .swFrameLen = para.swFrameLen,
+      .fReservedDb = para.fReservedDb,
+      .fKneeLowDb = para.fKneeLowDb,
+      .fKneeHighDb = para.fKneeHighDb,
+      .fSlopeLow = para.fSlopeLow,
+      .fSlopeMid = para.fSlopeMid,
+      .fSlopeHigh = para.fSlopeHigh,
+      .fKneeGainDb = para.fKneeGainDb,
       .fOffsetLowDb = 0,
       .fOffsetMidDb = 0,
       .fOffsetHighDb = 0,
-      .fGainPrev = 1.f,
-      .swRampLow = para->swRampLow,
-      .swRampMid = para->swRampMid,
-      .swRampHigh = para->swRampHigh,
+      .fGainPrev = state.fGainPrev,
+      .swRampLow = para.swRampLow,
+      .swRampMid = para.swRampMid,
+      .swRampHigh = para.swRampHigh,
   };
-  const auto intercept = [](float knee_db, float slope, float level_db) { return qv::fma(-knee_db, slope, level_db); };
-  const float high_knee_level = para->fKneeHighDb + para->fKneeGainDb;
-  state->fOffsetMidDb = intercept(para->fKneeHighDb, para->fSlopeMid, high_knee_level);
-  state->fOffsetHighDb = intercept(para->fKneeHighDb, para->fSlopeHigh, high_knee_level);
-  const float low_knee_level = qv::fma(para->fKneeLowDb, para->fSlopeMid, state->fOffsetMidDb);
-  state->fOffsetLowDb = intercept(para->fKneeLowDb, para->fSlopeLow, low_knee_level);
+  const auto intercept = [](float knee_db, float slope, float level_db) { return fma(-knee_db, slope, level_db); };
+  const float high_knee_level = para.fKneeHighDb + para.fKneeGainDb;
+  state.fOffsetMidDb = intercept(para.fKneeHighDb, para.fSlopeMid, high_knee_level);
+  state.fOffsetHighDb = intercept(para.fKneeHighDb, para.fSlopeHigh, high_knee_level);
+  const float low_knee_level = fma(para.fKneeLowDb, para.fSlopeMid, state.fOffsetMidDb);
+  state.fOffsetLowDb = intercept(para.fKneeLowDb, para.fSlopeLow, low_knee_level);
+}
+
+void AGC_Init(const AgcPara *para, AgcState *state) {
+  state->fGainPrev = 1.f;
+  qv::post::retune(*para, *state);
 }
 
 void AGC_Destroy(AgcState *) {}

@@ -1,5 +1,3 @@
-#include "qvvoice/post/cng.h"
-
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -9,8 +7,7 @@
 #include "dsp/fma.h"
 #include "dsp/sample.h"
 #include "dsp/smoothing.h"
-#include "qvvoice/dsp/fft.h"
-#include "qvvoice/dsp/filter_bank.h"
+#include "post/stages.h"
 
 namespace {
 
@@ -46,12 +43,12 @@ void follow_level(CngState &st, const float *noise_band, const float *err_band) 
 }
 
 /// The next 2N samples of windowed source noise, overlapping the last by half.
-void draw_noise(CngState &st) {
+void draw_noise(CngState &st, qv::post::NoiseSource &source) {
   const int32_t n = st.swFrameLen;
   const float amplitude = st.fNoiseLevel * st.fNoiseGain;
   std::copy_n(st.pfNoiseBuf + n, n, st.pfNoiseBuf);
   int32_t drawn[QV_MAX_FRAME];
-  std::generate_n(drawn, n, std::rand);
+  source.draw(drawn, n);
   for (int32_t i = 0; i < n; ++i)
     st.pfNoiseBuf[n + i] = float(drawn[i]) * amplitude * rand_scale;
   for (int32_t i = 0; i < 2 * n; ++i)
@@ -60,50 +57,75 @@ void draw_noise(CngState &st) {
 
 /// Gives the source the shape of the band levels. The source has a mean, which the window spreads
 /// over bins 0 and 1 only: both are cleared.
-void shape_noise(CngState &st) {
+void shape_noise(CngState &st, const qv::Services &dsp) {
   const int32_t n = st.swFrameLen;
   float amplitude[QV_MAX_FRAME + 1] = {};
-  filterbank_compute_psd(st.pfBandLevel, amplitude);
-  VOICE_Fft(st.pfFrame, st.pfSpectrum, 2 * n);
+  compute_bins(dsp.bank, st.pfBandLevel, amplitude);
+  dsp.forward(st.pfFrame, st.pfSpectrum, 2 * n);
   qv::apply_bin_gains(st.pfSpectrum, amplitude, n);
   std::fill_n(st.pfSpectrum, 3, 0.f);
   st.pfSpectrum[2 * n - 1] = 0;
-  VOICE_Ifft(st.pfSpectrum, st.pfFrame, 2 * n);
+  dsp.inverse(st.pfSpectrum, st.pfFrame, 2 * n);
 }
 
 } // namespace
 
-void CNG_Init(const CngPara *para, CngState *state) {
-  state->swCngEnable = para->swCngEnable;
-  state->swSampleRate = para->swSampleRate;
-  state->swFrameLen = para->swFrameLen;
-  state->swFftLen = 2 * para->swFrameLen;
-  state->fNoiseLevel = para->fNoiseLevel;
-  state->fNoiseGain = para->fNoiseGain;
-  state->fLevelSmooth = para->fLevelSmooth;
-  state->fEchoWeight = para->fEchoWeight;
-  state->swActive = 0;
-  if (qv::take(*state, owned))
-    qv::hann_window(state->pfWindow, state->swFftLen);
+namespace qv::post {
+
+void NoiseSource::draw(int32_t *out, int32_t count) {
+  if (seed == 0)
+    std::generate_n(out, count, std::rand);
+  else
+    std::generate_n(out, count, [this] { return int32_t(seed = uint32_t(seed * 16807ull % 2147483647)); });
 }
+
+bool init(const CngPara &para, CngState &state) {
+  state.swSampleRate = para.swSampleRate;
+  state.swFrameLen = para.swFrameLen;
+  state.swFftLen = 2 * para.swFrameLen;
+  state.swActive = 0;
+  retune(para, state);
+  if (!take(state, owned))
+    return false;
+  hann_window(state.pfWindow, state.swFftLen);
+  return true;
+}
+
+void retune(const CngPara &para, CngState &state) {
+  state.swCngEnable = para.swCngEnable;
+  state.fNoiseLevel = para.fNoiseLevel;
+  state.fNoiseGain = para.fNoiseGain;
+  state.fLevelSmooth = para.fLevelSmooth;
+  state.fEchoWeight = para.fEchoWeight;
+}
+
+void process(const int16_t *in, int16_t *out, int32_t talk_state, const float *noise_band, const float *err_band,
+             CngState &state, const Services &dsp, NoiseSource &source) {
+  const int32_t n = state.swFrameLen;
+  if (state.swCngEnable == 0) {
+    std::copy_n(in, n, out);
+    return;
+  }
+  state.swActive = talk_state != 0;
+  follow_level(state, noise_band, err_band);
+  if (!state.swActive) {
+    std::copy_n(in, n, out);
+    return;
+  }
+  draw_noise(state, source);
+  shape_noise(state, dsp);
+  to_samples(out, n, [&](int32_t i) { return float(in[i]) + state.pfFrame[i] + state.pfOverlap[i]; });
+  std::copy_n(state.pfFrame + n, n, state.pfOverlap);
+}
+
+} // namespace qv::post
+
+void CNG_Init(const CngPara *para, CngState *state) { qv::post::init(*para, *state); }
 
 void CNG_Destroy(CngState *state) { qv::give_back(*state, owned); }
 
 void CNG_Process(const int16_t *in, int16_t *out, int32_t talkState, const float *noiseBand, const float *errBand,
                  CngState *state) {
-  const int32_t n = state->swFrameLen;
-  if (state->swCngEnable == 0) {
-    std::copy_n(in, n, out);
-    return;
-  }
-  state->swActive = talkState != 0;
-  follow_level(*state, noiseBand, errBand);
-  if (!state->swActive) {
-    std::copy_n(in, n, out);
-    return;
-  }
-  draw_noise(*state);
-  shape_noise(*state);
-  qv::to_samples(out, n, [&](int32_t i) { return float(in[i]) + state->pfFrame[i] + state->pfOverlap[i]; });
-  std::copy_n(state->pfFrame + n, n, state->pfOverlap);
+  qv::post::NoiseSource shared;
+  qv::post::process(in, out, talkState, noiseBand, errBand, *state, qv::process_services, shared);
 }

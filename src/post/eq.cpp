@@ -1,11 +1,9 @@
-#include "qvvoice/post/eq.h"
-
 #include <algorithm>
 
 #include "dsp/arrays.h"
 #include "dsp/fma.h"
 #include "dsp/sample.h"
-#include "qvvoice/dsp/filter_bank.h"
+#include "post/stages.h"
 
 namespace {
 
@@ -34,15 +32,37 @@ void filter_symmetric(const float *x, const float *taps, int32_t tap_count, int1
 
 } // namespace
 
-void EQ_Init(const EqPara *para, EqState *state) {
-  const int32_t half = std::clamp<int32_t>(para->swHalfTapNum, 0, EQ_MAX_HALF_TAPS);
-  state->swEqEnable = para->swEqEnable;
-  state->swFrameLen = para->swFrameLen;
-  state->swTapNum = int16_t(std::max(2 * half - 1, 0));
-  if (!qv::take(*state, owned) || half == 0)
+namespace qv::post {
+
+int32_t tap_count(const EqPara &para) {
+  const int32_t half = std::clamp<int32_t>(para.swHalfTapNum, 0, EQ_MAX_HALF_TAPS);
+  return std::max(2 * half - 1, 0);
+}
+
+bool init(const EqPara &para, EqState &state, int32_t capacity) {
+  state.swFrameLen = para.swFrameLen;
+  state.swTapNum = int16_t(capacity);
+  if (!take(state, owned))
+    return false;
+  design(para, state);
+  return true;
+}
+
+void design(const EqPara &para, EqState &state) {
+  state.swEqEnable = para.swEqEnable;
+  state.swTapNum = int16_t(tap_count(para));
+  if (state.swTapNum == 0)
     return;
-  float *centre = std::copy_n(para->afCoef, half, state->pfCoef);
-  std::reverse_copy(para->afCoef, para->afCoef + half - 1, centre);
+  const int32_t half = (state.swTapNum + 1) / 2;
+  float *centre = std::copy_n(para.afCoef, half, state.pfCoef);
+  std::reverse_copy(para.afCoef, para.afCoef + half - 1, centre);
+  std::fill_n(state.pswHistory, state.swTapNum - 1, int16_t(0));
+}
+
+} // namespace qv::post
+
+void EQ_Init(const EqPara *para, EqState *state) {
+  qv::post::init(*para, *state, qv::post::tap_count(*para));
 }
 
 void EQ_Destroy(EqState *state) { qv::give_back(*state, owned); }

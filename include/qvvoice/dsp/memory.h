@@ -10,7 +10,7 @@ QV_BEGIN_DECLS
 
 /// Zero-filled memory.
 /// @param size  bytes; a negative size fails
-/// @return the block, or null. A failure is also remembered for the initialisation to report.
+/// @return the block, or null
 QV_API void *VOICE_Alloc(int32_t size);
 
 /// Returns a block of VOICE_Alloc; null is ignored.

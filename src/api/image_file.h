@@ -1,0 +1,12 @@
+/// @file image_file.h  A parameter file's words from a file.
+#pragma once
+
+#include "config/fields.h"
+#include "qvvoice/qvvoice.h"
+
+namespace qv::api {
+
+/// Reads the first 500 words, little-endian on any host; a null path cannot be opened.
+QvVoiceStatus read_image(const char *path, config::Image &image);
+
+} // namespace qv::api
