@@ -1,7 +1,12 @@
 # Installation in components: runtime (the library), development (headers, pkg-config, CMake package), tools.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS qvvoice EXPORT qvvoiceTargets
+set(libraries qvvoice)
+if(TARGET qvvoice_static)
+  list(APPEND libraries qvvoice_static)
+endif()
+install(TARGETS ${libraries} EXPORT qvvoiceTargets
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 if(TARGET qvvoice_v3)

@@ -2,7 +2,25 @@
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME qvvoice)
 set(CPACK_PACKAGE_VENDOR "QV Voice developers")
-set(CPACK_PACKAGE_CONTACT "QV Voice developers <maintainers@qvvoice.invalid>")
+# Who builds packages answers for them: DEBFULLNAME and DEBEMAIL, as Debian's own tools read them, else git's identity.
+set(maintainer "$ENV{DEBFULLNAME}")
+set(address "$ENV{DEBEMAIL}")
+if(NOT maintainer)
+  execute_process(COMMAND git config user.name WORKING_DIRECTORY ${PROJECT_SOURCE_DIR} OUTPUT_VARIABLE maintainer
+    OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+endif()
+if(NOT address)
+  execute_process(COMMAND git config user.email WORKING_DIRECTORY ${PROJECT_SOURCE_DIR} OUTPUT_VARIABLE address
+    OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+endif()
+if(NOT maintainer)
+  set(maintainer "QV Voice developers")
+endif()
+if(NOT address)
+  cmake_host_system_information(RESULT address QUERY FQDN)
+  string(PREPEND address root@)
+endif()
+set(CPACK_PACKAGE_CONTACT "${maintainer} <${address}>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${PROJECT_DESCRIPTION})
 set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
 set(CPACK_COMPONENTS_ALL runtime development tools)
@@ -27,7 +45,7 @@ set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "speech processing for voice calls, shar
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libqvvoice-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libqvvoice${QVVOICE_SOVERSION} (= ${PROJECT_VERSION})")
-set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "speech processing for voice calls, headers\n${library_text}\n.\nHeaders, pkg-config file and CMake package.")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "speech processing for voice calls, headers\n${library_text}\n.\nHeaders, static library, pkg-config file, CMake package, texts\nand examples.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME qvvoice)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION sound)
@@ -45,11 +63,29 @@ file(WRITE ${changelog} "qvvoice (${PROJECT_VERSION}) unstable; urgency=medium
  -- ${CPACK_PACKAGE_CONTACT}  Sun, 22 Nov 2026 00:00:00 +0000
 ")
 execute_process(COMMAND gzip -9nf ${changelog})
+file(READ ${PROJECT_SOURCE_DIR}/LICENSE own_licence)
+file(READ ${PROJECT_SOURCE_DIR}/third_party/kissfft/LICENSES/BSD-3-Clause kissfft_licence)
+string(REGEX REPLACE ".*All rights reserved." "Copyright (c) 2003-2010 Mark Borgerding. All rights reserved." kissfft_licence
+  "${kissfft_licence}")
+file(WRITE ${PROJECT_BINARY_DIR}/copyright "QV Voice
+
+${own_licence}
+The library and the tool contain kissfft 131.1.0:
+
+${kissfft_licence}")
 foreach(component RUNTIME DEVELOPMENT TOOLS)
   string(TOLOWER ${component} name)
   set(doc ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${component}_PACKAGE_NAME})
-  install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${doc} RENAME copyright COMPONENT ${name})
+  install(FILES ${PROJECT_BINARY_DIR}/copyright DESTINATION ${doc} COMPONENT ${name})
   install(FILES ${changelog}.gz DESTINATION ${doc} COMPONENT ${name})
 endforeach()
+
+# The texts keep their folders, so that what they and the manual pages call docs/ and examples/ is found.
+set(doc ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${doc} COMPONENT development)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/building.md ${PROJECT_SOURCE_DIR}/docs/integration.md
+  ${PROJECT_SOURCE_DIR}/docs/algorithm.md DESTINATION ${doc}/docs COMPONENT development)
+set(doc ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_TOOLS_PACKAGE_NAME})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${doc} COMPONENT tools)
 
 include(CPack)

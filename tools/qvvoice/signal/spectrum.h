@@ -4,7 +4,7 @@
 #include <complex>
 #include <vector>
 
-#include <kiss_fftr.h>
+#include <kissfft/kiss_fftr.h>
 
 #include "signal/signal.h"
 
