@@ -127,6 +127,12 @@ function numberTable(rows) {
   return create('table', {}, create('thead', {}, create('tr', {}, ...head)), create('tbody', {}, ...rows.map(line)));
 }
 
+/// What is wrong and what to do about it, to stand above the charts.
+function causes(checks) {
+  return checks.filter(check => check.state === 'wrong').map(check =>
+    create('li', {}, create('b', {}, `${check.title}: `), `${check.found}. `, create('span', {}, check.next)));
+}
+
 function diagnosisTable(checks) {
   const row = check => create('tr', {}, create('td', {className: `state ${check.state}`}, stateWords[check.state]),
     create('td', {}, check.title), create('td', {}, check.found), create('td', {}, check.limit), create('td', {}, check.next));
@@ -141,6 +147,7 @@ async function start() {
   byId('made').textContent = data.made;
   byId('verdict').textContent = data.diagnosis.verdict;
   byId('verdict').className = data.diagnosis.state;
+  byId('causes').append(...causes(data.diagnosis.checks));
   byId('headlines').append(...headlines(data.numbers));
   byId('numbers').append(create('h2', {}, 'Measures'), numberTable(data.numbers));
   byId('diagnosis').append(create('h2', {}, 'Diagnosis'), diagnosisTable(data.diagnosis.checks));

@@ -19,7 +19,7 @@ function callRow(call) {
   const name = call.href ? create('a', {href: call.href}, call.name) : call.name;
   const values = data.columns.map((column, k) => valueCell(column, call.values?.[k], call.other?.[k]));
   return create('tr', {}, create('td', {}, name), create('td', {className: `state ${call.state}`}, stateWords[call.state]),
-    ...values, create('td', {className: 'verdict'}, call.message));
+    create('td', {className: 'verdict'}, call.message), ...values);
 }
 
 const byText = key => (a, b) => String(a[key]).localeCompare(b[key]);
@@ -46,8 +46,8 @@ function build() {
   };
   addHead('Call', 'Opens its page', false, byText('name'));
   addHead('State', 'Of its diagnosis', false, byText('state'));
-  data.columns.forEach((column, k) => addHead(column.title, column.meaning, true, byNumber(k)));
   addHead('Verdict', 'Of its diagnosis', false, byText('message'));
+  data.columns.forEach((column, k) => addHead(column.title, column.meaning, true, byNumber(k)));
   byId('table').append(create('table', {}, create('thead', {}, head), body));
 }
 
