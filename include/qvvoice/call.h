@@ -66,11 +66,11 @@ enum QvCallEffects {
   QV_CALL_ECHO_RELEARNED = 4,  ///< the echo canceller's filter has to find the echo again
 };
 
-/// New parameters for a running call, from any thread. Each direction takes them up between two of its frames; of several
-/// replacements the last one counts. No click, no heap, and what was learnt stays: filter, tracked delay, noise levels,
-/// gains. A new equaliser is faded in over three frames. What cannot go on is said in `effects`: switching the canceller,
-/// or a noise reducer whose output is heard without it, pauses that direction; another fixed delay, or tracking switched,
-/// makes the filter learn anew.
+/// New parameters for a running call, from any thread. Each direction takes them up between two of its frames; of
+/// several replacements the last one counts. No click, no heap, and what was learnt stays: filter, tracked delay, noise
+/// levels, gains. A new equaliser is faded in over three frames. What cannot go on is said in `effects`: switching the
+/// canceller, or a noise reducer whose output is heard without it, pauses that direction; another fixed delay, or
+/// tracking switched, makes the filter learn anew.
 /// @param words    [500] as for create, of the same rate
 /// @param effects  null, or written: a sum of QvCallEffects
 QV_API int32_t qv_call_replace_parameters(qv_call *call, const int16_t *words, uint32_t *effects);

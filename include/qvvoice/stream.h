@@ -1,9 +1,9 @@
 /// @file stream.h  A call for blocks of any length, 16-bit or float: exact frames inside.
 ///
-/// Sound systems hand over 10 ms, 128, 441 or 1024 samples, not the frames of a call. A stream cuts them into frames and
-/// gives back as many samples as it got, `frame length - greatest common divisor of frame and block length` samples
-/// later. Nothing is allocated after creation; each direction is a buffer of its own, so the two may run on two threads,
-/// as those of the call.
+/// Sound systems hand over 10 ms, 128, 441 or 1024 samples, not the frames of a call. A stream cuts them into frames
+/// and gives back as many samples as it got, `frame length - greatest common divisor of frame and block length` samples
+/// later. Nothing is allocated after creation; each direction is a buffer of its own, so the two may run on two
+/// threads, as those of the call.
 ///
 /// Float samples: 1.0 is 32768. They are rounded to 16 bits on the way in, those beyond full scale clip, and NaN is 0.
 #ifndef QVVOICE_STREAM_H

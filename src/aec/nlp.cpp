@@ -48,8 +48,7 @@ void measure_powers(AecNlpState &st, const qv::FilterBank &bank) {
   VOICE_PowerSpectrumCcum(st.pfFarSpec, far, st.swFftLen);
   VOICE_PowerSpectrumCcum(st.pfErrSpec, err, st.swFftLen);
   VOICE_PowerSpectrumCcum(st.pfEchoSpec, echo, st.swFftLen);
-  qv::compute_banks<4>(bank,
-                       {{near, st.pfNearBand}, {far, st.pfFarBand}, {err, st.pfErrBand}, {echo, st.pfEchoBand}});
+  qv::compute_banks<4>(bank, {{near, st.pfNearBand}, {far, st.pfFarBand}, {err, st.pfErrBand}, {echo, st.pfEchoBand}});
   smooth(st.pfNearPsd, near, st.swFrameLen + 1);
   smooth(st.pfFarPsd, far, st.swFrameLen + 1);
   smooth(st.pfErrPsd, err, st.swFrameLen + 1);

@@ -59,8 +59,6 @@ void retune_suppressor(const AecNlpPara &para, AecNlpState &st, const FilterBank
 
 } // namespace qv::aec
 
-void AEC_NlpInit(const AecNlpPara *para, AecNlpState *st) {
-  qv::aec::init_suppressor(*para, *st, qv::process_bank);
-}
+void AEC_NlpInit(const AecNlpPara *para, AecNlpState *st) { qv::aec::init_suppressor(*para, *st, qv::process_bank); }
 
 void AEC_NlpDestory(AecNlpState *st) { qv::give_back(*st, owned); }

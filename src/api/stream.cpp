@@ -19,8 +19,8 @@ int16_t to_frame(float x) { return qv::to_sample(x * full_scale); }
 void from_frame(int16_t x, int16_t &out) { out = x; }
 void from_frame(int16_t x, float &out) { out = float(x) / full_scale; }
 
-/// One direction. While a frame fills, the one before it is given back, `grain` samples ahead: the frame's delay is then
-/// N - grain, and no block ever waits for samples.
+/// One direction. While a frame fills, the one before it is given back, `grain` samples ahead: the frame's delay is
+/// then N - grain, and no block ever waits for samples.
 struct Direction {
   int32_t filled = 0; ///< samples of the frame at hand, a multiple of the grain
   int16_t in[2][QV_MAX_FRAME] = {};

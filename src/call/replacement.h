@@ -1,7 +1,7 @@
 /// @file replacement.h  How one direction of a running call goes over to new parameters without a click.
 ///
-/// Tuning is taken over at a frame's beginning; the stages' own averages and ramps make it smooth. A new equaliser, or a
-/// gain control switched on or off, runs beside the old one until its history is filled, then one frame fades across.
+/// Tuning is taken over at a frame's beginning; the stages' own averages and ramps make it smooth. A new equaliser, or
+/// a gain control switched on or off, runs beside the old one until its history is filled, then one frame fades across.
 /// Where a spectral stage comes or goes, and the path's delay with it, the output fades out for one frame, is silent
 /// while the overlapping stages fill, and fades in.
 #pragma once

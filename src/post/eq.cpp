@@ -62,9 +62,7 @@ void design(const EqPara &para, EqState &state) {
 
 } // namespace qv::post
 
-void EQ_Init(const EqPara *para, EqState *state) {
-  qv::post::init(*para, *state, qv::post::tap_count(*para));
-}
+void EQ_Init(const EqPara *para, EqState *state) { qv::post::init(*para, *state, qv::post::tap_count(*para)); }
 
 void EQ_Destroy(EqState *state) { qv::give_back(*state, owned); }
 

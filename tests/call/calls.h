@@ -1,0 +1,40 @@
+/// @file calls.h  Calls under test, freed by themselves.
+#pragma once
+
+#include <memory>
+
+#include "images.h"
+#include "qvvoice/call.h"
+#include "qvvoice/stream.h"
+
+namespace qv::test {
+
+struct Destroy {
+  void operator()(qv_call *call) const { qv_call_destroy(call); }
+  void operator()(qv_stream *stream) const { qv_stream_destroy(stream); }
+};
+using CallPtr = std::unique_ptr<qv_call, Destroy>;
+using StreamPtr = std::unique_ptr<qv_stream, Destroy>;
+
+inline qv_call_config config_of(const Layout &layout, uint32_t seed = 1) {
+  return {sizeof(qv_call_config), layout.rate, layout.frame_len, seed};
+}
+
+inline CallPtr make_call(const Layout &layout, const config::Image &image, uint32_t seed = 1) {
+  const qv_call_config config = config_of(layout, seed);
+  qv_call *call = nullptr;
+  EXPECT_EQ(qv_call_create(&config, image.data(), &call), QV_VOICE_OK);
+  return CallPtr(call);
+}
+
+/// Both directions of a call, the receive output as the reference, frame by frame.
+inline Outputs run(qv_call *call, const Layout &layout, const Call &signals) {
+  Outputs out{Samples(signals.far.size()), Samples(signals.mic.size())};
+  for (size_t at = 0; at < signals.mic.size(); at += size_t(layout.frame_len)) {
+    EXPECT_EQ(qv_call_receive(call, &signals.far[at], &out.played[at]), QV_VOICE_OK);
+    EXPECT_EQ(qv_call_transmit(call, &signals.mic[at], &out.played[at], &out.sent[at]), QV_VOICE_OK);
+  }
+  return out;
+}
+
+} // namespace qv::test
