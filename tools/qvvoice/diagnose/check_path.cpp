@@ -89,6 +89,23 @@ std::vector<GainStep> gain_steps(const Windows &all) {
   return steps;
 }
 
+/// "the echo runs 8.84 % fast: 44.1 kHz played as 48 kHz?" @param speed  of the echo against the reference
+std::string speed_text(double speed) {
+  constexpr std::pair<double, double> mistakes[] = {{44.1, 48},    {8, 16},      {16, 48},   {32, 48},
+                                                    {22.05, 44.1}, {11.025, 16}, {16, 22.05}}; // kHz, and its inverse
+  constexpr double near = 0.002;
+  const std::string runs =
+      std::abs(speed - 2) < near ? "twice as fast as the reference"
+      : std::abs(speed - 0.5) < near
+          ? "at half the speed of the reference"
+          : fmt::format("{:.2f} % {} against the reference", 100 * std::abs(speed - 1), speed > 1 ? "fast" : "slow");
+  for (const auto &[one, other] : mistakes)
+    for (const auto &[made, played] : {std::pair(one, other), std::pair(other, one)})
+      if (std::abs(speed * made / played - 1) < near)
+        return fmt::format("the echo runs {}: {} kHz played as {} kHz?", runs, made, played);
+  return fmt::format("the echo runs {}", runs);
+}
+
 } // namespace
 
 Check check_order(const Evidence &evidence) {
@@ -185,18 +202,26 @@ Check check_steady_delay(const Evidence &evidence) {
 
 Check check_drift(const Evidence &evidence) {
   constexpr double most_ppm = 20; // 1 ms in 50 s; a filter that has to follow faster loses depth
+  const double clock = evidence.alignment.clock;
+  const bool apart = clock != 1;
   Check check{"drift", "Clocks"};
   check.limit = fmt::format("a drift of at most {:.0f} ppm", most_ppm);
-  check.numbers["drift_ppm"] = nullptr;
-  if (!evidence.delay.drift_ppm) {
+  check.numbers = {{"drift_ppm", nullptr}, {"echo_speed", nullptr}};
+  if (!evidence.delay.drift_ppm && !apart) {
     check.found = "could not be measured: it takes 10 s of echo at one delay";
     return check;
   }
-  const double drift = *evidence.delay.drift_ppm;
-  check.numbers["drift_ppm"] = drift;
+  const double total = clock * (1 + 1e-6 * evidence.delay.drift_ppm.value_or(0)), drift = 1e6 * (total - 1);
+  check.numbers = {{"drift_ppm", drift}, {"echo_speed", 1 / total}};
+  check.state = std::abs(drift) <= most_ppm ? State::ok : State::wrong;
+  if (std::abs(drift) >= 5000) {
+    check.found = speed_text(1 / total);
+    check.next = "Playback, capture and the two files must have one sample rate: look for a rate that is set wrong or "
+                 "a conversion that is left out.";
+    return check;
+  }
   check.found = fmt::format("the delay {} by {:.1f} ppm ({:.2f} ms per minute)", drift < 0 ? "shrinks" : "grows",
                             std::abs(drift), 0.06 * std::abs(drift));
-  check.state = std::abs(drift) <= most_ppm ? State::ok : State::wrong;
   if (check.state == State::wrong)
     check.next = "Playback and capture run from different clocks. Use one clock, or resample the reference to the "
                  "capture clock before it is handed over.";

@@ -133,7 +133,8 @@ Check check_echo_present(const Evidence &evidence) {
   }
   if (evidence.delay.points.empty()) {
     check.state = State::wrong;
-    check.found = "the microphone holds no echo of this reference, at no delay from -1 to 2 s";
+    check.found = "no echo of this reference in the microphone, at no delay from -1 to 2 s: another call, or another "
+                  "loudspeaker?";
     check.next =
         "If an echo is heard, this reference is not what the loudspeaker played: take it after every mixer, "
         "volume and effect. If none is heard (a headset, a loudspeaker that is off), there is nothing to cancel.";

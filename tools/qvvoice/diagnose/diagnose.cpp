@@ -11,9 +11,9 @@ namespace qv::tool::diagnose {
 namespace {
 
 constexpr Check (*all_checks[])(const Evidence &) = {
-    check_reference,    check_microphone,  check_same_recording, check_echo_present,  check_order,    check_reach,
-    check_steady_delay, check_drift,       check_volume,         check_clipping,      check_levels,   check_processed,
-    check_canceller_on, check_delay_found, check_filter,         check_residual_echo, check_near_end,
+    check_reference,    check_microphone,   check_same_recording, check_echo_present,  check_drift,    check_order,
+    check_reach,        check_steady_delay, check_volume,         check_clipping,      check_levels,   check_processed,
+    check_canceller_on, check_delay_found,  check_filter,         check_residual_echo, check_near_end,
 };
 
 std::string verdict_of(const std::vector<Check> &checks) {

@@ -5,23 +5,11 @@
 #include <vector>
 
 #include "call/run.h"
+#include "diagnose/alignment.h"
+#include "diagnose/delay_history.h"
 #include "diagnose/echo_model.h"
 
 namespace qv::tool::diagnose {
-
-/// The delay of the echo over the recording, less windows that disagree with both neighbours.
-struct DelayHistory {
-  struct Jump {
-    double time;     ///< s
-    double from, to; ///< s
-  };
-  std::vector<DelayPoint> points;
-  std::vector<Jump> jumps;              ///< more than 2 ms at once
-  double low = 0, median = 0, high = 0; ///< s: 10th, 50th and 90th percentile; of no meaning without points
-  std::optional<double> drift_ppm;      ///< slope between the jumps; nothing from less than 10 s in one piece
-};
-
-DelayHistory delay_history(const std::vector<DelayPoint> &points);
 
 struct Evidence {
   using Trace = std::vector<QvVoiceTrace>;
@@ -36,7 +24,8 @@ struct Evidence {
   const Trace &trace;
   Signal mic, ref, out;      ///< of one length
   double ref_active_seconds; ///< in library frames with a peak that the library takes for sound
-  DelayHistory delay;
+  Alignment alignment;       ///< the reference on the microphone's clock
+  DelayHistory delay;        ///< behind that reference
   EchoModel echo;
   std::vector<double> out_blocks; ///< power of the output in echo.blocks
   double floor;                   ///< power of the microphone's quiet blocks

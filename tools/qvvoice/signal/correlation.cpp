@@ -40,13 +40,16 @@ std::vector<DelayPoint> delay_points(SignalView signal, SignalView reference, in
     const SignalView by = reference.subspan(begin, window);
     const Signal part = excerpt(signal, std::ptrdiff_t(begin) + first, window + lags);
     const Signal correlation = correlate(transform, part, by);
-    const auto peak = size_t(std::ranges::max_element(correlation.begin(), correlation.begin() + std::ptrdiff_t(lags)) -
-                             correlation.begin());
+    const auto height = [](double value) { return std::abs(value); }; // either polarity
+    const auto peak =
+        size_t(std::ranges::max_element(correlation.begin(), correlation.begin() + std::ptrdiff_t(lags), {}, height) -
+               correlation.begin());
     const double rms = std::sqrt(power(SignalView(correlation).first(lags)));
-    const double strength = rms > 0 ? correlation[peak] / rms : 0;
+    const double strength = rms > 0 ? std::abs(correlation[peak]) / rms : 0;
     if (strength < search.least_strength || peak == 0 || peak + 1 >= lags)
       continue;
-    const double top = parabola_top(correlation[peak - 1], correlation[peak], correlation[peak + 1]);
+    const double top =
+        parabola_top(std::abs(correlation[peak - 1]), std::abs(correlation[peak]), std::abs(correlation[peak + 1]));
     points.push_back(
         {(double(begin) + double(window) / 2) / rate, (double(first) + double(peak) + top) / rate, strength});
   }
