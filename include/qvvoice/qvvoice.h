@@ -1,7 +1,12 @@
 /// @file qvvoice.h  What an application includes: one call per frame and direction.
 ///
-/// One process serves one transmit and one receive stream. All calls are made from one thread at a
-/// time; none blocks, prints, locks or (but for initialisation and tear-down) touches the heap.
+/// One transmit and one receive stream for the whole process; for more, and for parameters replaced while a call runs,
+/// see call.h; for blocks of other lengths than a frame, stream.h.
+///
+/// Threads. One thread may transmit while another receives, and any number read the trace; no frame blocks, prints, locks
+/// or touches the heap, with one exception: comfort noise is drawn from the C library's rand(), whose lock any other
+/// thread of the process may hold (the calls of call.h have a generator of their own). Forbidden is initialisation or
+/// tear-down while any other function runs, and two calls of the same direction at the same time.
 ///
 /// Frames are mono signed 16-bit PCM of `frameLen` samples: 128 or 160 at 8000 Hz, 256 or 320 at
 /// 16000 Hz (16 or 20 ms).
@@ -27,26 +32,29 @@ enum QvVoiceStatus {
 };
 
 /// Reads the parameter file and initialises both paths. A second initialisation first releases what
-/// the first one took.
+/// the first one took, and so does one that is refused: a failed initialisation holds nothing.
 /// @param path        NUL-terminated path of a file of at least 500 little-endian 16-bit words
 /// @param sampleRate  8000 or 16000, in Hz
 /// @param frameLen    128 or 160 at 8000 Hz, 256 or 320 at 16000 Hz, in samples
 /// @return a QvVoiceStatus. A failure is kept: frame calls and tear-down return it until an
 ///         initialisation succeeds.
-/// @note A file whose word 9 is not 1111 converts nothing: the values of the last converted file
-///       hold, with its rate and frame length; if there was none, frame calls return 0 and leave
-///       their buffers alone.
+/// @note A file whose word 9 is not 1111 converts nothing and `sampleRate` and `frameLen` are then not looked at: the
+///       values of the last converted file hold, with its rate and frame length, and frames have that length, whatever
+///       was asked for. If there was none, frame calls return 0 and leave their buffers alone.
 QV_API int32_t QV_VOICE_Init(const char *path, int32_t sampleRate, int32_t frameLen);
 
 /// The same initialisation from 500 words in memory (firmware that keeps them in flash).
 /// @param image  [500] words in the host's byte order, not kept
+/// @return as above; QV_VOICE_REFUSED also for an image whose word 9 is not 1111 when the layout asked for is not served,
+///         or is another one than that of the last converted values
 QV_API int32_t QV_VOICE_InitImage(const int16_t *image, int32_t sampleRate, int32_t frameLen);
 
 /// One transmit frame: noise reduction, echo cancellation, AGC, equaliser, comfort noise.
 /// @param mic    [frameLen] near-end microphone, read only
 /// @param ref    [frameLen] what was just handed to the loudspeaker, read only
-/// @param out    [frameLen] the frame to send, not `ref`. `mic` only while the echo canceller is off:
-///               it reads `mic` after the noise reducer has written `out`.
+/// @param out    [frameLen] the frame to send, not `ref`. It should be `mic` only while the echo canceller is off: this
+///               function does not refuse it, but the canceller reads `mic` after the noise reducer has written `out`,
+///               and then works on its output (`qv_call_transmit` refuses it)
 /// @param count  not read: the frame length of the initialisation holds
 /// @return 0, the stored failure, QV_VOICE_NOT_READY or QV_VOICE_BAD_ARGUMENT (buffers untouched)
 QV_API int32_t QV_VOICE_ProcessTx(const int16_t *mic, const int16_t *ref, int16_t *out, uint32_t count);
@@ -82,7 +90,7 @@ QV_API int32_t QV_VOICE_GetLatency(int32_t *tx, int32_t *rx);
 /// One path's noise reducer in its last frame.
 typedef struct QvVoiceNoiseTrace {
   float noise_db;        ///< mean noise power of the bands, 10 log10, 16-bit scale; -100 when none
-  float mean_gain;       ///< mean band gain, 0..1; 1 while off
+  float mean_gain;       ///< mean band gain, linear, 0 and up; the log-spectral estimator lifts bands above 1; 1 while off
   float speech_presence; ///< mean probability of speech over the bands, 0..1; 1 while off
 } QvVoiceNoiseTrace;
 

@@ -17,7 +17,7 @@ make -s -C "$examples/pkg_config" CC="$cc" OUT="$work/by_pkg_config"
 "$cmake" --build "$work/build" >/dev/null
 
 export LD_LIBRARY_PATH="$prefix/$libdir"
-for program in by_pkg_config build/minimal; do
+for program in by_pkg_config build/minimal build/bridge; do
   ldd "$work/$program" | grep -F "libqvvoice.so.1 => $prefix/$libdir/"
   "$work/$program"
 done

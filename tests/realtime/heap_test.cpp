@@ -3,9 +3,12 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <functional>
 
 #include "images.h"
+#include "qvvoice/call.h"
 #include "qvvoice/dsp/memory.h"
+#include "qvvoice/stream.h"
 
 extern "C" {
 void *__libc_malloc(size_t);
@@ -110,6 +113,91 @@ TEST(Heap, no_frame_call_touches_it) {
     EXPECT_EQ(failed, 0) << layout;
     EXPECT_GT(talk_states, 2) << "the call has silence and speech";
   }
+  EXPECT_EQ(QV_VOICE_Destory(), QV_VOICE_OK);
+}
+
+// The same for a call of one's own behind a stream of odd blocks, with parameters replaced all the time.
+TEST(Heap, no_frame_of_a_call_or_stream_touches_it) {
+  for (const Layout &layout : all_layouts) {
+    const Call signals(layout, 100);
+    auto image = busy_image(layout.rate);
+    const qv_call_config config = {sizeof config, layout.rate, layout.frame_len, 1};
+    qv_call *call = nullptr;
+    qv_stream *stream = nullptr;
+    ASSERT_EQ(qv_call_create(&config, image.data(), &call), QV_VOICE_OK);
+    ASSERT_EQ(qv_stream_create(call, 0, &stream), QV_VOICE_OK);
+    constexpr size_t block = 111;
+    float in[block], out[block];
+    int32_t failed = 0;
+    size_t replaced = 0;
+    const Armed scope;
+    for (size_t at = 0; at + block <= signals.far.size(); at += block) {
+      std::copy_n(&signals.mic[at], block, in);
+      failed |= qv_stream_transmit_float(stream, in, in, out, block);
+      failed |= qv_stream_receive_float(stream, in, out, block);
+      if (at / block % 20 != 0)
+        continue;
+      const size_t switches[] = {10, 110, 160, 301};
+      image[switches[replaced % 4]] = int16_t(replaced / 4 % 2);
+      failed |= qv_call_replace_parameters(call, image.data(), nullptr);
+      ++replaced;
+    }
+    watch.armed = false;
+    qv_stream_destroy(stream);
+    qv_call_destroy(call);
+    EXPECT_EQ(watch.calls, 0) << layout;
+    EXPECT_EQ(failed, 0) << layout;
+    EXPECT_GT(replaced, 4u) << layout;
+  }
+}
+
+// Wherever memory runs out, a creation says so and holds nothing, and a call beside it goes on as if alone.
+TEST(Heap, creation_survives_the_failure_of_any_allocation) {
+  const Layout &layout = all_layouts[3];
+  const auto image = busy_image(layout.rate);
+  const qv_call_config config = {sizeof config, layout.rate, layout.frame_len, 1};
+  const Call signals(layout, 4000);
+  qv_call *beside = nullptr, *alone = nullptr, *call = nullptr;
+  ASSERT_EQ(qv_call_create(&config, image.data(), &beside), QV_VOICE_OK);
+  ASSERT_EQ(qv_call_create(&config, image.data(), &alone), QV_VOICE_OK);
+  int64_t failures = 0;
+  for (size_t at = 0; !call; ++failures, at += 320) {
+    const Armed scope(failures);
+    const int32_t status = qv_call_create(&config, image.data(), &call);
+    watch.armed = false;
+    ASSERT_EQ(status, call ? QV_VOICE_OK : QV_VOICE_OUT_OF_MEMORY) << failures;
+    ASSERT_TRUE(call || watch.live == 0) << failures;
+    int16_t out[2][320];
+    ASSERT_EQ(qv_call_transmit(beside, &signals.mic[at], &signals.far[at], out[0]), QV_VOICE_OK);
+    ASSERT_EQ(qv_call_transmit(alone, &signals.mic[at], &signals.far[at], out[1]), QV_VOICE_OK);
+    ASSERT_TRUE(std::equal(out[0], out[0] + 320, out[1]));
+  }
+  EXPECT_GT(failures, 100);
+  for (qv_call *made : {beside, alone, call})
+    qv_call_destroy(made);
+}
+
+// An initialisation that is refused, for whatever reason, holds nothing of the one before.
+TEST(Heap, refused_initialisation_keeps_nothing) {
+  auto image = busy_image(16000), unmarked = image, other_rate = image;
+  unmarked[9] = 0;
+  other_rate[0] = 8000;
+  const auto refused = {
+      std::function([&] { return QV_VOICE_InitImage(nullptr, 16000, 320); }),
+      std::function([&] { return QV_VOICE_InitImage(other_rate.data(), 16000, 320); }),
+      std::function([&] { return QV_VOICE_InitImage(unmarked.data(), 16000, 256); }),
+      std::function([&] { return QV_VOICE_InitImage(unmarked.data(), 16000, 100); }),
+      std::function([&] { return QV_VOICE_Init("/nowhere/at.all", 16000, 320); }),
+  };
+  for (const auto &initialise : refused) {
+    const Armed scope;
+    ASSERT_EQ(QV_VOICE_InitImage(image.data(), 16000, 320), QV_VOICE_OK);
+    EXPECT_GT(watch.live, 100);
+    EXPECT_NE(initialise(), QV_VOICE_OK);
+    EXPECT_EQ(watch.live, 0);
+  }
+  ASSERT_EQ(QV_VOICE_InitImage(image.data(), 16000, 320), QV_VOICE_OK);
+  EXPECT_EQ(QV_VOICE_InitImage(unmarked.data(), 16000, 320), QV_VOICE_OK); // the layout held
   EXPECT_EQ(QV_VOICE_Destory(), QV_VOICE_OK);
 }
 
