@@ -13,14 +13,15 @@
 namespace qv {
 
 template <class Record> class Published {
-  static_assert(std::is_trivially_copyable_v<Record> && sizeof(Record) % sizeof(uint32_t) == 0);
+  static_assert(std::is_trivially_copyable_v<Record>);
 
 public:
   /// By one thread at a time.
   void write(const Record &record) {
     const uint32_t before = sequence_.load(std::memory_order_relaxed);
     sequence_.store(before + 1, std::memory_order_relaxed);
-    std::array<uint32_t, words> raw;
+    std::array<uint64_t, words> raw;
+    raw.back() = 0; // the record may end inside it
     std::memcpy(raw.data(), &record, sizeof record);
     for (size_t i = 0; i < words; ++i)
       words_[i].store(raw[i], std::memory_order_release); // who sees a word sees the odd sequence before it
@@ -30,7 +31,7 @@ public:
   /// Any number of threads. @return false when a write came between: `record` is untouched
   bool try_read(Record &record) const {
     const uint32_t before = sequence_.load(std::memory_order_acquire);
-    std::array<uint32_t, words> raw;
+    std::array<uint64_t, words> raw;
     for (size_t i = 0; i < words; ++i)
       raw[i] = words_[i].load(std::memory_order_acquire);
     if (before % 2 != 0 || sequence_.load(std::memory_order_relaxed) != before)
@@ -51,9 +52,9 @@ public:
   uint32_t version() const { return sequence_.load(std::memory_order_acquire); }
 
 private:
-  static constexpr size_t words = sizeof(Record) / sizeof(uint32_t);
+  static constexpr size_t words = (sizeof(Record) + sizeof(uint64_t) - 1) / sizeof(uint64_t);
   std::atomic<uint32_t> sequence_{0};
-  std::array<std::atomic<uint32_t>, words> words_{};
+  std::array<std::atomic<uint64_t>, words> words_{};
 };
 
 } // namespace qv

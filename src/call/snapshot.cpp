@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "qvvoice/dsp/vector.h"
+
 namespace qv {
 
 namespace {
@@ -25,12 +27,12 @@ QvVoiceNoiseTrace noise_trace(const NoiseSnapshot &snapshot) {
   if (snapshot.bands == 0)
     return {no_level_db, 1.f, 1.f};
   const auto bands = float(snapshot.bands);
-  float power = 0, gain = 0, presence = 0;
+  float gain = 0, presence = 0;
   for (int32_t b = 0; b < snapshot.bands; ++b) {
-    power += snapshot.noise[b];
     gain += snapshot.gain[b];
     presence += band_presence(snapshot.gain[b], snapshot.gain_present[b], snapshot.gain_floor);
   }
+  const float power = snapshot.noise_power;
   return {power > 0 ? 10.f * std::log10(power / bands) : no_level_db, gain / bands, presence / bands};
 }
 
@@ -42,7 +44,7 @@ void take_snapshot(const AnrState &state, NoiseSnapshot &snapshot) {
     return;
   const AnrEnhance &enh = state.stEnhance;
   snapshot.gain_floor = enh.fGainMin;
-  std::copy_n(enh.pfNoiseBand, snapshot.bands, snapshot.noise);
+  snapshot.noise_power = VOICE_VecSum(enh.pfNoiseBand, snapshot.bands);
   std::copy_n(enh.pfGain, snapshot.bands, snapshot.gain);
   std::copy_n(enh.pfGainH1, snapshot.bands, snapshot.gain_present);
 }

@@ -12,9 +12,9 @@ namespace qv {
 
 /// One path's noise reducer after a frame; arrays [bands].
 struct NoiseSnapshot {
-  int32_t bands = 0; ///< 0 while off, and before the first frame
+  int32_t bands = 0;     ///< 0 while off, and before the first frame
+  float noise_power = 0; ///< sum over the bands
   float gain_floor = 0;
-  float noise[QV_MAX_BANDS] = {};
   float gain[QV_MAX_BANDS] = {};
   float gain_present[QV_MAX_BANDS] = {};
 };
