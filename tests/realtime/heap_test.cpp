@@ -1,6 +1,8 @@
 // The heap as the library sees it: this program's allocator stands in front of the C library's, counts what happens
 // while it is armed, and fails when told to.
 
+#include <malloc.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <functional>
@@ -175,6 +177,25 @@ TEST(Heap, creation_survives_the_failure_of_any_allocation) {
   EXPECT_GT(failures, 100);
   for (qv_call *made : {beside, alone, call})
     qv_call_destroy(made);
+}
+
+// A gateway's worth of calls, taken and returned. The size of one depends on its layout, not on its parameters.
+TEST(Heap, a_thousand_calls_leave_nothing) {
+  const Layout &layout = all_layouts[3];
+  const auto image = qv::config::default_image(layout.rate);
+  const qv_call_config config = {sizeof config, layout.rate, layout.frame_len, 1};
+  std::vector<qv_call *> calls(1000);
+  const Armed scope;
+  int32_t failed = 0;
+  for (qv_call *&call : calls)
+    failed |= qv_call_create(&config, image.data(), &call);
+  const size_t bytes = mallinfo2().uordblks / calls.size();
+  for (qv_call *call : calls)
+    qv_call_destroy(call);
+  EXPECT_EQ(failed, 0);
+  EXPECT_EQ(watch.live, 0);
+  EXPECT_GT(bytes, 100'000u);
+  EXPECT_LT(bytes, 600'000u);
 }
 
 // An initialisation that is refused, for whatever reason, holds nothing of the one before.
