@@ -67,7 +67,7 @@ TEST(ConvertRate, keeps_level_place_and_length) {
     return samples;
   };
   for (const auto &[from, to] : {std::pair{44100, 16000}, {8000, 16000}, {48000, 8000}}) {
-    Recording recording{{from, tone(from)}, 1, from, 0};
+    Recording recording{{from, tone(from)}, 1, from, 0, ""};
     convert_rate(recording, to);
     const Samples &got = recording.audio.samples, expected = tone(to);
     ASSERT_EQ(got.size(), expected.size());
