@@ -165,7 +165,9 @@ void add_command(CLI::App &app, const char *name, const char *help, const char *
   command->callback([options, run] { run(*options); });
 }
 
-void add_file(CLI::App &command, Options &options) { command.add_option("FILE", options.file, file_help)->type_name("FILE")->required(); }
+void add_file(CLI::App &command, Options &options) {
+  command.add_option("FILE", options.file, file_help)->type_name("FILE")->required();
+}
 
 void add_out(CLI::App &command, Options &options) {
   command.add_option("-o,--out", options.out, "file to write; standard output without it")->type_name("FILE");
@@ -224,7 +226,9 @@ void add_para(CLI::App &app) {
   add_command(para, "plot", "Pictures: level curves, equaliser responses, detector knees", "my.toml --out plots",
               run_plot, [](CLI::App &command, Options &options) {
                 add_file(command, options);
-                command.add_option("-o,--out", options.out, "folder for the three SVG files")->type_name("DIR")->required();
+                command.add_option("-o,--out", options.out, "folder for the three SVG files")
+                    ->type_name("DIR")
+                    ->required();
               });
 }
 
