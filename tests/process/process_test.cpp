@@ -67,7 +67,7 @@ TEST(ConvertRate, keeps_level_place_and_length) {
     return samples;
   };
   for (const auto &[from, to] : {std::pair{44100, 16000}, {8000, 16000}, {48000, 8000}}) {
-    Recording recording{{from, tone(from)}, 1, from, 0};
+    Recording recording{{from, tone(from)}, 1, from, 0, ""};
     convert_rate(recording, to);
     const Samples &got = recording.audio.samples, expected = tone(to);
     ASSERT_EQ(got.size(), expected.size());
@@ -96,6 +96,44 @@ TEST_F(AudioFile, what_cannot_be_used_is_refused_with_the_reason) {
     EXPECT_NE(said.find(reason), std::string::npos) << source.path << ": " << said;
     EXPECT_TRUE(said.starts_with(source.path)) << said;
   }
+}
+
+std::string number(uint64_t value, int bytes) {
+  std::string text;
+  for (int i = 0; i < bytes; ++i)
+    text += char(value >> 8 * i);
+  return text;
+}
+
+// Untrue sizes would keep a reader busy for minutes: behind the samples they change nothing, before them they are
+// refused.
+TEST_F(AudioFile, only_format_and_samples_of_a_wav_file_count) {
+  const Samples expected = {1, -2, 300, -400};
+  const std::string whole = bytes_of(put_wav("whole.wav", 8000, expected));
+  const std::string format = whole.substr(12, 24), samples = whole.substr(44);
+  const std::string list = "LIST" + number(0xfffffff0, 4) + "INFOINAM" + number(0x7fffffff, 4);
+  const auto rf64 = [&](const std::string &between, uint64_t promised) {
+    return "RF64" + number(0xffffffff, 4) + "WAVEds64" + number(28, 4) + number(0, 8) + number(promised, 8) +
+           number(4, 8) + number(0, 4) + between + "data" + number(0xffffffff, 4) + samples;
+  };
+  const std::string at_end = whole.substr(0, 12) + "data" + number(8, 4) + samples + format;
+  for (const std::string &bytes : {whole + list, rf64(format, 8), rf64(format, 8) + list, at_end})
+    EXPECT_EQ(read_audio({.path = put("a.wav", bytes)}).audio.samples, expected) << bytes.substr(0, 4);
+  for (const auto &[bytes, reason] :
+       {std::pair(rf64(list + format, 8), "promises 4294967280 bytes"),
+        {rf64(format, 10), "promises 10 bytes of samples, 8 are there"},
+        {whole.substr(0, 12) + "data" + number(8, 4) + samples, "without its part 'fmt '"}}) {
+    const std::string said = refusal([&] { read_audio({.path = put("b.wav", bytes)}); });
+    EXPECT_NE(said.find(reason), std::string::npos) << said;
+  }
+}
+
+TEST_F(AudioFile, rates_and_lengths_that_cannot_be_converted_are_refused) {
+  for (const int rate : {999, 1000, 768000, 768001})
+    EXPECT_EQ(refusal([&] { read_audio({.path = put_wav("rate.wav", rate, {1})}); }).empty(),
+              rate >= 1000 && rate <= 768000);
+  Recording recording = read_audio({.path = put_wav("one.wav", 48000, {1})});
+  EXPECT_NE(refusal([&] { convert_rate(recording, 16000); }).find("one.wav: too short: 1 samples"), std::string::npos);
 }
 
 // The decoder reports some cuts and takes others for the end.
@@ -129,7 +167,7 @@ TEST_F(OutputFiles, appears_whole_on_commit_and_not_before_through_a_link_too) {
 
 TEST_F(OutputFiles, a_signal_leaves_no_half_file) {
   const std::string place = put("result", "old");
-  for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
+  for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPIPE, SIGXCPU}) {
     const auto die_while_writing = [&] {
       OutputFile first(place), second(at("other"));
       first.write("half");

@@ -141,7 +141,7 @@ void write_pages(const CLI::App &app, const std::string &folder) {
 void add_manual(CLI::App &app) {
   const auto folder = std::make_shared<std::string>();
   CLI::App *verb = app.add_subcommand("manual", "Writes manual pages and shell completion")->group("");
-  verb->add_option("--out", *folder, "Folder of the results, made when missing")->type_name("DIR")->required();
+  verb->add_option("-o,--out", *folder, "Folder of the results, made when missing")->type_name("DIR")->required();
   verb->callback([&app, folder] {
     std::filesystem::create_directories(*folder);
     write_pages(app, *folder);

@@ -51,6 +51,8 @@ Json measure_one(const Options &options, const std::string &out) {
 /// @param out  folder of outputs that were made elsewhere; empty: the library runs, at every frame length
 Json measure_set(const Options &options, const std::string &out) {
   std::vector<measure::Job> jobs;
+  for (const std::string &para : options.para)
+    warn_about(para); // what the jobs say is not heard
   for (const std::string &folder : measure::recording_folders(options.recordings.set)) {
     const std::string name = std::filesystem::relative(folder, options.recordings.set).string();
     if (!out.empty()) {
@@ -124,7 +126,7 @@ void add_measure(CLI::App &app) {
   CLI::Option_group *what = add_recordings(*verb, options->recordings);
   CLI::Option *set = what->get_option("--set");
   what->add_flag("--list", options->list, "List the measures");
-  CLI::Option *out = verb->add_option("--out", options->out,
+  CLI::Option *out = verb->add_option("-o,--out", options->out,
                                       "Measure this output instead of running the library; with --set a folder of "
                                       "NAME.wav or NAME/out.wav")
                          ->type_name("FILE");

@@ -165,10 +165,12 @@ void add_command(CLI::App &app, const char *name, const char *help, const char *
   command->callback([options, run] { run(*options); });
 }
 
-void add_file(CLI::App &command, Options &options) { command.add_option("FILE", options.file, file_help)->required(); }
+void add_file(CLI::App &command, Options &options) {
+  command.add_option("FILE", options.file, file_help)->type_name("FILE")->required();
+}
 
 void add_out(CLI::App &command, Options &options) {
-  command.add_option("--out", options.out, "file to write; standard output without it");
+  command.add_option("-o,--out", options.out, "file to write; standard output without it")->type_name("FILE");
 }
 
 } // namespace
@@ -191,7 +193,7 @@ void add_para(CLI::App &app) {
   add_command(para, "pack", "A text into the packed words that the library reads", "my.toml --out my.para", run_pack,
               [](CLI::App &command, Options &options) {
                 add_file(command, options);
-                command.add_option("--out", options.out, "packed file to write")->required();
+                command.add_option("-o,--out", options.out, "packed file to write")->type_name("FILE")->required();
                 command.add_flag("--force", options.force, "pack although the check finds errors");
               });
   add_command(para, "show", "Every value as text; `pack` makes the same words of it", "my.para", run_show,
@@ -208,8 +210,8 @@ void add_para(CLI::App &app) {
               });
   add_command(para, "diff", "What differs, in physical units; status 1 when something does",
               "balanced-16k-20ms my.toml", run_diff, [](CLI::App &command, Options &options) {
-                command.add_option("A", options.file, file_help)->required();
-                command.add_option("B", options.other, file_help)->required();
+                command.add_option("A", options.file, file_help)->type_name("FILE")->required();
+                command.add_option("B", options.other, file_help)->type_name("FILE")->required();
                 command.add_flag("--json", options.json, "as JSON");
               });
   add_command(para, "fields", "Every key with its range, unit, default and meaning", "tx.agc", run_fields,
@@ -224,7 +226,9 @@ void add_para(CLI::App &app) {
   add_command(para, "plot", "Pictures: level curves, equaliser responses, detector knees", "my.toml --out plots",
               run_plot, [](CLI::App &command, Options &options) {
                 add_file(command, options);
-                command.add_option("--out", options.out, "folder for the three SVG files")->required();
+                command.add_option("-o,--out", options.out, "folder for the three SVG files")
+                    ->type_name("DIR")
+                    ->required();
               });
 }
 

@@ -72,9 +72,14 @@ void add_inputs(CLI::App &verb, Options &options) {
 
 void add_results(CLI::App &verb, Options &options) {
   const std::string group = "Results";
-  verb.add_option("--out", options.out, "Transmit result, 16-bit WAV")->group(group);
-  verb.add_option("--played", options.played, "Receive result, 16-bit WAV")->group(group)->needs("--far");
-  verb.add_option("--trace", options.trace, "What the library did in every frame, CSV")->group(group);
+  verb.add_option("-o,--out", options.out, "Transmit result, 16-bit WAV")->type_name("FILE")->group(group);
+  verb.add_option("--played", options.played, "Receive result, 16-bit WAV")
+      ->type_name("FILE")
+      ->group(group)
+      ->needs("--far");
+  verb.add_option("--trace", options.trace, "What the library did in every frame, CSV")
+      ->type_name("FILE")
+      ->group(group);
   for (const char *file : {"--out", "--played", "--trace"})
     verb.get_option(file)->type_name("FILE");
   verb.add_flag("--json", options.json, "Print the summary as JSON")->group(group);

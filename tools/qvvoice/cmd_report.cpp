@@ -153,7 +153,7 @@ void add_report(CLI::App &app) {
   CLI::App *verb = app.add_subcommand("report", "Shows a call, or a set of calls, on self-contained pages");
   verb->footer(examples);
   add_recordings(*verb, options->recordings);
-  verb->add_option("--out", options->out, "The page; with --set the folder of the pages, made when missing")
+  verb->add_option("-o,--out", options->out, "The page; with --set the folder of the pages, made when missing")
       ->type_name("PATH")
       ->required();
   verb->add_option("--para", options->para,

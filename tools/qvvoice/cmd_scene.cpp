@@ -93,7 +93,7 @@ void add_scene(CLI::App &app) {
       ->needs(draw)
       ->transform(CLI::CheckedTransformer(
           std::map<std::string, scene::Part>{{"tune", scene::Part::tune}, {"check", scene::Part::check}}));
-  verb->add_option("--out", options->out, "Folder of the results, made when missing")->type_name("DIR")->required();
+  verb->add_option("-o,--out", options->out, "Folder of the results, made when missing")->type_name("DIR")->required();
   verb->add_option("--rate", options->rates, "Hz (8000 and 16000)")->check(CLI::IsMember({8000, 16000}));
   verb->callback([options] { make_scenes(*options); });
 }

@@ -133,7 +133,7 @@ void add_tune(CLI::App &app) {
           ->type_name("DIR")
           ->needs(echo);
   echo->needs(near, calls);
-  verb->add_option("--out", options->out, "Parameter file to write, as text")->type_name("FILE")->required();
+  verb->add_option("-o,--out", options->out, "Parameter file to write, as text")->type_name("FILE")->required();
   verb->add_option("--plan", options->plan, "What may move and what is wanted: a file, or a name built in (balanced)");
   verb->add_option("--base", options->base, "Where to start: parameter file or preset (the layout's default)")
       ->type_name("FILE");

@@ -1,5 +1,6 @@
 #include <cstdio>
 #include <exception>
+#include <string>
 #include <string_view>
 
 #include <fmt/format.h>
@@ -14,6 +15,18 @@ constexpr int bad_input = 2;
 int refuse(std::string_view message) {
   fmt::print(stderr, "qvvoice: {}\n", message);
   return bad_input;
+}
+
+/// A file named "-" means a pipe everywhere else: no verb takes it for a file of that name.
+void refuse_pipes(CLI::App &app) {
+  const auto is_file = [](const std::string &path) {
+    return path == "-" ? std::string("- stands for a pipe, and pipes are not read or written yet; name a file") : "";
+  };
+  for (CLI::Option *option : app.get_options([](const CLI::Option *) { return true; }))
+    if (const std::string type = option->get_type_name(); type == "FILE" || type == "DIR" || type == "PATH")
+      option->check(CLI::Validator(is_file, ""));
+  for (CLI::App *part : app.get_subcommands([](const CLI::App *) { return true; }))
+    refuse_pipes(*part);
 }
 
 } // namespace
@@ -31,6 +44,7 @@ int main(int argc, char **argv) {
   qv::tool::add_report(app);
   qv::tool::add_tune(app);
   qv::tool::add_manual(app);
+  refuse_pipes(app);
   try {
     app.parse(argc, argv);
     if (app.get_subcommands().empty())

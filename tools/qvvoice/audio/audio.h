@@ -42,16 +42,16 @@ struct Recording {
   int channels = 0;   ///< of the file
   int file_rate = 0;  ///< Hz; differs from audio.rate after a conversion
   size_t clipped = 0; ///< samples beyond full scale, in the file or after conversion
+  std::string path;   ///< for messages
 };
 
-/// Reads one channel of whatever libsndfile reads. Integer samples of up to 16 bits come through exact;
-/// wider ones and floats (full scale 1.0) are rounded to the nearest and clipped.
-/// @throws InputError when the file cannot be opened or understood, is empty, damaged or cut short, or has no such
-/// channel
+/// Reads one channel whole, as AudioReader does.
+/// @throws InputError as AudioReader does
 Recording read_audio(const Source &source);
 
 /// Converts to another rate by libsoxr, without delay; nothing to do at the same rate. file_rate stays.
 /// @param rate  Hz
+/// @throws InputError when no sample is left
 void convert_rate(Recording &recording, int rate);
 
 /// Writes a 16-bit mono WAV file; committing it is left to the caller.

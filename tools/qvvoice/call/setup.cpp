@@ -1,5 +1,9 @@
 #include "call/setup.h"
 
+#include <algorithm>
+#include <cstdio>
+#include <set>
+
 #include "para/para_file.h"
 #include "para/presets.h"
 #include "support/error.h"
@@ -23,6 +27,15 @@ Image read_image(const std::string &name) {
   return image;
 }
 
+void warn_about(const std::string &name) {
+  static std::set<std::string> told;
+  const auto errors =
+      std::ranges::count(para::check_file(para::load(name)), para::Severity::error, &para::Finding::severity);
+  if (errors > 0 && told.insert(name).second)
+    fmt::print(stderr, "qvvoice: {} error{} in {}: see `qvvoice para check {}`\n", errors, errors == 1 ? "" : "s", name,
+               name);
+}
+
 Setup make_setup(const std::optional<std::string> &para, int rate, int frame_ms) {
   check_layout(rate, frame_ms);
   const int frame_len = rate / 1000 * frame_ms;
@@ -32,6 +45,7 @@ Setup make_setup(const std::optional<std::string> &para, int rate, int frame_ms)
     throw InputError(
         "{}: parameter file is for {} Hz (word {}), the run is at {} Hz; give a file for {} Hz, or another --rate",
         name, image[rate_word], rate_word, rate, rate);
+  warn_about(name);
   return {image, name, rate, frame_len};
 }
 

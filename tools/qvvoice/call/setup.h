@@ -22,7 +22,10 @@ void check_layout(int rate, int frame_ms);
 /// @throws InputError when the file cannot be read, has errors or lacks the magic word 9
 config::Image read_image(const std::string &name);
 
-/// @param para  as for read_image; without it the preset `balanced` of the layout
+/// Says on standard error, once for every name, that a parameter file has errors. @param name  as for read_image
+void warn_about(const std::string &name);
+
+/// Warns about what has errors. @param para  as for read_image; without it the preset `balanced` of the layout
 /// @throws InputError for a layout that is not served, and for a file that read_image refuses or that is for another
 ///         rate
 Setup make_setup(const std::optional<std::string> &para, int rate, int frame_ms);

@@ -1,5 +1,6 @@
 #include "support/output_file.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -8,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <utility>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -20,7 +22,19 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::array terminations = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
+/// Signals that stop nothing, or cannot be handled, or are handled by the write that they would end.
+constexpr std::array not_terminations = {SIGKILL, SIGSTOP, SIGTSTP, SIGTTIN,  SIGTTOU,
+                                         SIGCONT, SIGCHLD, SIGURG,  SIGWINCH, SIGXFSZ};
+
+/// Every signal that ends a process.
+std::vector<int> terminations() {
+  std::vector<int> all;
+  for (int signal = 1; signal <= SIGRTMAX; ++signal)
+    if ((signal < __SIGRTMIN || signal >= SIGRTMIN) &&
+        std::ranges::find(not_terminations, signal) == not_terminations.end())
+      all.push_back(signal);
+  return all;
+}
 
 /// The files that are open, for the signal handler: their names, and the places they are meant for.
 constexpr size_t most_open = 64;
@@ -35,13 +49,12 @@ void remove_and_die(int signal) {
   raise(signal);
 }
 
-/// Leaves a signal alone that the caller's shell has set to be ignored. A file size limit becomes an error
-/// of write().
+/// Leaves a signal alone that somebody ignores or handles. A file size limit becomes an error of write().
 void handle_signals() {
   std::signal(SIGXFSZ, SIG_IGN);
-  for (const int signal : terminations)
-    if (std::signal(signal, remove_and_die) == SIG_IGN)
-      std::signal(signal, SIG_IGN);
+  for (const int signal : terminations())
+    if (const auto before = std::signal(signal, remove_and_die); before != SIG_DFL)
+      std::signal(signal, before);
 }
 
 /// Holds the terminating signals back, so that no file is created without being in the list.
@@ -50,7 +63,7 @@ public:
   HeldSignals() {
     sigset_t held;
     sigemptyset(&held);
-    for (const int signal : terminations)
+    for (const int signal : terminations())
       sigaddset(&held, signal);
     pthread_sigmask(SIG_BLOCK, &held, &before_);
   }

@@ -8,7 +8,8 @@
 namespace qv::tool {
 
 /// Written under another name in the folder of its place and renamed by commit(). Without commit(), and on
-/// SIGHUP, SIGINT, SIGQUIT and SIGTERM, what was written is removed and a file that stood there before stays.
+/// every signal that ends the process and can be handled, what was written is removed and a file that stood there
+/// before stays.
 class OutputFile {
 public:
   /// Creates the file, so that a place that cannot be written is refused before the work begins.
