@@ -136,6 +136,15 @@ TEST_F(SceneTest, lost_and_repeated_frames_move_the_delay_as_the_truth_says) {
   }
 }
 
+TEST_F(SceneTest, a_repeated_frame_is_the_last_one_each_time) {
+  const Call made = call("duration = 5\n[far]\nfiles = ['one.wav']\ntalks = [[0, 5]]\n"
+                         "[stream]\nframe_ms = 16\nfaults = [{ time = 2.1, repeated = 3 }]\n");
+  const auto last = made.mic.begin() + rate * 21 / 10 - 256;
+  for (const int n : {1, 2, 3})
+    EXPECT_TRUE(std::equal(last, last + 256, last + n * 256)) << n;
+  EXPECT_FALSE(std::equal(last, last + 256, last + 4 * 256));
+}
+
 TEST_F(SceneTest, silent_streams_are_zeros_and_in_the_truth) {
   const Call made = call("duration = 12\n[far]\nfiles = ['one.wav']\ntalks = [[0, 12]]\n[noise]\nkind = 'white'\n"
                          "[stream]\nfaults = [{time = 3, silent = 2}, {time = 8, silent = 1.5, side = 'reference'}]\n");
