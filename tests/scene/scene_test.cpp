@@ -1,12 +1,15 @@
 // Calls made from a scene, measured against what the scene says.
 
 #include <algorithm>
+#include <numbers>
+#include <numeric>
 #include <set>
 
 #include "audio/audio.h"
 #include "process/files.h"
 #include "scene/draw.h"
-#include "scene/echo_path.h"
+#include "scene/loudspeaker.h"
+#include "scene/music.h"
 #include "scene/noise.h"
 #include "scene/render.h"
 #include "signal/correlation.h"
@@ -99,6 +102,125 @@ TEST_F(SceneTest, delay_and_gain_are_those_in_the_truth) {
   EXPECT_NEAR(*to_db(power(view.subspan(16 * rate, 10 * rate)) / power(view.subspan(4 * rate, 10 * rate))), 6, 0.5);
 }
 
+// The two streams as files: what the cross-correlation finds in them is what the truth says, whichever side lost or
+// repeated frames, and the delay is the one that hand arithmetic gives.
+TEST_F(SceneTest, lost_and_repeated_frames_move_the_delay_as_the_truth_says) {
+  const std::string head = "duration = 30\n[room]\nreverberation_time = 0.1\n[far]\nfiles = [\"one.wav\"]\n"
+                           "talks = [[0, 30]]\n[echo]\ndelay = 0.2\n";
+  const struct {
+    const char *faults;
+    double moved; ///< s, the delay at the end
+    size_t events;
+  } cases[] = {
+      {"{ time = 15, lost = 5 }", -0.1, 1},
+      {"{ time = 15, repeated = 10 }", 0.2, 1},
+      {"{ time = 15, side = 'reference', lost = 5 }", 0.1, 1},
+      {"{ time = 15, side = 'reference', repeated = 5 }", -0.1, 1},
+      {"{ time = 15, lost = 5 }, { time = 15, repeated = 5 }", 0, 1},
+      {"{ time = 13, side = 'reference', lost = 1, every = 1.2 }, { time = 13.5, lost = 3 }", 14 * 0.02 - 0.06,
+       15}, // the echo of the last comes too late
+  };
+  for (const auto &one : cases) {
+    const Call made = call(head + "[stream]\nfaults = [" + one.faults + "]\n");
+    ASSERT_EQ(made.mic.size(), 30u * rate);
+    EXPECT_EQ(made.truth.events.size(), one.events) << one.faults;
+    EXPECT_EQ(made.truth.events[0].new_delay, one.moved != 0) << one.faults;
+    EXPECT_NEAR(*delay_at(made.truth, 29.9), 0.2 + 0.1 / speed_of_sound + one.moved, 1e-5) << one.faults;
+    size_t compared = 0;
+    for (const DelayPoint &point : delay_points(to_signal(made.mic), to_signal(made.ref), rate))
+      if (point.time < 12.5 || (one.events == 1 && point.time > 17.6)) {
+        EXPECT_NEAR(point.delay, *delay_at(made.truth, point.time), 1e-4) << one.faults << " at " << point.time;
+        ++compared;
+      }
+    EXPECT_GT(compared, one.events == 1 ? 15u : 5u) << one.faults;
+  }
+}
+
+TEST_F(SceneTest, a_repeated_frame_is_the_last_one_each_time) {
+  const Call made = call("duration = 5\n[far]\nfiles = ['one.wav']\ntalks = [[0, 5]]\n"
+                         "[stream]\nframe_ms = 16\nfaults = [{ time = 2.1, repeated = 3 }]\n");
+  const auto last = made.mic.begin() + rate * 21 / 10 - 256;
+  for (const int n : {1, 2, 3})
+    EXPECT_TRUE(std::equal(last, last + 256, last + n * 256)) << n;
+  EXPECT_FALSE(std::equal(last, last + 256, last + 4 * 256));
+}
+
+TEST_F(SceneTest, silent_streams_are_zeros_and_in_the_truth) {
+  const Call made = call("duration = 12\n[far]\nfiles = ['one.wav']\ntalks = [[0, 12]]\n[noise]\nkind = 'white'\n"
+                         "[stream]\nfaults = [{time = 3, silent = 2}, {time = 8, silent = 1.5, side = 'reference'}]\n");
+  const auto zeros = [](const std::vector<int16_t> &stream, double begin, double end) {
+    return std::count(stream.begin() + std::ptrdiff_t(begin * rate), stream.begin() + std::ptrdiff_t(end * rate), 0);
+  };
+  EXPECT_EQ(zeros(made.mic, 3, 5), 2 * rate);
+  EXPECT_LT(zeros(made.mic, 5, 12), rate);
+  EXPECT_EQ(zeros(made.ref, 8, 9.5), 1.5 * rate);
+  EXPECT_GT(*to_db(power(SignalView(to_signal(made.echo)).subspan(8 * rate, rate))), -50) << "the loudspeaker plays on";
+  write_call(made, parse_scene("duration = 12", ""), folder.string());
+  const auto truth = read_truth(at("scene.toml"));
+  ASSERT_EQ(truth->muted.size(), 1u);
+  EXPECT_NEAR(truth->muted[0].end, 5, 1e-6);
+  ASSERT_EQ(truth->no_reference.size(), 1u);
+  EXPECT_NEAR(truth->no_reference[0].begin, 8.05 + 0.1 / speed_of_sound, 1e-4);
+  ASSERT_EQ(truth->events.size(), 2u);
+  EXPECT_FALSE(truth->events[0].new_delay || truth->events[0].new_path);
+}
+
+Signal tone(double frequency, double level, double seconds) {
+  Signal tone(size_t(seconds * rate));
+  for (size_t i = 0; i < tone.size(); ++i)
+    tone[i] = std::sqrt(2) * gain_from_db(level) * std::sin(2 * std::numbers::pi * frequency * double(i) / rate);
+  return tone;
+}
+
+TEST(Loudspeaker, distorts_more_when_louder_remembers_and_warms_up) {
+  const Driver driver{500, 1.5, -12, 0, 2};
+  Driver ideal = driver;
+  ideal.limit = 200;
+  double last = -200;
+  for (const double level : {-40, -30, -20, -10}) {
+    const Signal in = white_noise(2 * rate, Random(3));
+    Signal quiet = in;
+    scale(quiet, gain_from_db(level));
+    const double now = *distortion_db(driven(quiet, ideal, rate), driven(quiet, driver, rate));
+    EXPECT_GT(now, last + 4) << level;
+    last = now;
+  }
+  // Memory: a low note, whose excursion is large, weakens a high one; at the same level a high note does not.
+  const auto high_note = [&](double other) {
+    Signal notes = tone(3000, -40, 1);
+    const Signal loud = tone(other, -12, 1), carrier = tone(3000, 0, 1);
+    std::ranges::transform(notes, loud, notes.begin(), std::plus());
+    const Signal out = driven(notes, driver, rate);
+    return std::abs(std::inner_product(out.begin() + rate / 2, out.end(), carrier.begin() + rate / 2, 0.0));
+  };
+  EXPECT_LT(*to_db(high_note(400) / high_note(6000)), -1);
+  // Heat: at the signal's own power the gain ends `heating` dB down, after about its time constant.
+  ideal.heating = 3;
+  const Signal hot = driven(tone(2000, -20, 12), ideal, rate);
+  const auto level_at = [&](double time) {
+    return *to_db(power(SignalView(hot).subspan(size_t(time * rate), size_t(rate) / 10)));
+  };
+  EXPECT_NEAR(level_at(11) - level_at(0.01), -3, 0.15);
+  EXPECT_GT(level_at(1) - level_at(0.01), -2);
+  Signal square = {0.5, -1, 0.2};
+  clip(square, 6.0206, Clipping::hard);
+  EXPECT_NEAR(square[0], 0.5, 1e-6);
+  EXPECT_NEAR(square[1], -0.5, 1e-6);
+  EXPECT_EQ(square[2], 0.2);
+}
+
+TEST(Music, has_no_pause_spreads_over_the_band_and_hangs_on_the_seed) {
+  for (const uint64_t seed : {1, 2, 3}) {
+    const Signal one = music(10 * rate, rate, Random(seed));
+    const std::vector<double> powers = frame_powers(one, rate);
+    size_t quiet = 0;
+    for (size_t i = 0; i < powers.size(); ++i)
+      quiet += powers[i] < from_db(-40) * power(one);
+    EXPECT_LT(quiet, powers.size() / 20) << seed;
+    EXPECT_NE(one, music(10 * rate, rate, Random(seed + 7)));
+  }
+}
+
 // Schroeder's backward integration, slope between -5 and -25 dB. Image sources in a box with equal walls decay a
 // little slower than Eyring's diffuse field.
 TEST(Room, decays_in_the_reverberation_time) {
@@ -140,7 +262,7 @@ TEST(SceneFile, every_fault_is_named_with_its_place) {
       {"title = 'x'", "s.toml:1: duration: found nothing; a number from 1 to 600 s is needed"},
       {"duration = nan", "s.toml:1: duration: found nan"},
       {"duration = 601", "from 1 to 600 s"},
-      {"duration = 9\n[echo]\ndelays = 1", "s.toml:3: echo.delays: unknown key; known here: changes, delay"},
+      {"duration = 9\n[echo]\ndelays = 1", "s.toml:3: echo.delays: unknown key; known here: changes, clipping, delay"},
       {"duration = 9\n[echo]\nchanges = [{time = 1},\n{time = 0.5}]",
        "s.toml:4: echo.changes.time: found 0.5; a number from 1 to 9 s"},
       {"duration = 9\n[room]\nsize = [3, 3]", "s.toml:3: room.size: found [ 3, 3 ]; a list of 3 numbers"},
@@ -152,6 +274,13 @@ TEST(SceneFile, every_fault_is_named_with_its_place) {
       {"duration = 9\n[noise]\nkind = 'file'", "noise.file: found nothing"},
       {"duration = 9\nnoise = 3", "noise: found 3; a table is needed"},
       {"duration = = 9", "s.toml:1: "},
+      {"duration = 9\n[noise]\nvoices = ['en', 'xx']", "noise.voices: found \"xx\"; each one of en, ru"},
+      {"duration = 9\n[stream]\nfaults = [{time = 1}]", "s.toml:3: stream.faults.time: found a fault without a kind"},
+      {"duration = 9\n[stream]\nfaults = [{time = 1, lost = 11}]",
+       "stream.faults.lost: found 11; a number from 1 to 10"},
+      {"duration = 9\n[stream]\nfaults = [{time = 2, lost = 1}, {time = 1, lost = 1}]",
+       "found 1; a number from 2 to 9"},
+      {"duration = 9\n[echo]\ndriver = {limit = 21}", "echo.driver.limit: found 21"},
   };
   for (const auto &[text, message] : cases)
     try {
@@ -174,6 +303,44 @@ TEST(SceneFile, built_in_and_drawn_scenes_are_sound_and_tune_and_check_share_no_
     EXPECT_NE(a.room.size, b.room.size);
   }
   EXPECT_NE(draw_scene(7, Part::tune, 0), draw_scene(8, Part::tune, 0));
+}
+
+TEST(SceneFile, hard_scenes_mix_everything_in_both_parts) {
+  for (const Part part : {Part::tune, Part::check}) {
+    std::set<std::string> seen;
+    const std::set<std::string> own =
+        part == Part::tune ? std::set<std::string>{"en", "ru"} : std::set<std::string>{"fr", "it"};
+    for (size_t i = 0; i < 32; ++i) {
+      const Scene one = parse_scene(draw_scene(1, part, i, Family::hard), "");
+      EXPECT_EQ(one.text, draw_scene(1, part, i, Family::hard));
+      EXPECT_EQ((std::set{one.far.speech.voice, one.near.speech.voice}), own);
+      EXPECT_EQ((std::set(one.noise.voices.begin(), one.noise.voices.end())), own);
+      const auto note = [&](bool has, const char *what) {
+        if (has)
+          seen.insert(what);
+      };
+      note(one.far.sound == Sound::music, "music");
+      note(one.noise.kind == NoiseKind::babble, "babble");
+      note(one.echo.driver.has_value(), "driver");
+      note(one.echo.saturation && one.echo.clipping == Clipping::hard, "hard");
+      note(one.echo.saturation && one.echo.clipping == Clipping::soft, "soft");
+      note(one.echo.delay > 0.3, "late");
+      note(std::abs(one.echo.drift) > 100, "drift");
+      note(one.echo.changes.size() == 2, "two changes");
+      for (const Change &change : one.echo.changes) {
+        note(change.delay.has_value(), "jump");
+        note(change.gain.has_value(), "gain");
+        note(change.loudspeaker.has_value(), "path");
+      }
+      for (const Fault &fault : one.faults)
+        note(true, fault.kind == FaultKind::silent  ? fault.side == Side::microphone ? "mute" : "no reference"
+                   : fault.kind == FaultKind::lost  ? fault.side == Side::microphone ? "mic lost" : "ref lost"
+                   : fault.side == Side::microphone ? "mic repeated"
+                                                    : "ref repeated");
+      note(one.faults.size() > 3, "periodic");
+    }
+    EXPECT_EQ(seen.size(), 18u) << fmt::format("{}", fmt::join(seen, ", "));
+  }
 }
 
 } // namespace

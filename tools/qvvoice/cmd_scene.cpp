@@ -21,7 +21,9 @@ A scene of one's own; docs/scenes.md has the keys
   qvvoice scene office.toml --rate 16000 --out office
 Sixteen calls drawn at random to tune on, and sixteen with other talkers and rooms to judge by
   qvvoice scene --draw 16 --part tune --out tune
-  qvvoice scene --draw 16 --part check --out check)";
+  qvvoice scene --draw 16 --part check --out check
+Calls in which devices do everything wrong: distortion, lost frames, late buffers, music, two changes
+  qvvoice scene --draw 32 --family hard --part check --out hard)";
 
 struct Options {
   std::string file;
@@ -29,6 +31,7 @@ struct Options {
   size_t draw = 0;
   uint64_t seed = 1;
   scene::Part part = scene::Part::tune;
+  scene::Family family = scene::Family::usual;
   std::string out;
   std::vector<int> rates = {8000, 16000};
 };
@@ -48,8 +51,9 @@ std::vector<Job> jobs(const Options &options) {
   }
   std::vector<std::pair<std::string, scene::Scene>> scenes;
   for (size_t i = 0; i < options.draw; ++i)
-    scenes.emplace_back(fmt::format("drawn-{:02}", i + 1),
-                        scene::parse_scene(scene::draw_scene(options.seed, options.part, i), "drawn scene"));
+    scenes.emplace_back(
+        fmt::format("{}-{:02}", options.family == scene::Family::hard ? "hard" : "drawn", i + 1),
+        scene::parse_scene(scene::draw_scene(options.seed, options.part, i, options.family), "drawn scene"));
   const bool all = std::ranges::find(options.set, "all") != options.set.end();
   for (const scene::BuiltIn &one : scene::built_in())
     if (all || std::ranges::find(options.set, one.name) != options.set.end())
@@ -93,6 +97,10 @@ void add_scene(CLI::App &app) {
       ->needs(draw)
       ->transform(CLI::CheckedTransformer(
           std::map<std::string, scene::Part>{{"tune", scene::Part::tune}, {"check", scene::Part::check}}));
+  verb->add_option("--family", options->family, "What is drawn: usual (default) or hard")
+      ->needs(draw)
+      ->transform(CLI::CheckedTransformer(
+          std::map<std::string, scene::Family>{{"usual", scene::Family::usual}, {"hard", scene::Family::hard}}));
   verb->add_option("-o,--out", options->out, "Folder of the results, made when missing")->type_name("DIR")->required();
   verb->add_option("--rate", options->rates, "Hz (8000 and 16000)")->check(CLI::IsMember({8000, 16000}));
   verb->callback([options] { make_scenes(*options); });

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "scene/loudspeaker.h"
+
 namespace qv::tool::scene {
 namespace {
 
@@ -72,6 +74,20 @@ Signal stretch_echo(const Scene &scene, const Stretch &stretch, SignalView playe
   return excerpt(convolve(arriving, response), std::ptrdiff_t(before), end - begin);
 }
 
+/// What the loudspeaker makes of the reference.
+void play(const Echo &echo, Signal &signal, int rate, Truth &truth) {
+  const Signal clean = echo.driver ? signal : Signal();
+  if (echo.saturation)
+    clip(signal, *echo.saturation, echo.clipping);
+  if (!echo.driver)
+    return;
+  Driver ideal = *echo.driver;
+  ideal.limit = 200; // dBFS, far from any signal
+  ideal.heating = 0;
+  signal = driven(signal, *echo.driver, rate);
+  truth.distortion = distortion_db(driven(clean, ideal, rate), signal);
+}
+
 } // namespace
 
 Signal convolve(SignalView x, const Response &response) {
@@ -91,19 +107,8 @@ Signal convolve(SignalView x, const Response &response) {
   return y;
 }
 
-void soft_clip(Signal &signal, double saturation) {
-  double peak = 0;
-  for (const double value : signal)
-    peak = std::max(peak, std::abs(value));
-  const double limit = peak / gain_from_db(saturation);
-  for (double &value : signal)
-    if (limit > 0)
-      value /= std::sqrt(1 + value / limit * (value / limit));
-}
-
 Signal echo_of(const Scene &scene, Signal reference, int rate, Truth &truth) {
-  if (scene.echo.saturation)
-    soft_clip(reference, *scene.echo.saturation);
+  play(scene.echo, reference, rate, truth);
   const std::vector<Stretch> path = stretches(scene);
   const auto fade = size_t(fade_seconds * rate);
   Signal echo(reference.size());

@@ -9,12 +9,9 @@ namespace qv::tool::scene {
 /// y[n] = sum over k of x[n - k + response.lead] response.taps[k], x zero outside.
 Signal convolve(SignalView x, const Response &response);
 
-/// Loudspeaker limit: x / sqrt(1 + (x / limit)^2), with the signal's peak `saturation` dB above the limit.
-void soft_clip(Signal &signal, double saturation);
-
-/// The echo, up to one common gain: saturation, bulk delay, clock drift, room, and its changes, each faded in
+/// The echo, up to one common gain: loudspeaker, bulk delay, clock drift, room, and its changes, each faded in
 /// over 5 ms.
-/// @param truth  gets `delay` and `events`
+/// @param truth  gets `delay`, `events` and, with a driver, `distortion`
 Signal echo_of(const Scene &scene, Signal reference, int rate, Truth &truth);
 
 } // namespace qv::tool::scene

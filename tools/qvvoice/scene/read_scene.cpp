@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 
 #include "scene/scene.h"
@@ -37,12 +38,16 @@ void read_room(Section section, Scene &scene) {
   section.done();
 }
 
-Speech read_speech(Section &section, const std::filesystem::path &folder, const std::string &preset) {
+std::vector<std::string> voice_names() {
   std::vector<std::string> names;
   for (const Voice &voice : voices())
     names.push_back(voice.name);
+  return names;
+}
+
+Speech read_speech(Section &section, const std::filesystem::path &folder, const std::string &preset) {
   if (!section.has("files"))
-    return {section.choice("voice", names, preset), {}};
+    return {section.choice("voice", voice_names(), preset), {}};
   if (section.has("voice"))
     section.refuse("files", "both files and voice", "one of them");
   Speech speech{"", section.texts("files")};
@@ -53,6 +58,8 @@ Speech read_speech(Section &section, const std::filesystem::path &folder, const 
 
 Talker read_talker(Section section, const Scene &scene, const std::filesystem::path &folder, const std::string &voice) {
   Talker talker{read_speech(section, folder, voice), section.number("level", level_range, -26), {}};
+  if (section.choice("sound", {"speech", "music"}, "speech") == "music")
+    talker.sound = Sound::music;
   double last = 0;
   for (const auto &row : section.rows("talks", 2, {0, scene.duration, "s"})) {
     if (row[0] < last || row[1] <= row[0])
@@ -64,11 +71,21 @@ Talker read_talker(Section section, const Scene &scene, const std::filesystem::p
   return talker;
 }
 
+Driver read_driver(Section section) {
+  const Driver driver{section.number("resonance", {50, 2000, "Hz"}, 500), section.number("quality", {0.3, 10, ""}, 1.5),
+                      section.number("limit", {-60, 20, "dBFS"}, -12), section.number("heating", {0, 12, "dB"}, 0),
+                      section.number("heating_time", {0.05, 60, "s"}, 2)};
+  section.done();
+  return driver;
+}
+
 Echo read_echo(Section section, const Scene &scene) {
   constexpr Range delay = {0, 2, "s"};
   Echo echo{section.number("delay", delay, 0.05),
             section.number("to_near", ratio_range, 0),
             section.optional_number("saturation", {-20, 40, "dB"}),
+            section.choice("clipping", {"soft", "hard"}, "soft") == "hard" ? Clipping::hard : Clipping::soft,
+            section.has("driver") ? std::optional(read_driver(section.section("driver"))) : std::nullopt,
             section.number("drift", {-1000, 1000, "ppm"}, 0),
             {}};
   double last = 0;
@@ -87,7 +104,12 @@ Echo read_echo(Section section, const Scene &scene) {
 Noise read_noise(Section section, const std::filesystem::path &folder) {
   const std::vector<std::string> kinds = {"none", "white", "pink", "babble", "file"};
   const std::string kind = section.choice("kind", kinds, "none");
-  Noise noise{NoiseKind(std::ranges::find(kinds, kind) - kinds.begin()), section.number("snr", ratio_range, 30), ""};
+  Noise noise{NoiseKind(std::ranges::find(kinds, kind) - kinds.begin()),
+              section.number("snr", ratio_range, 30),
+              "",
+              {"en", "ru"}};
+  if (section.has("voices"))
+    noise.voices = section.choices("voices", voice_names());
   if (noise.kind == NoiseKind::file) {
     noise.file = section.text("file", "");
     if (noise.file.empty())
@@ -96,6 +118,40 @@ Noise read_noise(Section section, const std::filesystem::path &folder) {
   }
   section.done();
   return noise;
+}
+
+/// A fault and, with `every`, the same again and again. @param last  time of the one before
+void read_fault(Section section, const Scene &scene, double frame, std::vector<Fault> &faults, double least) {
+  Fault fault{};
+  const Range frames = {1, 10, "frames"};
+  fault.time = section.number("time", {least, scene.duration, "s"});
+  fault.side = section.choice("side", {"microphone", "reference"}, "microphone") == "reference" ? Side::reference
+                                                                                                : Side::microphone;
+  fault.frame = frame;
+  const auto lost = section.optional_number("lost", frames), repeated = section.optional_number("repeated", frames),
+             silent = section.optional_number("silent", {0.01, scene.duration, "s"});
+  if (lost.has_value() + repeated.has_value() + silent.has_value() != 1)
+    section.refuse("time", "a fault without a kind, or with several", "one of lost, repeated (frames), silent (s)");
+  fault.kind = lost ? FaultKind::lost : repeated ? FaultKind::repeated : FaultKind::silent;
+  fault.seconds = silent ? *silent : frame * std::round(lost ? *lost : *repeated);
+  const auto every = section.optional_number("every", {0.5, scene.duration, "s"});
+  for (int n = 0; n == 0 || (every && fault.time + n * *every < scene.duration); ++n) {
+    faults.push_back(fault);
+    faults.back().time += n * every.value_or(0);
+  }
+  section.done();
+}
+
+void read_stream(Section section, Scene &scene) {
+  const double frame = 1e-3 * section.number("frame_ms", {16, 20, "ms"}, 20);
+  double least = 0;
+  for (Section &fault : section.sections("faults")) {
+    const size_t first = scene.faults.size();
+    read_fault(fault, scene, frame, scene.faults, least);
+    least = scene.faults[first].time;
+  }
+  std::ranges::stable_sort(scene.faults, {}, &Fault::time);
+  section.done();
 }
 
 } // namespace
@@ -114,6 +170,7 @@ Scene parse_scene(std::string_view text, const std::string &path) {
   scene.near = read_talker(top.section("near"), scene, folder, "ru");
   scene.echo = read_echo(top.section("echo"), scene);
   scene.noise = read_noise(top.section("noise"), folder);
+  read_stream(top.section("stream"), scene);
   top.section("truth"); // of an earlier result: it will be made anew
   top.done();
   return scene;

@@ -5,7 +5,9 @@
 
 #include "audio/audio.h"
 #include "scene/echo_path.h"
+#include "scene/music.h"
 #include "scene/noise.h"
+#include "scene/stream.h"
 #include "support/error.h"
 
 namespace qv::tool::scene {
@@ -16,7 +18,6 @@ enum Stream : uint64_t { far_stream, near_stream, noise_stream, babble_stream };
 
 constexpr double cut_seconds = 0.01; ///< fade where a talk begins or ends within a sentence
 constexpr int babble_talkers = 8;
-constexpr const char *babble_voices[] = {"en", "ru"};
 
 /// The talker's words at the times of his talks, level as recorded.
 Signal talk(const Talker &talker, size_t count, SpeechReader &reader, int rate, Random random) {
@@ -24,7 +25,9 @@ Signal talk(const Talker &talker, size_t count, SpeechReader &reader, int rate, 
   size_t needed = 0;
   for (const Interval &interval : talker.talks)
     needed += size_t((interval.end - interval.begin) * rate);
-  const Signal words = needed > 0 ? reader.stream(talker.speech, needed, random) : Signal();
+  const Signal words = needed == 0                    ? Signal()
+                       : talker.sound == Sound::music ? music(needed, rate, random)
+                                                      : reader.stream(talker.speech, needed, random);
   const auto cut = size_t(cut_seconds * rate);
   size_t spoken = 0;
   for (const Interval &interval : talker.talks) {
@@ -45,10 +48,11 @@ void set_active_level(Signal &signal, double level, int rate, const char *what) 
   scale(signal, gain_from_db(level - *now));
 }
 
-Signal babble(size_t count, SpeechReader &reader, uint64_t seed) {
+Signal babble(const std::vector<std::string> &voices, size_t count, SpeechReader &reader, uint64_t seed) {
   Signal sum(count);
   for (int i = 0; i < babble_talkers; ++i) {
-    const Signal one = reader.stream({babble_voices[i % 2], {}}, count, Random(seed, babble_stream + uint64_t(i)));
+    const Speech speech{voices[size_t(i) % voices.size()], {}};
+    const Signal one = reader.stream(speech, count, Random(seed, babble_stream + uint64_t(i)));
     std::ranges::transform(sum, one, sum.begin(), std::plus());
   }
   return sum;
@@ -68,7 +72,7 @@ Signal noise_of(const Scene &scene, size_t count, SpeechReader &reader) {
   case NoiseKind::pink:
     return pink_noise(count, Random(scene.seed, noise_stream));
   case NoiseKind::babble:
-    return babble(count, reader, scene.seed);
+    return babble(scene.noise.voices, count, reader, scene.seed);
   case NoiseKind::file:
     return looped(reader.recording(scene.noise.file), count);
   case NoiseKind::none:
@@ -98,13 +102,19 @@ Signal near_end(const Scene &scene, SpeechReader &reader, size_t count, int rate
 
 Call render(const Scene &scene, SpeechReader &reader, int rate) {
   const auto count = size_t(scene.duration * rate);
+  const size_t sounding = count + size_t(std::ceil(lost_seconds(scene.faults) * rate));
   Call call;
   call.rate = rate;
-  const Signal echo = far_end(scene, reader, count, call);
-  const Signal near = near_end(scene, reader, count, rate);
-  Signal noise = noise_of(scene, count, reader);
+  Signal echo = far_end(scene, reader, sounding, call);
+  Signal near = near_end(scene, reader, sounding, rate);
+  Signal noise = noise_of(scene, sounding, reader);
   if (const double now = power(noise); now > 0)
     scale(noise, gain_from_db(scene.near.level - scene.noise.snr - *to_db(now)));
+  const Carried heard = carried(scene.faults, Side::microphone, count, rate);
+  for (Signal *part : {&echo, &near, &noise})
+    *part = delivered(*part, heard);
+  call.ref = to_samples(delivered(to_signal(call.ref), carried(scene.faults, Side::reference, count, rate)));
+  apply_faults(scene.faults, scene.duration, call.truth);
   call.truth.far = intervals(activity(echo, rate));
   call.truth.near = intervals(activity(near, rate));
   call.echo = to_samples(echo);

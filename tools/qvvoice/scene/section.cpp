@@ -115,6 +115,14 @@ std::vector<std::string> Section::texts(const char *key) {
   return texts;
 }
 
+std::vector<std::string> Section::choices(const char *key, const std::vector<std::string> &choices) {
+  const std::vector<std::string> chosen = texts(key);
+  for (const std::string &one : chosen)
+    if (std::ranges::find(choices, one) == choices.end())
+      refuse(key, '"' + one + '"', fmt::format("each one of {}", fmt::join(choices, ", ")));
+  return chosen;
+}
+
 std::vector<std::vector<double>> Section::rows(const char *key, size_t width, const Range &range) {
   std::vector<std::vector<double>> rows;
   if (!has(key))
@@ -142,9 +150,10 @@ std::vector<Section> Section::sections(const char *key) {
   const toml::node *value = table_.get(key);
   if (!value)
     return parts;
-  if (!value->is_array() || !value->as_array()->is_homogeneous(toml::node_type::table))
+  const toml::array *list = value->as_array();
+  if (!list || (!list->empty() && !list->is_homogeneous(toml::node_type::table)))
     refuse(key, shown(*value), "a list of tables");
-  for (const toml::node &element : *value->as_array())
+  for (const toml::node &element : *list)
     parts.emplace_back(file_, path(key), *element.as_table());
   return parts;
 }

@@ -38,10 +38,11 @@ public:
   std::optional<double> optional_number(const char *key, const Range &range);
   std::string text(const char *key, const std::string &preset);
   std::string choice(const char *key, const std::vector<std::string> &choices, const std::string &preset);
-  std::vector<double> numbers(const char *key, size_t count, const Range &range);           ///< exactly `count`
-  std::vector<std::string> texts(const char *key);                                          ///< at least one
-  std::vector<std::vector<double>> rows(const char *key, size_t width, const Range &range); ///< none when missing
-  Section section(const char *key);                                                         ///< empty when missing
+  std::vector<double> numbers(const char *key, size_t count, const Range &range);             ///< exactly `count`
+  std::vector<std::string> texts(const char *key);                                            ///< at least one
+  std::vector<std::string> choices(const char *key, const std::vector<std::string> &choices); ///< likewise
+  std::vector<std::vector<double>> rows(const char *key, size_t width, const Range &range);   ///< none when missing
+  Section section(const char *key);                                                           ///< empty when missing
   std::vector<Section> sections(const char *key); ///< array of tables; none when missing
 
   /// Refuses keys that nobody has read. Call it last.

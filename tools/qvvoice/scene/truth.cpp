@@ -53,10 +53,13 @@ std::optional<Truth> read_truth(const std::string &path) {
   }
   for (Section &event : section.sections("events")) {
     const double time = event.number("time", seconds);
-    const std::string change = event.choice("change", {"delay", "path", "both"}, "both");
-    truth.events.push_back({time, change != "path", change != "delay"});
+    const std::string change = event.choice("change", {"delay", "path", "both", "gap"}, "both");
+    truth.events.push_back({time, change == "delay" || change == "both", change == "path" || change == "both"});
     event.done();
   }
+  truth.muted = read_intervals(section, "muted").value_or(std::vector<Interval>());
+  truth.no_reference = read_intervals(section, "no_reference").value_or(std::vector<Interval>());
+  truth.distortion = section.optional_number("distortion", {-200, 0, "dB"});
   section.done();
   return truth;
 }
@@ -67,14 +70,20 @@ std::string truth_text(const Truth &truth) {
     text += fmt::format("far = {}\n", interval_list(*truth.far));
   if (truth.near)
     text += fmt::format("near = {}\n", interval_list(*truth.near));
+  if (!truth.muted.empty())
+    text += fmt::format("muted = {}\n", interval_list(truth.muted));
+  if (!truth.no_reference.empty())
+    text += fmt::format("no_reference = {}\n", interval_list(truth.no_reference));
+  if (truth.distortion)
+    text += fmt::format("distortion = {}\n", micro(*truth.distortion));
   for (const DelayPiece &piece : truth.delay)
     text += fmt::format("[[truth.delay]]\nfrom = {}\ndelay = {}\ndrift = {}\n", micro(piece.from), micro(piece.delay),
                         micro(piece.slope * 1e6));
   for (const EchoEvent &event : truth.events)
     text += fmt::format("[[truth.events]]\ntime = {}\nchange = \"{}\"\n", micro(event.time),
-                        !event.new_path   ? "delay"
-                        : event.new_delay ? "both"
-                                          : "path");
+                        event.new_delay  ? event.new_path ? "both" : "delay"
+                        : event.new_path ? "path"
+                                         : "gap");
   return text;
 }
 

@@ -19,7 +19,7 @@ struct DelayPiece {
 struct EchoEvent {
   double time;    ///< s
   bool new_delay; ///< the bulk delay jumps
-  bool new_path;  ///< the loudspeaker's place or volume changes
+  bool new_path;  ///< the loudspeaker's place or volume changes; neither: a stream is whole again after a gap
 };
 
 /// A recording of one's own may have any part of it.
@@ -28,6 +28,9 @@ struct Truth {
   std::optional<std::vector<Interval>> near; ///< when the near end talks
   std::vector<DelayPiece> delay;             ///< in order of time; empty: unknown
   std::vector<EchoEvent> events;
+  std::vector<Interval> muted{};        ///< the microphone's stream is silent
+  std::vector<Interval> no_reference{}; ///< the echo of what the reference's stream left out
+  std::optional<double> distortion{};   ///< dB, what the loudspeaker adds to its signal, see distortion_db()
 };
 
 /// @return s; nothing when unknown
