@@ -8,8 +8,10 @@
 
 #include "measure/quality.h"
 #include "measure/results.h"
+#include "measure/talk.h"
 #include "scene/noise.h"
 #include "signal/activity.h"
+#include "signal/correlation.h"
 
 namespace qv::tool::measure {
 namespace {
@@ -241,6 +243,57 @@ TEST(Activity, counts_the_talk_and_200_ms_beyond) {
   ASSERT_EQ(found.size(), 1u);
   EXPECT_NEAR(found[0].begin, 1.0, 1e-9);
   EXPECT_NEAR(found[0].end, 10.2, 1e-9);
+}
+
+TEST(Signals, parts_quantiles_and_flags_agree_with_hand_computed_numbers) {
+  const std::vector<int16_t> samples = {-32768, 16384, 8192};
+  const Signal signal = {-1, 0.5, 0.25};
+  EXPECT_EQ(to_signal(samples), signal);
+  const struct {
+    std::ptrdiff_t begin;
+    Signal part;
+  } cases[] = {{0, {-1, 0.5}}, {-1, {0, -1}}, {2, {0.25, 0}}, {3, {0, 0}}, {-2, {0, 0}}, {-9, {0, 0}}, {9, {0, 0}}};
+  for (const auto &one : cases) {
+    EXPECT_EQ(excerpt(signal, one.begin, 2), one.part) << one.begin;
+    EXPECT_EQ(excerpt(SampleView(samples), one.begin, 2), one.part) << one.begin;
+  }
+  EXPECT_EQ(excerpt(SampleView(samples), -1, 5), (Signal{0, -1, 0.5, 0.25, 0}));
+  for (const auto &[share, value] : {std::pair(0.0, 1.0), {0.1, 1.3}, {0.5, 2.5}, {1.0, 4.0}})
+    EXPECT_DOUBLE_EQ(quantile({4, 1, 3, 2}, share), value) << share;
+  EXPECT_EQ(quantile({7}, 0.5), 7);
+  // Middles at 5, 15, .. 65 ms; the intervals overlap, in any order, and reach beyond both ends.
+  EXPECT_EQ(flags({{0.052, 9}, {0.012, 0.03}, {-1, 0.008}, {0.02, 0.04}}, 7),
+            (std::vector<bool>{true, true, true, true, false, true, true}));
+}
+
+// Microphone and reference are moved by the delay that is heard, either way.
+TEST(Activity, of_the_far_end_follows_the_delay_where_no_truth_tells) {
+  Call call;
+  call.subject.truth.reset();
+  for (const double delay : {0.05, -0.5}) {
+    const auto found = intervals(*far_heard(call.subject, DelaySummary{delay, 0, 0}));
+    ASSERT_EQ(found.size(), 2u) << delay;
+    EXPECT_NEAR(found[0].begin, 1.95 + delay, 0.011);
+    EXPECT_NEAR(found[1].begin, 11.95 + delay, 0.011);
+  }
+  EXPECT_FALSE(far_heard(call.subject, std::nullopt));
+}
+
+TEST(DelayPoints, overlap_in_recordings_of_up_to_ten_minutes_only) {
+  constexpr int low_rate = 800; // Hz, for speed
+  const Signal noise = white_noise(600 * low_rate + 1, Random(4));
+  const std::vector<int16_t> ref = to_samples(noise), mic = to_samples(excerpt(noise, -low_rate / 20, noise.size()));
+  const struct {
+    size_t length, points;
+    double hop;
+  } cases[] = {{600 * low_rate, 597, 1}, {600 * low_rate + 1, 150, 4}};
+  for (const auto &one : cases) {
+    const auto points = delay_points(SampleView(mic).first(one.length), SampleView(ref).first(one.length), low_rate);
+    ASSERT_EQ(points.size(), one.points);
+    EXPECT_EQ(points[1].time - points[0].time, one.hop);
+    EXPECT_NEAR(points.back().time, 598, 1e-9) << "the last window counts";
+    EXPECT_NEAR(points.back().delay, 0.05, 1e-4);
+  }
 }
 
 TEST(Quality, ratios_agree_with_hand_computed_numbers) {

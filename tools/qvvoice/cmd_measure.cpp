@@ -42,10 +42,15 @@ struct Options {
 
 Json measure_one(const Options &options, const std::string &out) {
   const measure::Subject subject = options.recordings.read_one();
-  const measure::Output output =
-      out.empty() ? measure::run_library(subject, setup_for(options.para, subject.rate, options.frame_ms[0]))
-                  : measure::read_output(subject, out, options.out_delay);
-  return measure::as_set({measure::to_json(subject, output, measure::measure(subject, output))});
+  const auto run = [&] {
+    const Setup setup = setup_for(options.para, subject.rate, options.frame_ms[0]);
+    Progress bar("processing");
+    return measure::run_library(subject, setup, std::ref(bar));
+  };
+  const measure::Output output = out.empty() ? run() : measure::read_output(subject, out, options.out_delay);
+  Progress bar("measuring");
+  const measure::Known known(subject, std::ref(bar));
+  return measure::as_set({measure::to_json(subject, output, measure::measure(known, output))});
 }
 
 /// @param out  folder of outputs that were made elsewhere; empty: the library runs, at every frame length

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <span>
 #include <utility>
 
 namespace qv::tool {
@@ -20,10 +21,12 @@ size_t longest(const Inputs &in) {
   return length;
 }
 
-Samples padded(const Samples *samples, size_t length) {
-  Samples longer = samples ? *samples : Samples();
-  longer.resize(length);
-  return longer;
+/// Fills a frame with the samples from `begin` on, zeros where there are none.
+void take_frame(const Samples *samples, size_t begin, Samples &frame) {
+  const std::span<const int16_t> all = samples ? std::span(*samples) : std::span<const int16_t>();
+  const auto rest = all.subspan(std::min(begin, all.size()));
+  const auto filled = std::ranges::copy(rest.first(std::min(rest.size(), frame.size())), frame.begin()).out;
+  std::fill(filled, frame.end(), 0);
 }
 
 void trim(Samples &out, int latency, size_t length) {
@@ -41,16 +44,18 @@ Run run(const Setup &setup, const Inputs &in, const RunOptions &options) {
   const auto frame = size_t(setup.frame_len);
   const size_t length = longest(in);
   const size_t frames = (length + size_t(std::max(rx_shift, tx_shift)) + frame - 1) / frame;
-  const Samples far = padded(in.far, frames * frame), mic = padded(in.mic, frames * frame);
-  const Samples ref = padded(in.ref, frames * frame);
-  Samples played(frames * frame), sent(frames * frame);
+  Samples far(frame), mic(frame), ref(frame);
+  Samples played(in.far ? frames * frame : 0), sent(in.mic ? frames * frame : 0);
   for (size_t i = 0; i < frames; ++i) {
     const size_t at = i * frame;
+    take_frame(in.far, at, far);
+    take_frame(in.mic, at, mic);
+    take_frame(in.ref, at, ref);
     const auto start = Clock::now();
     if (in.far)
-      library.rx(&far[at], &played[at]);
+      library.rx(far.data(), &played[at]);
     if (in.mic)
-      library.tx(&mic[at], in.ref ? &ref[at] : &played[at], &sent[at]);
+      library.tx(mic.data(), in.ref ? ref.data() : &played[at], &sent[at]);
     result.frame_seconds.push_back(std::chrono::duration<double>(Clock::now() - start).count());
     result.trace.push_back(library.trace());
     if (options.progress)

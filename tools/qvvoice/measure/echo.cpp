@@ -47,8 +47,9 @@ Talk most_of(const std::vector<Talk> &talk, size_t begin) {
 
 std::vector<Quarter> quarters_of(const Frames &frames) {
   std::vector<Quarter> quarters;
+  const std::vector<bool> every(frames.mic.size(), true);
   for (size_t begin = 0; begin + quarter_frames <= frames.mic.size(); begin += quarter_frames) {
-    const Sums all = sums_over(frames, std::vector<bool>(frames.mic.size(), true), begin, begin + quarter_frames);
+    const Sums all = sums_over(frames, every, begin, begin + quarter_frames);
     Quarter quarter{double(begin) * frame_seconds, all.mic / quarter_frames, all.out / quarter_frames, {}, {}};
     if (frames.talk)
       quarter.talk = most_of(*frames.talk, begin);

@@ -19,23 +19,23 @@ Quality mic_quality(const Known &known, Talk which) {
   if (!known.talk || !subject.near)
     return {};
   const std::vector<bool> chosen = frames_of(*known.talk, which);
-  return quality(joined(*subject.near, chosen, subject.rate), joined(to_signal(subject.mic), chosen, subject.rate),
+  return quality(joined(*subject.near, chosen, subject.rate), joined(SampleView(subject.mic), chosen, subject.rate),
                  subject.rate);
 }
 
 } // namespace
 
-Known::Known(const Subject &of)
-    : subject(of), mic(frame_powers(to_signal(of.mic), of.rate)), near(powers_of(of.near, of.rate)),
+Known::Known(const Subject &of, const ProgressFn &progress)
+    : subject(of), mic(frame_powers(SampleView(of.mic), of.rate)), near(powers_of(of.near, of.rate)),
       echo(powers_of(of.echo, of.rate)), talk(talk_of(of)),
-      delay(summarise(delay_points(to_signal(of.mic), to_signal(of.ref), of.rate))),
-      far_heard(measure::far_heard(of, delay)), mic_level(active_level_db(to_signal(of.mic), of.rate)),
-      ref_level(active_level_db(to_signal(of.ref), of.rate)), near_level(level_of(of.near, of.rate)),
+      delay(summarise(delay_points(SampleView(of.mic), SampleView(of.ref), of.rate, {}, progress))),
+      far_heard(measure::far_heard(of, delay)), mic_level(active_level_db(SampleView(of.mic), of.rate)),
+      ref_level(active_level_db(SampleView(of.ref), of.rate)), near_level(level_of(of.near, of.rate)),
       mic_near(mic_quality(*this, Talk::near)), mic_double(mic_quality(*this, Talk::both)) {}
 
 Frames::Frames(const Known &known, const Output &from)
     : Known(known), output(from), out(frame_powers(from.plain, subject.rate)),
-      sent(frame_powers(to_signal(from.sent), subject.rate)), out_noise(noise_power(out)) {}
+      sent(frame_powers(SampleView(from.sent), subject.rate)), out_noise(noise_power(out)) {}
 
 std::optional<double> Frames::noise_power(const std::vector<double> &powers) const {
   double sum = 0;

@@ -63,7 +63,7 @@ void measure_levels(const Frames &frames, Results &results) {
   results.digital_silence_percent = silent_percent(frames.sent);
   results.mic_level_dbfs = frames.mic_level;
   results.ref_level_dbfs = frames.ref_level;
-  results.out_level_dbfs = active_level_db(to_signal(frames.output.sent), rate);
+  results.out_level_dbfs = active_level_db(SampleView(frames.output.sent), rate);
   results.mic_clipped_percent = clipped_percent(subject.mic);
   results.ref_clipped_percent = clipped_percent(subject.ref);
   results.out_clipped_percent = clipped_percent(frames.output.sent);

@@ -53,20 +53,38 @@ std::string cell(const Json &recording, const Measure &measure, bool sign = fals
 
 constexpr const char *legend = "- nothing in the recording shows it   ? the truth is not known   never: not reached\n";
 
+/// Neither run can know it for want of the truth.
+bool needs_truth(const Json &recording, const Measure &measure) {
+  return cell(recording, measure) == "?" &&
+         (!recording.contains("against") || cell(recording["against"], measure) == "?");
+}
+
 std::string one_text(const Json &recording) {
   const bool compared = recording.contains("against");
   std::string text =
       fmt::format("{}, {} Hz: {}\n", label(recording), int(recording["rate"]), std::string(recording["source"]));
   if (compared)
     text += fmt::format("against: {}\n", std::string(recording["against"]["source"]));
+  size_t unknown = 0;
   for (const Measure &measure : measures()) {
+    if (needs_truth(recording, measure)) {
+      ++unknown;
+      continue;
+    }
     text += fmt::format("{:24}{:>10}", measure.key, cell(recording, measure));
     if (compared)
       text += fmt::format("{:>10}{:>10}", cell(recording["against"], measure),
                           cell({{"measures", recording["difference"]}}, measure, true));
     text += fmt::format(" {:5} {}\n", measure.unit, measure.meaning);
   }
-  return text + legend;
+  text += "- nothing in the recording shows it   never: not reached\n";
+  if (unknown > 0)
+    text +=
+        fmt::format("{} more measures, such as echo reduction while the far end talks alone, need to know who talks "
+                    "when:\na scene.toml with [truth] and near.wav beside mic.wav, as qvvoice scene makes them "
+                    "(docs/measures.md)\n",
+                    unknown);
+  return text;
 }
 
 /// Of the values that are there. @param value  of a recording's measure, null when there is none

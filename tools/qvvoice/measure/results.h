@@ -94,7 +94,8 @@ struct Known {
   std::optional<double> mic_level, ref_level, near_level; ///< active, dBov
   Quality mic_near, mic_double;
 
-  Known(const Subject &subject);
+  /// @param progress  of the search for the delay, which takes by far the longest
+  Known(const Subject &subject, const ProgressFn &progress = {});
 };
 
 Results measure(const Known &known, const Output &output);

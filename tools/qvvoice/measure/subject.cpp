@@ -77,9 +77,8 @@ Subject read_pair(const std::string &mic, const std::string &ref) {
   return {std::filesystem::path(mic).filename().string(), rate, near.audio.samples, far.audio.samples, {}, {}, {}};
 }
 
-Output run_library(const Subject &subject, const Setup &setup) {
-  RunOptions options;
-  options.compensate = true;
+Output run_library(const Subject &subject, const Setup &setup, const ProgressFn &progress) {
+  const RunOptions options{.compensate = true, .progress = progress};
   Run run = run_tx(setup, subject.mic, subject.ref, options);
   Output output{
       std::move(run.sent), {}, std::move(run.trace), std::move(run.frame_seconds), setup.frame_len, run.latency.tx,

@@ -41,7 +41,7 @@ struct Output {
 };
 
 /// Runs the library over the recording.
-Output run_library(const Subject &subject, const Setup &setup);
+Output run_library(const Subject &subject, const Setup &setup, const ProgressFn &progress = {});
 
 /// An output that was made elsewhere. Nothing is known about its gain.
 /// @param lag  samples by which it is behind the microphone

@@ -21,6 +21,7 @@ std::optional<std::vector<bool>> far_heard(const Subject &subject, const std::op
 
 /// Samples of the frames with this flag, joined.
 Signal joined(SignalView signal, const std::vector<bool> &frames, int rate);
+Signal joined(SampleView samples, const std::vector<bool> &frames, int rate);
 
 /// The frames of one class.
 std::vector<bool> frames_of(const std::vector<Talk> &talk, Talk which);

@@ -22,38 +22,60 @@ Signal correlate(const Transform &transform, SignalView signal, SignalView refer
   const Spectrum by = transform.forward(reference);
   for (size_t k = 0; k < cross.size(); ++k) {
     cross[k] *= std::conj(by[k]);
-    const float magnitude = std::abs(cross[k]);
-    cross[k] = magnitude > 0 ? cross[k] / magnitude : 0;
+    const double re = double(cross[k].real()), im = double(cross[k].imag()), squares = re * re + im * im;
+    cross[k] = squares > 0 ? cross[k] * float(1 / std::sqrt(squares)) : 0;
   }
   return transform.inverse(cross);
 }
 
-} // namespace
+constexpr double longest_overlapped = 600; // s; beyond, overlapping windows cost time and tell little more
 
-std::vector<DelayPoint> delay_points(SignalView signal, SignalView reference, int rate, const DelaySearch &search) {
-  const auto window = size_t(search.window * rate), hop = size_t(search.hop * rate);
+/// The peak of either polarity in one window's correlation, when it is clear. @param first  lag at its begin, samples
+std::optional<DelayPoint> clear_peak(SignalView correlation, std::ptrdiff_t first, double time, int rate,
+                                     double least) {
+  const auto height = [](double value) { return std::abs(value); };
+  const auto peak = size_t(std::ranges::max_element(correlation, {}, height) - correlation.begin());
+  const double rms = std::sqrt(power(correlation));
+  const double strength = rms > 0 ? height(correlation[peak]) / rms : 0;
+  if (strength < least || peak == 0 || peak + 1 >= correlation.size())
+    return std::nullopt;
+  const double top =
+      parabola_top(height(correlation[peak - 1]), height(correlation[peak]), height(correlation[peak + 1]));
+  return DelayPoint{time, (double(first) + double(peak) + top) / rate, strength};
+}
+
+template <class View>
+std::vector<DelayPoint> search_windows(View signal, View reference, int rate, const DelaySearch &search,
+                                       const ProgressFn &progress) {
+  const bool overlapped = double(reference.size()) <= longest_overlapped * rate;
+  const auto window = size_t(search.window * rate), hop = overlapped ? size_t(search.hop * rate) : window;
   const auto first = std::ptrdiff_t(std::floor(search.earliest * rate));
   const auto lags = size_t((search.latest - search.earliest) * rate);
   const Transform transform(size_t(kiss_fftr_next_fast_size_real(int(window + lags))));
   std::vector<DelayPoint> points;
   for (size_t begin = 0; begin + window <= reference.size(); begin += hop) {
-    const SignalView by = reference.subspan(begin, window);
+    const Signal by = excerpt(reference, std::ptrdiff_t(begin), window);
     const Signal part = excerpt(signal, std::ptrdiff_t(begin) + first, window + lags);
     const Signal correlation = correlate(transform, part, by);
-    const auto height = [](double value) { return std::abs(value); }; // either polarity
-    const auto peak =
-        size_t(std::ranges::max_element(correlation.begin(), correlation.begin() + std::ptrdiff_t(lags), {}, height) -
-               correlation.begin());
-    const double rms = std::sqrt(power(SignalView(correlation).first(lags)));
-    const double strength = rms > 0 ? std::abs(correlation[peak]) / rms : 0;
-    if (strength < search.least_strength || peak == 0 || peak + 1 >= lags)
-      continue;
-    const double top =
-        parabola_top(std::abs(correlation[peak - 1]), std::abs(correlation[peak]), std::abs(correlation[peak + 1]));
-    points.push_back(
-        {(double(begin) + double(window) / 2) / rate, (double(first) + double(peak) + top) / rate, strength});
+    const double time = (double(begin) + double(window) / 2) / rate;
+    if (const auto point = clear_peak(SignalView(correlation).first(lags), first, time, rate, search.least_strength))
+      points.push_back(*point);
+    if (progress)
+      progress(begin + window, reference.size());
   }
   return points;
+}
+
+} // namespace
+
+std::vector<DelayPoint> delay_points(SignalView signal, SignalView reference, int rate, const DelaySearch &search,
+                                     const ProgressFn &progress) {
+  return search_windows(signal, reference, rate, search, progress);
+}
+
+std::vector<DelayPoint> delay_points(SampleView signal, SampleView reference, int rate, const DelaySearch &search,
+                                     const ProgressFn &progress) {
+  return search_windows(signal, reference, rate, search, progress);
 }
 
 std::optional<DelaySummary> summarise(const std::vector<DelayPoint> &points) {

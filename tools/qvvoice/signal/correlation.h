@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "signal/signal.h"
+#include "support/progress.h"
 
 namespace qv::tool {
 
@@ -17,7 +18,7 @@ struct DelayPoint {
 
 struct DelaySearch {
   double window = 4.0;    ///< s
-  double hop = 1.0;       ///< s
+  double hop = 1.0;       ///< s; in recordings of more than ten minutes the windows do not overlap
   double earliest = -0.5; ///< s
   double latest = 1.0;    ///< s
   /// Unrelated speech stays below 6 (the largest of 24000 Gaussian values lies at 4.3), one echo path that
@@ -27,7 +28,11 @@ struct DelaySearch {
 
 /// Cross-correlation with phase transform (Knapp and Carter 1976), window by window. Windows without a clear
 /// peak give no point.
-std::vector<DelayPoint> delay_points(SignalView signal, SignalView reference, int rate, const DelaySearch &search = {});
+/// @param progress  called with windows
+std::vector<DelayPoint> delay_points(SignalView signal, SignalView reference, int rate, const DelaySearch &search = {},
+                                     const ProgressFn &progress = {});
+std::vector<DelayPoint> delay_points(SampleView signal, SampleView reference, int rate, const DelaySearch &search = {},
+                                     const ProgressFn &progress = {});
 
 struct DelaySummary {
   double delay;     ///< s, median

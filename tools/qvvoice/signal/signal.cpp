@@ -2,16 +2,28 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 
 #include "dsp/sample.h"
 
 namespace qv::tool {
 
-Signal to_signal(std::span<const int16_t> samples) {
-  Signal signal(samples.size());
-  std::ranges::transform(samples, signal.begin(), [](int16_t sample) { return sample / 32768.0; });
-  return signal;
+namespace {
+
+template <class View, class Convert>
+Signal converted_excerpt(View all, std::ptrdiff_t begin, size_t count, const Convert &convert) {
+  Signal part(count);
+  const auto size = std::ptrdiff_t(all.size()), length = std::ptrdiff_t(count);
+  const std::ptrdiff_t first = std::clamp<std::ptrdiff_t>(-begin, 0, length);
+  const std::ptrdiff_t end = std::clamp<std::ptrdiff_t>(size - begin, first, length);
+  for (std::ptrdiff_t i = first; i < end; ++i)
+    part[size_t(i)] = convert(all[size_t(begin + i)]);
+  return part;
 }
+
+} // namespace
+
+Signal to_signal(SampleView samples) { return excerpt(samples, 0, samples.size()); }
 
 std::vector<int16_t> to_samples(SignalView signal) {
   std::vector<int16_t> samples(signal.size());
@@ -40,20 +52,19 @@ void scale(Signal &signal, double gain) {
 }
 
 Signal excerpt(SignalView signal, std::ptrdiff_t begin, size_t count) {
-  Signal part(count);
-  const auto size = std::ptrdiff_t(signal.size());
-  for (size_t i = 0; i < count; ++i)
-    if (const auto at = begin + std::ptrdiff_t(i); at >= 0 && at < size)
-      part[i] = signal[size_t(at)];
-  return part;
+  return converted_excerpt(signal, begin, count, std::identity());
+}
+
+Signal excerpt(SampleView samples, std::ptrdiff_t begin, size_t count) {
+  return converted_excerpt(samples, begin, count, [](int16_t sample) { return sample / 32768.0; });
 }
 
 double quantile(std::vector<double> values, double quantile) {
-  std::ranges::sort(values);
   const double place = quantile * double(values.size() - 1);
-  const auto below = size_t(place);
-  const size_t above = std::min(below + 1, values.size() - 1);
-  return std::lerp(values[below], values[above], place - double(below));
+  const auto below = values.begin() + std::ptrdiff_t(place);
+  std::ranges::nth_element(values, below);
+  const auto above = std::min_element(below + 1, values.end());
+  return above == values.end() ? *below : std::lerp(*below, *above, place - std::floor(place));
 }
 
 } // namespace qv::tool

@@ -11,8 +11,9 @@ namespace qv::tool {
 
 using Signal = std::vector<double>; ///< full scale is 1.0
 using SignalView = std::span<const double>;
+using SampleView = std::span<const int16_t>; ///< as recorded; an hour of it takes a quarter of a Signal's memory
 
-Signal to_signal(std::span<const int16_t> samples);
+Signal to_signal(SampleView samples);
 
 /// Rounds and saturates, as the library does.
 std::vector<int16_t> to_samples(SignalView signal);
@@ -33,6 +34,7 @@ void scale(Signal &signal, double gain);
 
 /// `count` samples from `begin` on, zeros where the signal has none; begin may be negative.
 Signal excerpt(SignalView signal, std::ptrdiff_t begin, size_t count);
+Signal excerpt(SampleView samples, std::ptrdiff_t begin, size_t count);
 
 /// Value below which the share `quantile` of the values lies, linear between neighbours. values not empty.
 double quantile(std::vector<double> values, double quantile);
