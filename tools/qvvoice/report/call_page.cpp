@@ -16,11 +16,19 @@ struct SignalView16 {
   const std::vector<int16_t> &samples;
 };
 
+constexpr double longest_sound = 600; // s that a page plays, so that its size stays within bounds
+
+double sound_seconds(const CallReport &call) {
+  return std::min(double(call.subject.mic.size()) / call.subject.rate, longest_sound);
+}
+
 Json signal_json(const SignalView16 &signal, int rate, const SpectrogramScale &scale) {
+  const size_t heard = std::min(signal.samples.size(), size_t(longest_sound) * size_t(rate));
+  const Audio sound{rate, {signal.samples.begin(), signal.samples.begin() + std::ptrdiff_t(heard)}};
   return {{"id", signal.id},
           {"title", signal.title},
-          {"picture", base64(png(spectrogram(to_signal(signal.samples), rate, scale)))},
-          {"audio", base64(flac({rate, signal.samples}))}};
+          {"picture", base64(png(spectrogram(signal.samples, rate, scale)))},
+          {"audio", base64(flac(sound))}};
 }
 
 Json signals(const CallReport &call, const SpectrogramScale &scale) {
@@ -69,6 +77,14 @@ std::string about(const CallReport &call) {
                   call.output.source, call.output.latency);
   if (call.other)
     text += fmt::format("; other: {}", call.other->output.source);
+  const size_t merged = frames_per_point(call.output.trace.size());
+  if (merged > 1)
+    text += fmt::format("; a long call: a point of the charts stands for {:.2f} s",
+                        double(merged) * call.setup.frame_len / call.subject.rate);
+  if (sound_seconds(call) < double(call.subject.mic.size()) / call.subject.rate)
+    text += fmt::format("; the page plays the first {:.0f} minutes: for another part make a page of that part of the "
+                        "recordings",
+                        longest_sound / 60);
   return text;
 }
 
@@ -83,6 +99,7 @@ Json page_data(const CallReport &call, const Links &links) {
                {"made", fmt::format("Made by qvvoice {}", QV_VOICE_Version())},
                {"rate", call.subject.rate},
                {"seconds", double(call.subject.mic.size()) / call.subject.rate},
+               {"sound_seconds", sound_seconds(call)},
                {"links", links_json(links)},
                {"spectrogram",
                 {{"column_seconds", scale.column_seconds},
@@ -102,8 +119,14 @@ Json page_data(const CallReport &call, const Links &links) {
 
 CallReport examine(std::string name, measure::Subject subject, const Setup &setup) {
   CallReport call{std::move(name), setup, std::move(subject), {}, {}, {}, {}, {}};
-  call.output = run_library(call.subject, setup);
-  call.results = measure::measure(call.subject, call.output);
+  {
+    Progress bar("processing");
+    call.output = run_library(call.subject, setup, std::ref(bar));
+  }
+  {
+    Progress bar("measuring");
+    call.results = measure::measure(measure::Known(call.subject, std::ref(bar)), call.output);
+  }
   const diagnose::Evidence evidence(setup, call.subject.mic, call.subject.ref, call.output.sent, call.output.trace);
   call.delays = evidence.delay.points;
   call.diagnosis = diagnose::diagnose(evidence);

@@ -21,18 +21,22 @@ double gain_db(float gain) { return std::max(20 * std::log10(std::max(double(gai
 /// The charts of one call, filled series by series.
 class Lanes {
 public:
-  Lanes(double step, size_t frames) : step_(step), frames_(frames) {}
+  Lanes(double step, size_t frames) : step_(step), frames_(frames), merged_(frames_per_point(frames)) {}
 
   void begin(const char *title, const char *unit, bool steps = false) {
-    all_.push_back({{"title", title}, {"unit", unit}, {"step", step_}, {"steps", steps}, {"series", Json::array()}});
+    all_.push_back({{"title", title},
+                    {"unit", unit},
+                    {"step", double(merged_) * step_},
+                    {"steps", steps},
+                    {"series", Json::array()}});
   }
 
   /// @param value  of frame i
   void add(const std::string &label, bool other, const std::function<std::optional<double>(size_t)> &value,
            bool points = false) {
     Json values = Json::array();
-    for (size_t i = 0; i < frames_; ++i)
-      values.push_back(rounded(value(i)));
+    for (size_t begin = 0; begin < frames_; begin += merged_)
+      values.push_back(rounded(merged(value, begin)));
     all_.back()["series"].push_back({{"label", label}, {"other", other}, {"points", points}, {"values", values}});
   }
 
@@ -46,8 +50,20 @@ public:
   Json take() { return std::move(all_); }
 
 private:
+  /// One value for the frames of a point that have one.
+  std::optional<double> merged(const std::function<std::optional<double>(size_t)> &value, size_t begin) const {
+    const bool last_counts = all_.back()["steps"];
+    double sum = 0, count = 0;
+    for (size_t i = begin; i < std::min(begin + merged_, frames_); ++i)
+      if (const auto one = value(i); one && std::isfinite(*one)) {
+        sum = last_counts ? *one : sum + *one;
+        count = last_counts ? 1 : count + 1;
+      }
+    return count > 0 ? std::optional(sum / count) : std::nullopt;
+  }
+
   double step_;
-  size_t frames_;
+  size_t frames_, merged_; ///< all, and those that one point stands for
   Json all_ = Json::array();
 };
 

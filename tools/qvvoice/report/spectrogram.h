@@ -20,7 +20,8 @@ SpectrogramScale spectrogram_scale(size_t samples, int rate);
 /// Grey of a level: 0 for -128 dB or less, then one step per dB. 0 dB is a full-scale square wave.
 inline constexpr int grey_of_full_scale = 128;
 
-/// Power spectra of 32 ms under a Hann window; a sine shows its own level (full scale: -3 dB) at its peak.
-GreyPicture spectrogram(SignalView signal, int rate, const SpectrogramScale &scale);
+/// Power spectra of 32 ms under a Hann window, at least one every 10 ms; a column shows the mean of its own. A sine
+/// shows its own level (full scale: -3 dB) at its peak.
+GreyPicture spectrogram(SampleView samples, int rate, const SpectrogramScale &scale);
 
 } // namespace qv::tool::report

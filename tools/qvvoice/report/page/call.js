@@ -46,7 +46,7 @@ function follow() {
 
 async function play() {
   const [begin, end] = visible();
-  if (player.time < begin || player.time >= Math.min(end, data.seconds - 0.01)) player.seek(begin);
+  if (player.time < begin || player.time >= Math.min(end, data.sound_seconds - 0.01)) player.seek(begin);
   await player.play();
   follow();
 }

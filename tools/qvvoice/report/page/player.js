@@ -13,7 +13,7 @@ class Player {
   get time() { return this.track.currentTime; }
   get playing() { return !this.track.paused; }
 
-  seek(time) { this.track.currentTime = Math.min(Math.max(time, 0), data.seconds); }
+  seek(time) { this.track.currentTime = Math.min(Math.max(time, 0), data.sound_seconds); }
 
   async play() {
     this.amplify();
