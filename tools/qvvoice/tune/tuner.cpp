@@ -4,7 +4,7 @@
 #include <chrono>
 #include <cmath>
 
-#include "para/check.h"
+#include "inspect/check.h"
 #include "support/error.h"
 #include "tune/search.h"
 
@@ -30,7 +30,7 @@ public:
     std::vector<Candidate> candidates;
     for (const Image &image : images) {
       const Numbers &means = *history_.find(image);
-      candidates.push_back({image, means, plan_.cost(means), int(para::check(image).size())});
+      candidates.push_back({image, means, plan_.cost(means), int(inspect::check(image).size())});
     }
     return candidates;
   }
@@ -63,7 +63,7 @@ void search(Tuner &tuner, const Plan &plan, const SearchOptions &options, Result
 }
 
 [[noreturn]] void refuse_start(const Plan &plan, const Image &start) {
-  const para::Finding finding = para::check(start).front();
+  const para::Finding finding = inspect::check(start).front();
   throw InputError("plan {}: its moves start at parameters that nobody should use: {}: {}", plan.title, finding.key,
                    finding.message);
 }
