@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "para/check.h"
+#include "inspect/check.h"
 #include "para/text_reader.h"
 #include "para/text_writer.h"
 
@@ -15,7 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const ReadText read = read_text(text, "/nowhere");
   if (has_errors(read.log.findings()))
     return 0;
-  check(read.image);
+  qv::tool::inspect::check(read.image);
   const ReadText again = read_text(write_text(read.image), "/nowhere");
   if (has_errors(again.log.findings()) || again.image != read.image)
     std::abort();

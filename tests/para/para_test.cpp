@@ -1,20 +1,16 @@
-// Parameter files as text and as words: what is said of them, what is drawn of them, and the verbs.
+// Parameter files as text and as words, and the verbs.
 
 #include <cmath>
 #include <random>
 #include <regex>
 
-#include "para/check.h"
 #include "para/fir_design.h"
 #include "para/keys.h"
-#include "para/level_curve.h"
 #include "para/para_file.h"
 #include "para/presets.h"
-#include "para/reference.h"
 #include "para/text_reader.h"
 #include "para/text_writer.h"
 #include "process/files.h"
-#include "qvvoice/post/agc.h"
 
 namespace qv::tool::para {
 namespace {
@@ -140,59 +136,6 @@ TEST(RoundTrip, any_words_come_back_from_their_text) {
   EXPECT_EQ(write_text(config::default_image(8000)).find("[raw]"), std::string::npos) << "only what is there";
   EXPECT_EQ(shortest(*find_field("tx.anr.noise_scale"), 31130), "0.95");
   EXPECT_EQ(shortest(*find_field("tx.agc.knee_low_db"), -641), "-20.03");
-}
-
-/// In the section of a key: what must give a finding about it, and the nearest text that no longer does.
-const struct {
-  Severity severity;
-  std::string section, key;
-  const char *wrong, *right;
-} rules[] = {
-    {Severity::error, "tx.eq", "half_taps", "half_taps = 130", "half_taps = 129"},
-    {Severity::error, "tx.eq", "half_taps", "half_taps = 0", "half_taps = 1"},
-    {Severity::error, "tx.eq", "coef", "enable = true", "enable = true\ncoef = [0.9]"},
-    {Severity::error, "aec", "echo_delay", "echo_delay = 4097", "echo_delay = 4096"},
-    {Severity::error, "rx.agc", "knee_low_db", "knee_low_db = -12\nknee_high_db = -12", "knee_low_db = -12.5"},
-    {Severity::warning, "tx.agc", "slope_high", "slope_high = 1.2", "slope_high = 1"},
-    {Severity::error, "aec.double_talk", "count_min", "count_from = 10\ncount_to = 12\ncount_min = 3", "count_min = 1"},
-    {Severity::warning, "aec.double_talk", "single_talk_hang", "single_talk_hang = 2", "single_talk_hang = 3"},
-};
-
-TEST(Check, each_rule_speaks_from_its_boundary_on) {
-  for (const auto &[severity, section, key, wrong, right] : rules)
-    for (const char *text : {wrong, right}) {
-      const Findings all = check(read_text("rate = 16000\n[" + section + "]\n" + text, {}).image);
-      const auto same = [&](const Finding &f) { return f.severity == severity && f.key == section + "." + key; };
-      EXPECT_EQ(std::any_of(all.begin(), all.end(), same), text == wrong) << text;
-    }
-  for (const Preset &preset : presets())
-    EXPECT_TRUE(check_file(load(std::string(preset.name))).empty()) << preset.name;
-}
-
-// The drawn curve is that of the library: its gain control measured at points.
-TEST(Plots, level_curve_is_what_the_library_does) {
-  const Image image =
-      read_text("rate = 16000\n[tx.agc]\nknee_gain_db = 3\nslope_low = 2\nslope_mid = 0.75\n", {}).image;
-  ASSERT_EQ(VOICE_SetPara_1(image.data(), 16000, 320), 0);
-  const LevelCurve curve(Values(image), "tx.agc");
-  for (const int16_t amplitude : {5, 33, 1000, 8000, 20000}) {
-    AgcState agc;
-    AGC_Init(&g_stVoicePara.stAgcTx, &agc);
-    const std::vector<int16_t> in(320, amplitude);
-    std::vector<int16_t> out(320);
-    for (int frame = 0; frame < 10; ++frame)
-      AGC_Process(in.data(), out.data(), &agc);
-    const double level = AGC_Power2Db(float(amplitude) * float(amplitude));
-    EXPECT_NEAR(20 * std::log10(agc.fGainPrev), curve.gain(level), 0.01) << amplitude;
-  }
-}
-
-TEST(Reference, documents_are_current) {
-  const fs::path docs = fs::path(__FILE__).parent_path() / "../../docs";
-  EXPECT_TRUE(bytes_of(docs / "parameters.md") == reference_markdown())
-      << "renew with: qvvoice para fields --form markdown --out docs/parameters.md";
-  EXPECT_TRUE(bytes_of(docs / "parameters.schema.json") == text_schema().dump(2) + "\n")
-      << "renew with: qvvoice para fields --form schema --out docs/parameters.schema.json";
 }
 
 class ParaVerb : public InFolder {

@@ -323,12 +323,35 @@ TEST_F(Process, full_disk_is_an_error_and_leaves_no_half_file) {
   EXPECT_EQ(paths(), before);
 }
 
+TEST_F(Process, nothing_is_lost_in_silence_and_what_was_meant_is_named) {
+  for (const char *words : {"--help", "--version", "presets", "para check balanced-16k-20ms",
+                            "para diff balanced-16k-20ms echo-safe-16k-20ms", "process --help"}) {
+    const std::string line = std::string(QVVOICE_COMMAND) + " " + words + " >/dev/full 2>" + at("err");
+    EXPECT_EQ(WEXITSTATUS(std::system(line.c_str())), 2) << words;
+    const std::string said = bytes_of(at("err"));
+    EXPECT_NE(said.find("standard output cannot be written"), std::string::npos) << words << said;
+  }
+  for (const auto &[words, meant] : {std::pair("proces", "\"process\""),
+                                     {"process --mik a.wav", "\"--mic\""},
+                                     {"para chek x", "\"check\""},
+                                     {"process --preset balanced-16-20ms", "\"balanced-16k-20ms\""},
+                                     {"scene --set far-ed --out x", "\"far-end\""}}) {
+    const CommandResult result = run_command(folder, words);
+    EXPECT_EQ(result.status, 2) << words;
+    EXPECT_NE(result.err.find(std::string("did you mean ") + meant), std::string::npos) << words << result.err;
+  }
+}
+
 TEST_F(Process, has_a_manual_page_per_verb_and_completes_verbs_and_options) {
   ASSERT_EQ(run_command(folder, "manual --out .").status, 0);
   EXPECT_NE(bytes_of(at("qvvoice-measure.1")).find("\\-\\-frame\\-ms"), std::string::npos);
   EXPECT_TRUE(fs::exists(at("qvvoice-para-pack.1")));
   for (const auto &[words, answer] : {std::pair("qvvoice pr", "process presets\n"),
                                       {"qvvoice para pack x.toml --f", "--force\n"},
+                                      {"qvvoice process --preset noise-only-8k-1", "noise-only-8k-16ms\n"},
+                                      {"qvvoice scene --set far", "far-end\n"},
+                                      {"qvvoice tune --plan full", "full-duplex\n"},
+                                      {"qvvoice para show echo-safe-16k-1", "echo-safe-16k-16ms\n"},
                                       {"qvvoice report calls --aga", "--against --against-delay --against-para\n"}}) {
     put("complete.sh", std::string("source ./qvvoice.bash\nCOMP_WORDS=(") + words +
                            ")\nCOMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n_qvvoice\necho \"${COMPREPLY[@]}\" >answer\n");

@@ -97,6 +97,15 @@ TEST_F(TuneCommand, gives_the_same_file_whatever_the_processes_and_after_an_inte
   EXPECT_EQ(bytes_of(at("again.toml")), file);
   EXPECT_EQ(bytes_of(at("cut.log")), log);
 
+  // A smaller budget keeps what the log has, and so does a run that is stopped before it finds anything new.
+  ASSERT_LE(tune("--set calls/tune/call-1 --seed 3 --budget 2 --log cut.log --out again.toml").status, 1);
+  EXPECT_EQ(bytes_of(at("again.toml")), file);
+  EXPECT_EQ(bytes_of(at("cut.log")), log);
+  put("bad.log", log.substr(0, log.find('\n') + 1) + "{\"words\": [\"a\"], \"means\": 3}\n");
+  const CommandResult bad = tune(search + "--log bad.log --out no.toml");
+  EXPECT_EQ(bad.status, 2);
+  EXPECT_NE(bad.err.find("bad.log:2: is not an evaluation"), std::string::npos) << bad.err;
+
   const CommandResult other = tune("--set calls/tune/call-2 --log cut.log --out no.toml");
   EXPECT_EQ(other.status, 2);
   EXPECT_NE(other.err.find("cut.log: is the log of another search"), std::string::npos) << other.err;
@@ -112,6 +121,8 @@ TEST_F(TuneCommand, hopeless_recordings_are_refused_with_their_reason) {
   add(plays, talk(9, 17, 23.5), 2);
   put_wav("disturbed.wav", rate, to_samples(plays));
   put_wav("silent.wav", rate, std::vector<int16_t>(48 * rate));
+  Signal hum = hiss(5, -30);
+  put_wav("hum.wav", rate, to_samples(hum));
   put_wav("short.wav", rate, std::vector<int16_t>(rate, 100));
   const struct {
     const char *words, *message;
@@ -122,6 +133,8 @@ TEST_F(TuneCommand, hopeless_recordings_are_refused_with_their_reason) {
       {"--echo ref.wav plays.wav --near talks.wav --calls c", "nothing to tune on"},
       {"--echo short.wav ref.wav --near talks.wav --calls c", "short.wav: is 1.0 s long; at least 39 s"},
       {"--echo plays.wav ref.wav --near silent.wav --calls c", "silent.wav: is silent; somebody should talk"},
+      {"--echo plays.wav ref.wav --near plays.wav --calls c", "plays.wav: the far end of ref.wav is in it, 80 ms late"},
+      {"--echo plays.wav ref.wav --near hum.wav --calls c", "hum.wav: somebody talks for 0.0 s of its first half"},
       {"--echo disturbed.wav ref.wav --near talks.wav --calls c", "disturbed.wav: somebody talks for"},
       {"--echo plays.wav ref.wav --near talks.wav --calls c --rate 16000", "plays.wav: has 8000 Hz"},
       {"--set nowhere", "nowhere: holds no recordings"},

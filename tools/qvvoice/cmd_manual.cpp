@@ -6,9 +6,12 @@
 #include <memory>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
+#include "para/presets.h"
 #include "qvvoice/qvvoice.h"
 #include "support/output_file.h"
+#include "tune/plan.h"
 #include "verbs.h"
 
 namespace qv::tool {
@@ -101,13 +104,48 @@ void completion_cases(const CLI::App &app, std::string &text) {
     completion_cases(*command, text);
 }
 
+/// What may stand behind an option: the names that its check lists, or names that are built in and files.
+std::string values_of(const CLI::Option &option) {
+  const std::string name = option.get_lnames()[0], type = option.get_type_name();
+  if (name == "plan") {
+    std::string plans;
+    for (const tune::BuiltIn &plan : tune::built_in())
+      plans += fmt::format("{} ", plan.name);
+    return plans;
+  }
+  if (name == "para" || name == "against-para" || name == "base")
+    return fmt::format("{} ", fmt::join(para::preset_names(), " "));
+  const size_t list = type.find('{');
+  if (list == type.npos)
+    return "";
+  std::string words = type.substr(list + 1, type.rfind('}') - list - 1) + " ";
+  std::ranges::replace(words, ',', ' ');
+  return words;
+}
+
+void value_cases(const CLI::App &app, std::string &text) {
+  for (const CLI::Option *option : options_of(app))
+    if (!option->get_lnames().empty())
+      if (const std::string values = values_of(*option); !values.empty())
+        text += fmt::format("  '{} --{}') echo '{}' ;;\n", full_name(app, " "), option->get_lnames()[0], values);
+  for (const CLI::App *command : parts_of(app, false))
+    value_cases(*command, text);
+}
+
 std::string completion(const CLI::App &app) {
-  std::string cases;
+  std::string cases, values;
   completion_cases(app, cases);
-  return fmt::format(R"(# bash completion for qvvoice: commands, their options, else files
+  value_cases(app, values);
+  const std::string presets = fmt::format("{}", fmt::join(para::preset_names(), " "));
+  return fmt::format(R"(# bash completion for qvvoice: commands, their options and the names these take, else files
 _qvvoice_words() {{
   case $1 in
 {}  *) return 1 ;;
+  esac
+}}
+_qvvoice_values() {{
+  case $1 in
+{}  'qvvoice para show show' | 'qvvoice para check check' | 'qvvoice para plot plot' | 'qvvoice para diff '*) echo '{}' ;;
   esac
 }}
 _qvvoice() {{
@@ -117,11 +155,17 @@ _qvvoice() {{
     next=$(_qvvoice_words "$verb ${{COMP_WORDS[i]}}") || break
     verb+=" ${{COMP_WORDS[i]}}" words=$next
   done
-  COMPREPLY=($(compgen -W "$words" -- "${{COMP_WORDS[COMP_CWORD]}}"))
+  local word=${{COMP_WORDS[COMP_CWORD]}} before=${{COMP_WORDS[COMP_CWORD - 1]}} values
+  values=$(_qvvoice_values "$verb $before")
+  if [[ $values && $word != -* ]]; then
+    COMPREPLY=($(compgen -W "$values" -- "$word") $(compgen -f -- "$word"))
+  else
+    COMPREPLY=($(compgen -W "$words" -- "$word"))
+  fi
 }}
 complete -o default -F _qvvoice qvvoice
 )",
-                     cases);
+                     cases, values, presets);
 }
 
 void write_text(const std::string &path, const std::string &text) {

@@ -4,12 +4,13 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "para/diff.h"
+#include "inspect/check.h"
+#include "inspect/diff.h"
+#include "inspect/plots.h"
+#include "inspect/reference.h"
 #include "para/keys.h"
 #include "para/para_file.h"
-#include "para/plots.h"
 #include "para/presets.h"
-#include "para/reference.h"
 #include "para/text_writer.h"
 #include "support/error.h"
 #include "support/output_file.h"
@@ -20,6 +21,7 @@ namespace qv::tool {
 namespace {
 
 using namespace para;
+using namespace inspect;
 using Json = nlohmann::ordered_json;
 
 constexpr const char *file_help = "parameter file, packed or as text, or the name of a preset";

@@ -8,6 +8,7 @@
 #include "support/child.h"
 #include "support/error.h"
 #include "support/output_file.h"
+#include "support/progress.h"
 #include "tune/device.h"
 #include "tune/result_text.h"
 #include "verbs.h"
@@ -61,6 +62,17 @@ tune::Judged judge(Evaluator &evaluator, const tune::Result &result, const char 
   return judged;
 }
 
+/// Without each field, on recordings that were held back: what it buys there is what it is worth.
+void judge_effects(Evaluator &evaluator, const tune::Numbers &with, tune::Result &result) {
+  std::vector<config::Image> images;
+  for (const tune::Effect &effect : result.effects)
+    images.push_back(effect.image);
+  evaluator.evaluate(images, [&](size_t i, const std::vector<tune::Numbers> &numbers) {
+    result.effects[i].with = with;
+    result.effects[i].without = tune::mean_of(numbers);
+  });
+}
+
 void write_pages(const Options &options, const std::string &set, const std::string &before) {
   const ChildResult made = run_child({std::filesystem::read_symlink("/proc/self/exe").string(), "report", "--set", set,
                                       "--out", options.pages, "--frame-ms", std::to_string(options.frame_ms), "--para",
@@ -87,17 +99,31 @@ void run(Options options) {
   const bool preset = para::find_preset(before.para_source) != nullptr;
   const tune::Writing writing{options.name, options.frame_ms, preset ? before.para_source : "",
                               preset ? before.para : config::default_image(options.rate)};
-  tune::History history(options.log.empty() ? options.out + ".log" : options.log, identity(options, evaluator, before));
+  if (options.log.empty())
+    options.log = options.out + ".log";
+  tune::History history(options.log, identity(options, evaluator, before));
 
-  const auto better = [&](const tune::Candidate &best, size_t evaluations) {
+  if (history.taken_up() > 0)
+    fmt::print(stderr, "goes on from {} evaluations in its log\n", history.taken_up());
+  say_when_terminated(fmt::format("\nqvvoice: stopped; the same command goes on from {}, {} has the best so far\n",
+                                  options.log, options.out));
+  Progress bar("tuning");
+  const auto evaluated = [&](const tune::Candidate &best, bool improved, size_t evaluations) {
+    bar(evaluations, options.search.budget);
+    if (!improved)
+      return;
+    bar.wipe();
     fmt::print(stderr, "evaluation {} of {}: {:.3f} points\n", evaluations, options.search.budget, best.cost);
     write_text(options.out, parameter_text(plan, {best, best, {}, {}}, writing, best.means, "tuned on so far"));
   };
-  const tune::Result result = tune::tune(plan, before.para, evaluator, history, options.search, better);
+  tune::Result result = tune::tune(plan, before.para, evaluator, history, options.search, evaluated);
+  bar.wipe();
   std::vector<tune::Judged> parts = {judge(evaluator, result, "tuned on")};
   if (held_back)
     parts.push_back(judge(*held_back, result, "held back"));
   const tune::Judged &last = parts.back();
+  if (held_back)
+    judge_effects(*held_back, tune::mean_of(last.after), result);
   write_text(options.out, parameter_text(plan, result, writing, tune::mean_of(last.after), last.part));
   const nlohmann::ordered_json found = tune::result_json(plan, result, parts);
   fmt::print("{}", options.json ? found.dump(2) + "\n" : tune::result_text(found));

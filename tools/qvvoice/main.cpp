@@ -1,11 +1,15 @@
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <exception>
+#include <sstream>
 #include <string>
 #include <string_view>
 
 #include <fmt/format.h>
 
 #include "qvvoice/qvvoice.h"
+#include "usage.h"
 #include "verbs.h"
 
 namespace {
@@ -29,6 +33,15 @@ void refuse_pipes(CLI::App &app) {
     refuse_pipes(*part);
 }
 
+/// Nothing is lost in silence: what standard output refuses is an error, whatever the verb has found.
+int finish(int status) {
+  errno = 0;
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+    return status;
+  return refuse(
+      fmt::format("standard output cannot be written{}{}", errno ? ": " : "", errno ? std::strerror(errno) : ""));
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
@@ -49,14 +62,17 @@ int main(int argc, char **argv) {
     app.parse(argc, argv);
     if (app.get_subcommands().empty())
       return refuse("no verb given (--help lists them)");
-    return std::fflush(stdout) == 0 ? 0 : refuse("standard output cannot be written");
+    return finish(0);
   } catch (const CLI::RuntimeError &found) {
-    return found.get_exit_code();
+    return finish(found.get_exit_code());
   } catch (const CLI::Success &asked) {
-    return app.exit(asked);
+    std::ostringstream text;
+    const int status = app.exit(asked, text);
+    std::fputs(text.str().c_str(), stdout);
+    return finish(status);
   } catch (const CLI::ParseError &usage) {
-    return refuse(fmt::format("{} (--help shows the options)", usage.what()));
+    return refuse(qv::tool::usage_message(app, usage));
   } catch (const std::exception &wrong) {
-    return refuse(wrong.what());
+    return std::ferror(stdout) ? finish(bad_input) : refuse(wrong.what());
   }
 }

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <set>
 
+#include "inspect/check.h"
 #include "para/para_file.h"
 #include "para/presets.h"
 #include "support/error.h"
@@ -30,7 +31,7 @@ Image read_image(const std::string &name) {
 void warn_about(const std::string &name) {
   static std::set<std::string> told;
   const auto errors =
-      std::ranges::count(para::check_file(para::load(name)), para::Severity::error, &para::Finding::severity);
+      std::ranges::count(inspect::check_file(para::load(name)), para::Severity::error, &para::Finding::severity);
   if (errors > 0 && told.insert(name).second)
     fmt::print(stderr, "qvvoice: {} error{} in {}: see `qvvoice para check {}`\n", errors, errors == 1 ? "" : "s", name,
                name);

@@ -10,7 +10,6 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include "para/check.h"
 #include "para/keys.h"
 #include "para/presets.h"
 #include "para/text_reader.h"
@@ -86,21 +85,6 @@ ParaFile load_valid(const std::string &name) {
   if (!errors.empty())
     throw InputError("{}", fmt::join(errors, "\n"));
   return file;
-}
-
-Findings check_file(const ParaFile &file, std::optional<int32_t> rate) {
-  Findings findings = file.log.findings();
-  if (has_errors(findings))
-    return findings;
-  for (Finding &finding : check(file.image)) {
-    finding.line = file.log.line_of(finding.key);
-    findings.push_back(std::move(finding));
-  }
-  if (rate && file.image[config::rate_word] != *rate)
-    findings.push_back({Severity::error, file.log.line_of("rate"), "rate",
-                        fmt::format("the file is for {} Hz, not {} Hz; the library refuses it with status 2",
-                                    file.image[config::rate_word], *rate)});
-  return findings;
 }
 
 std::string packed_bytes(const Image &image) {

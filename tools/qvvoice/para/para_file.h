@@ -1,7 +1,6 @@
 /// @file para_file.h  A parameter file, packed or as text, or a preset.
 #pragma once
 
-#include <optional>
 #include <string>
 
 #include "para/finding.h"
@@ -22,10 +21,6 @@ ParaFile load(const std::string &name);
 
 /// The same for who needs the words. @throws InputError with every error that a text has
 ParaFile load_valid(const std::string &name);
-
-/// What check() finds in the file, with the lines of its text, after what reading it found.
-/// @param rate  Hz that the file should be for, if any
-Findings check_file(const ParaFile &file, std::optional<int32_t> rate = {});
 
 /// 1000 bytes: the words in little-endian order.
 std::string packed_bytes(const Image &image);

@@ -1,6 +1,8 @@
 #include "scene/section.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 
@@ -24,9 +26,11 @@ std::string described(const Range &range) {
 
 std::string read_text(const std::string &path) {
   std::ifstream file(path);
+  if (!file)
+    throw InputError("{}: cannot be read: {}", path, std::strerror(errno));
   std::string text{std::istreambuf_iterator<char>(file), {}};
   if (text.empty())
-    throw InputError("{}: cannot be read, or is empty; a TOML file is needed", path);
+    throw InputError("{}: is empty, or a folder; a TOML file is needed", path);
   return text;
 }
 

@@ -41,7 +41,12 @@ constexpr size_t most_open = 64;
 std::array<std::atomic<const char *>, most_open> open_names;
 std::array<std::string, most_open> open_places;
 
+std::string last_words;
+pid_t speaker = 0;
+
 void remove_and_die(int signal) {
+  if (getpid() == speaker && write(STDERR_FILENO, last_words.data(), last_words.size()) < 0)
+    speaker = 0; // nobody hears it
   for (const auto &name : open_names)
     if (const char *path = name.load())
       unlink(path);
@@ -92,6 +97,12 @@ size_t free_slot(const std::string &path, const std::string &place) {
 }
 
 } // namespace
+
+void say_when_terminated(const std::string &message) {
+  last_words = message;
+  speaker = getpid();
+  handle_signals();
+}
 
 OutputFile::OutputFile(const std::string &path, std::span<const std::string> inputs) : path_(path) {
   if (path.empty())

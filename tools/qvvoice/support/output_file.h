@@ -7,6 +7,9 @@
 
 namespace qv::tool {
 
+/// What a terminating signal has this process say on standard error before it dies; children say nothing.
+void say_when_terminated(const std::string &message);
+
 /// Written under another name in the folder of its place and renamed by commit(). Without commit(), and on
 /// every signal that ends the process and can be handled, what was written is removed and a file that stood there
 /// before stays.

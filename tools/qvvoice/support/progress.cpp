@@ -1,5 +1,6 @@
 #include "support/progress.h"
 
+#include <cmath>
 #include <cstdio>
 #include <utility>
 
@@ -19,7 +20,9 @@ Progress::Progress(std::string label)
     : label_(std::move(label)), terminal_(isatty(STDERR_FILENO) == 1),
       next_(std::chrono::steady_clock::now() + first_draw_after) {}
 
-Progress::~Progress() {
+Progress::~Progress() { wipe(); }
+
+void Progress::wipe() {
   if (drawn_)
     fmt::print(stderr, "\r\033[K");
 }
@@ -31,7 +34,11 @@ void Progress::operator()(size_t done, size_t total) {
   next_ = now + redraw_after;
   drawn_ = true;
   const size_t filled = bar_width * done / total;
-  fmt::print(stderr, "\r{} [{:#<{}}{:.<{}}] {:3}%", label_, "", filled, "", bar_width - filled, 100 * done / total);
+  const std::chrono::duration<double> taken = now - begin_;
+  const double left = done > 0 ? taken.count() * double(total - done) / double(done) : 0;
+  fmt::print(stderr, "\r\033[K{} [{:#<{}}{:.<{}}] {:3}%, {} of {}, {:.0f}:{:02.0f} left", label_, "", filled, "",
+             bar_width - filled, 100 * done / total, done, total, std::floor(left / 60),
+             std::floor(std::fmod(left, 60)));
   std::fflush(stderr);
 }
 

@@ -20,11 +20,13 @@ public:
   Progress &operator=(const Progress &) = delete;
 
   void operator()(size_t done, size_t total);
+  void wipe(); ///< before another line is printed
 
 private:
   std::string label_;
   bool terminal_;
   bool drawn_ = false;
+  std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
   std::chrono::steady_clock::time_point next_; ///< not drawn again before
 };
 

@@ -76,6 +76,37 @@ double examine(const DeviceRecordings &device, const Samples &mic, const Samples
   return evidence.delay.median;
 }
 
+double seconds_within(const std::vector<Interval> &intervals, double begin, double end) {
+  double sum = 0;
+  for (const Interval &interval : intervals)
+    sum += std::max(0.0, std::min(interval.end, end) - std::max(interval.begin, begin));
+  return sum;
+}
+
+/// The near-end recording must hold talk in both halves, and no far end.
+void examine_near(const DeviceRecordings &device, const Samples &near, Samples ref, int rate, int frame_ms) {
+  if (!active_level_db(to_signal(near), rate))
+    throw InputError("{}: is silent; somebody should talk in it", device.near);
+  constexpr double needed = 2; // s of talk in each half
+  const std::vector<Interval> talk = talk_in(to_signal(near), rate);
+  const double end = double(near.size()) / rate;
+  for (const double begin : {0.0, end / 2})
+    if (const double found = seconds_within(talk, begin, begin + end / 2); found < needed)
+      throw InputError("{}: somebody talks for {:.1f} s of its {} half; at least {:g} s are needed, {:g} dB above the "
+                       "noise",
+                       device.near, found, begin == 0 ? "first" : "second", needed, above_noise_db);
+  ref.resize(near.size());
+  const Setup setup = make_setup(std::nullopt, rate, frame_ms);
+  RunOptions options;
+  options.compensate = true;
+  const Run run = run_tx(setup, near, ref, options);
+  const diagnose::Evidence evidence(setup, near, ref, run.sent, run.trace);
+  constexpr size_t by_chance = 4; // windows that look alike in two talkers
+  if (evidence.delay.points.size() > by_chance)
+    throw InputError("{}: the far end of {} is in it, {:.0f} ms late; record the talker while the device plays nothing",
+                     device.near, device.ref, 1000 * evidence.delay.median);
+}
+
 /// Copies a stretch with faded ends. @param from,to  s
 void place(Signal &track, double to, const Signal &source, double from, double seconds, int rate) {
   const auto count = size_t(seconds * rate), fade = size_t(fade_seconds * rate);
@@ -140,8 +171,7 @@ void make_calls(const DeviceRecordings &device, int rate, int frame_ms, const st
   std::vector<int16_t> ref = read(device.ref, rate, 2 * far_needed);
   ref.resize(mic.size());
   const double delay = examine(device, mic, ref, rate, frame_ms);
-  if (!active_level_db(to_signal(near), rate))
-    throw InputError("{}: is silent; somebody should talk in it", device.near);
+  examine_near(device, near, ref, rate, frame_ms);
   const Material material{to_signal(mic), to_signal(ref), to_signal(near), delay, rate};
   const double far_half = double(mic.size()) / rate / 2, near_half = double(near.size()) / rate / 2;
   const auto last = double(std::size(near_levels_db) - 1);

@@ -49,6 +49,7 @@ bool read_all(int socket, void *record, size_t size) {
 
 /// Does what comes until nothing more comes. A worker does the same again and again: memory that it has had stays.
 template <class Work> [[noreturn]] void serve(int socket, const Work &work) {
+  std::signal(SIGINT, SIG_DFL); // results are the parent's
   constexpr int never = 1 << 30;
   mallopt(M_MMAP_THRESHOLD, never);
   mallopt(M_TRIM_THRESHOLD, never);

@@ -37,6 +37,15 @@ History::History(const std::string &path, const Json &search) : path_(path) {
     throw InputError("{}: cannot be written", path);
 }
 
+/// @param place  file and line, for messages
+void History::take_up(const Json &entry, const std::string &place) try {
+  known_[entry.at("words").get<config::Image>()] = numbers_from(entry.at("means"));
+} catch (const Json::exception &error) {
+  throw InputError("{}: is not an evaluation, {{\"words\": [500 numbers], \"means\": {{measure: number}}}}: {}; remove "
+                   "the file, or give another --log",
+                   place, error.what());
+}
+
 size_t History::read(const Json &search) {
   std::ifstream file(path_);
   size_t bytes = 0;
@@ -51,7 +60,7 @@ size_t History::read(const Json &search) {
     } else {
       if (!entry.is_object())
         break;
-      known_[entry["words"].get<config::Image>()] = numbers_from(entry["means"]);
+      take_up(entry, fmt::format("{}:{}", path_, ++taken_up_ + 1));
     }
   }
   return bytes;

@@ -23,14 +23,16 @@ public:
 
   const Numbers *find(const config::Image &image) const; ///< null when it has not been measured
   void add(const config::Image &image, const Numbers &means);
-  size_t size() const { return known_.size(); }
+  size_t taken_up() const { return taken_up_; } ///< evaluations that the file had
 
 private:
+  void take_up(const nlohmann::ordered_json &entry, const std::string &place);
   size_t read(const nlohmann::ordered_json &search); ///< returns the bytes of the whole lines
 
   std::string path_;
   std::ofstream file_;
   std::map<config::Image, Numbers> known_;
+  size_t taken_up_ = 0;
 };
 
 } // namespace qv::tool::tune

@@ -14,18 +14,25 @@ using Json = nlohmann::ordered_json;
 using config::Field;
 using config::Image;
 
-/// The want that suffers most without a field.
-const Want &main_want(const Plan &plan, const Numbers &with, const Numbers &without) {
-  return *std::ranges::max_element(plan.wants, {}, [&](const Want &want) {
-    return std::max(want.missed(want.in(without)), 0.0) - std::max(want.missed(want.in(with)), 0.0);
-  });
+/// Points of a want that a field buys. Between two limits on one measure it is not better to be further from one.
+double bought(const Plan &plan, const Want &want, const Effect &effect) {
+  const auto limits = std::ranges::count(plan.wants, want.measure, &Want::measure);
+  const double with = want.missed(want.in(effect.with)), without = want.missed(want.in(effect.without));
+  const double points = limits > 1 ? std::max(without, 0.0) - std::max(with, 0.0) : without - with;
+  return std::isnan(points) ? 0 : points;
 }
 
-std::string effect_text(const Plan &plan, const Result &result, const Effect &effect) {
-  const Want &want = main_want(plan, result.after.means, effect.without);
-  return fmt::format("without it {} {:.{}f}, not {:.{}f}; {:.2f} points{}", want.measure->key, want.in(effect.without),
-                     want.measure->decimals, want.in(result.after.means), want.measure->decimals, effect.lost,
-                     effect.at_bound ? "; at the end of its range" : "");
+std::string effect_text(const Plan &plan, const Effect &effect) {
+  constexpr double nothing = 0.01; // points
+  const Want &want =
+      *std::ranges::max_element(plan.wants, {}, [&](const Want &one) { return bought(plan, one, effect); });
+  const std::string cost =
+      fmt::format("{:.2f} points{}", effect.lost, effect.at_bound ? "; at the end of its range" : "");
+  if (bought(plan, want, effect) < nothing)
+    return fmt::format("without it nothing that is wanted gets worse there; on the recordings tuned on {}", cost);
+  const int decimals = want.measure->decimals;
+  return fmt::format("{} {:.{}f}, without it {:.{}f}; {}", want.measure->key, want.in(effect.with), decimals,
+                     want.in(effect.without), decimals, cost);
 }
 
 Json number_or_null(double number) { return std::isnan(number) ? Json() : Json(number); }
@@ -119,8 +126,8 @@ std::string parameter_text(const Plan &plan, const Result &result, const Writing
         continue;
       const auto effect = std::ranges::find(result.effects, &field, &Effect::field);
       if (effect != result.effects.end())
-        lines += fmt::format("# {} before; {}\n", para::toml_value(field, result.before.image),
-                             effect_text(plan, result, *effect));
+        lines +=
+            fmt::format("# {} before; {}\n", para::toml_value(field, result.before.image), effect_text(plan, *effect));
       lines += fmt::format("{} = {}\n", field.key, value);
     }
     if (!lines.empty())
@@ -144,7 +151,7 @@ Json result_json(const Plan &plan, const Result &result, const std::vector<Judge
                       {"after", para::toml_value(*effect.field, result.after.image)},
                       {"lost", effect.lost},
                       {"at_bound", effect.at_bound},
-                      {"meaning", effect_text(plan, result, effect)}});
+                      {"meaning", effect_text(plan, effect)}});
   for (const Judged &part : parts)
     judged.push_back(part_json(plan, part));
   return {{"plan", plan.title}, {"evaluations", result.course.size()},

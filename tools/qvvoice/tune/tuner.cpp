@@ -4,7 +4,7 @@
 #include <chrono>
 #include <cmath>
 
-#include "para/check.h"
+#include "inspect/check.h"
 #include "support/error.h"
 #include "tune/search.h"
 
@@ -30,7 +30,7 @@ public:
     std::vector<Candidate> candidates;
     for (const Image &image : images) {
       const Numbers &means = *history_.find(image);
-      candidates.push_back({image, means, plan_.cost(means), int(para::check(image).size())});
+      candidates.push_back({image, means, plan_.cost(means), int(inspect::check(image).size())});
     }
     return candidates;
   }
@@ -41,19 +41,23 @@ private:
   History &history_;
 };
 
-void search(Tuner &tuner, const Plan &plan, const SearchOptions &options, Result &result, const Better &better) {
+/// What the log has is taken beyond the budget too: with a smaller budget, what an earlier run has found is kept.
+void search(Tuner &tuner, const Plan &plan, const History &history, const SearchOptions &options, Result &result,
+            const Evaluated &evaluated) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(60 * options.minutes);
   const Image from = plan.with_set(result.before.image);
   const Height height = [&](const Point &place) -> std::optional<double> {
-    if (result.course.size() == options.budget || std::chrono::steady_clock::now() > end)
+    const Image image = plan.moved(from, place);
+    const bool known = history.find(image) != nullptr, free = known && result.course.size() < history.taken_up();
+    if (!free && (result.course.size() >= options.budget || std::chrono::steady_clock::now() > end))
       return {};
-    const Candidate candidate = tuner.evaluate({plan.moved(from, place)})[0];
+    const Candidate candidate = tuner.evaluate({image})[0];
     const bool improved = candidate.rank() < result.after.rank();
     if (improved)
       result.after = candidate;
     result.course.push_back(result.after.cost);
-    if (improved)
-      better(result.after, result.course.size());
+    if (!known)
+      evaluated(result.after, improved, result.course.size());
     return candidate.rank();
   };
   if (options.method == Method::random)
@@ -63,7 +67,7 @@ void search(Tuner &tuner, const Plan &plan, const SearchOptions &options, Result
 }
 
 [[noreturn]] void refuse_start(const Plan &plan, const Image &start) {
-  const para::Finding finding = para::check(start).front();
+  const para::Finding finding = inspect::check(start).front();
   throw InputError("plan {}: its moves start at parameters that nobody should use: {}: {}", plan.title, finding.key,
                    finding.message);
 }
@@ -142,7 +146,7 @@ Numbers mean_of(const std::vector<Numbers> &by_recording) {
 }
 
 Result tune(const Plan &plan, const Image &before, Evaluator &evaluator, History &history, const SearchOptions &options,
-            const Better &better) {
+            const Evaluated &evaluated) {
   Tuner tuner(plan, evaluator, history);
   Result result;
   result.before = tuner.evaluate({before})[0];
@@ -152,14 +156,15 @@ Result tune(const Plan &plan, const Image &before, Evaluator &evaluator, History
   if (first[1].findings > std::max(first[0].findings, result.before.findings))
     refuse_start(plan, first[1].image);
   result.after = *std::ranges::min_element(first, {}, &Candidate::rank);
-  better(result.after, 0);
-  search(tuner, plan, options, result, better);
+  if (history.taken_up() == 0)
+    evaluated(result.after, true, 0);
+  search(tuner, plan, history, options, result, evaluated);
   put_back(tuner, plan, result);
   const auto changed = changed_fields(before, result.after.image);
   const auto without = without_each(tuner, result, changed);
   for (size_t i = 0; i < changed.size(); ++i)
-    result.effects.push_back({changed[i], without[i].cost - result.after.cost, without[i].means,
-                              at_bound(plan, *changed[i], result.after.image)});
+    result.effects.push_back({changed[i], without[i].cost - result.after.cost, without[i].image, result.after.means,
+                              without[i].means, at_bound(plan, *changed[i], result.after.image)});
   std::ranges::stable_sort(result.effects, std::greater(), &Effect::lost);
   return result;
 }

@@ -1,10 +1,12 @@
 #include <cmath>
 
-#include "para/check_rules.h"
+#include "inspect/check_rules.h"
+#include "inspect/level_curve.h"
 #include "para/fir_design.h"
-#include "para/level_curve.h"
 
-namespace qv::tool::para {
+namespace qv::tool::inspect {
+
+using namespace para;
 
 namespace {
 
@@ -132,4 +134,4 @@ void check_equaliser(const Values &values, const std::string &section, Findings 
                 peak.db);
 }
 
-} // namespace qv::tool::para
+} // namespace qv::tool::inspect

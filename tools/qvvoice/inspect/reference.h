@@ -5,7 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
-namespace qv::tool::para {
+namespace qv::tool::inspect {
 
 /// One line per field: key, range, unit, default, meaning. @param section  "" for all
 std::string reference_text(const std::string &section);
@@ -19,4 +19,4 @@ nlohmann::ordered_json reference_json(const std::string &section);
 /// JSON schema (draft 7) of the text form, for editors.
 nlohmann::ordered_json text_schema();
 
-} // namespace qv::tool::para
+} // namespace qv::tool::inspect

@@ -1,11 +1,13 @@
-#include "para/reference.h"
+#include "inspect/reference.h"
 
 #include <fmt/format.h>
 
 #include "para/keys.h"
 #include "para/text_writer.h"
 
-namespace qv::tool::para {
+namespace qv::tool::inspect {
+
+using namespace para;
 
 namespace {
 
@@ -62,7 +64,7 @@ std::string reference_text(const std::string &section) {
 std::string reference_markdown() {
   std::string text =
       "# Parameters\n\n"
-      "Written by `qvvoice para fields --markdown`.\n\n"
+      "Written by `qvvoice para fields --form markdown`.\n\n"
       "A parameter file is packed, 500 little-endian 16-bit words that the library reads, or a text in TOML that\n"
       "`qvvoice para pack` turns into them. Every key of the text is optional: what is missing comes from the preset\n"
       "that `base` names, else from the defaults below. `[ ]` marks an array: one value per group of four bands (6\n"
@@ -97,4 +99,4 @@ Json reference_json(const std::string &section) {
   return rows;
 }
 
-} // namespace qv::tool::para
+} // namespace qv::tool::inspect

@@ -1,8 +1,10 @@
-#include "para/check.h"
+#include "inspect/check.h"
 
-#include "para/check_rules.h"
+#include "inspect/check_rules.h"
 
-namespace qv::tool::para {
+namespace qv::tool::inspect {
+
+using namespace para;
 
 namespace {
 
@@ -67,4 +69,19 @@ Findings check(const Image &image) {
   return findings;
 }
 
-} // namespace qv::tool::para
+Findings check_file(const ParaFile &file, std::optional<int32_t> rate) {
+  Findings findings = file.log.findings();
+  if (has_errors(findings))
+    return findings;
+  for (Finding &finding : check(file.image)) {
+    finding.line = file.log.line_of(finding.key);
+    findings.push_back(std::move(finding));
+  }
+  if (rate && file.image[config::rate_word] != *rate)
+    findings.push_back({Severity::error, file.log.line_of("rate"), "rate",
+                        fmt::format("the file is for {} Hz, not {} Hz; the library refuses it with status 2",
+                                    file.image[config::rate_word], *rate)});
+  return findings;
+}
+
+} // namespace qv::tool::inspect

@@ -1,11 +1,13 @@
 #include <fmt/format.h>
 
+#include "inspect/reference.h"
 #include "para/keys.h"
 #include "para/presets.h"
-#include "para/reference.h"
 #include "para/words.h"
 
-namespace qv::tool::para {
+namespace qv::tool::inspect {
+
+using namespace para;
 
 namespace {
 
@@ -87,4 +89,4 @@ Json text_schema() {
   return root;
 }
 
-} // namespace qv::tool::para
+} // namespace qv::tool::inspect

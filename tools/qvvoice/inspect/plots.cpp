@@ -1,16 +1,18 @@
-#include "para/plots.h"
+#include "inspect/plots.h"
 
 #include <algorithm>
 #include <cmath>
 
 #include <fmt/format.h>
 
+#include "inspect/level_curve.h"
+#include "inspect/svg_panel.h"
 #include "para/bands.h"
 #include "para/fir_design.h"
-#include "para/level_curve.h"
-#include "para/svg_panel.h"
 
-namespace qv::tool::para {
+namespace qv::tool::inspect {
+
+using namespace para;
 
 namespace {
 
@@ -148,4 +150,4 @@ std::string plot_double_talk(const Image &image, const std::string &source) {
   return svg_document("Double-talk detector", {residual, ratio_panel(values, bands, residual.end() + 40)});
 }
 
-} // namespace qv::tool::para
+} // namespace qv::tool::inspect

@@ -1,4 +1,4 @@
-#include "para/diff.h"
+#include "inspect/diff.h"
 
 #include <cmath>
 
@@ -8,7 +8,9 @@
 #include "para/keys.h"
 #include "para/text_writer.h"
 
-namespace qv::tool::para {
+namespace qv::tool::inspect {
+
+using namespace para;
 
 namespace {
 
@@ -78,4 +80,4 @@ std::vector<Difference> diff(const Image &a, const Image &b) {
   return found;
 }
 
-} // namespace qv::tool::para
+} // namespace qv::tool::inspect

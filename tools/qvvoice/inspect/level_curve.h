@@ -5,7 +5,7 @@
 
 #include "para/words.h"
 
-namespace qv::tool::para {
+namespace qv::tool::inspect {
 
 struct LevelCurve {
   double knee_low, knee_high;              ///< dB of a full-scale square wave
@@ -13,7 +13,7 @@ struct LevelCurve {
   double knee_gain;                        ///< dB at the upper knee
 
   /// @param section  "tx.agc" or "rx.agc"
-  LevelCurve(const Values &values, const std::string &section)
+  LevelCurve(const para::Values &values, const std::string &section)
       : knee_low(values(section + ".knee_low_db")), knee_high(values(section + ".knee_high_db")),
         slope_low(values(section + ".slope_low")), slope_mid(values(section + ".slope_mid")),
         slope_high(values(section + ".slope_high")), knee_gain(values(section + ".knee_gain_db")) {}
@@ -30,4 +30,4 @@ struct LevelCurve {
   double gain(double level) const { return (*this)(level)-level; }
 };
 
-} // namespace qv::tool::para
+} // namespace qv::tool::inspect

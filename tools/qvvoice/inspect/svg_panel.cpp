@@ -1,4 +1,4 @@
-#include "para/svg_panel.h"
+#include "inspect/svg_panel.h"
 
 #include <algorithm>
 #include <cmath>
@@ -7,7 +7,7 @@
 
 #include "para/words.h"
 
-namespace qv::tool::para {
+namespace qv::tool::inspect {
 
 namespace {
 
@@ -43,7 +43,7 @@ void SvgPanel::frame(const std::string &title) {
   constexpr const char *grid = "stroke=\"#ddd\"";
   const auto ticks = [](const Axis &axis) { return int(std::floor((axis.high - axis.low) / axis.step + 1e-6)); };
   const auto label = [](const Axis &axis, int i) {
-    return axis.labels.empty() ? plain(axis.low + i * axis.step) : axis.labels[size_t(i)];
+    return axis.labels.empty() ? para::plain(axis.low + i * axis.step) : axis.labels[size_t(i)];
   };
   for (int i = 0; i <= ticks(x_); ++i) {
     const double x = px(x_.low + i * x_.step);
@@ -103,4 +103,4 @@ std::string svg_document(const std::string &title, const std::vector<SvgPanel> &
   return text + "</svg>\n";
 }
 
-} // namespace qv::tool::para
+} // namespace qv::tool::inspect

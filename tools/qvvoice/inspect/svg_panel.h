@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-namespace qv::tool::para {
+namespace qv::tool::inspect {
 
 struct Axis {
   std::string label;
@@ -52,4 +52,4 @@ inline constexpr const char *faint = "stroke=\"#888\" stroke-width=\"1\" stroke-
 /// The picture of panels, one below the other.
 std::string svg_document(const std::string &title, const std::vector<SvgPanel> &panels);
 
-} // namespace qv::tool::para
+} // namespace qv::tool::inspect

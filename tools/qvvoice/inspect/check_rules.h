@@ -10,7 +10,11 @@
 #include "para/finding.h"
 #include "para/words.h"
 
-namespace qv::tool::para {
+namespace qv::tool::inspect {
+
+using para::Findings;
+using para::Severity;
+using para::Values;
 
 /// Collects what the rules for one section find.
 class SectionFindings {
@@ -38,4 +42,4 @@ void check_noise(const Values &values, Findings &findings); ///< noise reducers 
 void check_gain_control(const Values &values, const std::string &section, Findings &findings);
 void check_equaliser(const Values &values, const std::string &section, Findings &findings);
 
-} // namespace qv::tool::para
+} // namespace qv::tool::inspect

@@ -1,7 +1,9 @@
+#include "inspect/check_rules.h"
 #include "para/bands.h"
-#include "para/check_rules.h"
 
-namespace qv::tool::para {
+namespace qv::tool::inspect {
+
+using namespace para;
 
 namespace {
 
@@ -136,4 +138,4 @@ void check_double_talk(const Values &values, Findings &findings) {
   check_far_end(values, out);
 }
 
-} // namespace qv::tool::para
+} // namespace qv::tool::inspect

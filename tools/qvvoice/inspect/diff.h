@@ -6,7 +6,7 @@
 
 #include "para/words.h"
 
-namespace qv::tool::para {
+namespace qv::tool::inspect {
 
 struct Difference {
   std::string key;     ///< "tx.agc.knee_low_db", "raw.79"
@@ -16,6 +16,6 @@ struct Difference {
 };
 
 /// In the order of the field table; empty when all 500 words are the same.
-std::vector<Difference> diff(const Image &a, const Image &b);
+std::vector<Difference> diff(const para::Image &a, const para::Image &b);
 
-} // namespace qv::tool::para
+} // namespace qv::tool::inspect
