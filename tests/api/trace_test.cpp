@@ -1,0 +1,163 @@
+// What the trace says, held against the frames that went in and came out and against the states it speaks of.
+
+#include <array>
+
+#include "images.h"
+#include "qvvoice/api/process.h"
+
+namespace {
+
+using namespace qv::test;
+
+VoiceProcess &process = g_stVoiceProcess;
+
+QvVoiceTrace trace() {
+  QvVoiceTrace t{};
+  t.size = sizeof t;
+  EXPECT_EQ(QV_VOICE_GetTrace(&t), QV_VOICE_OK);
+  return t;
+}
+
+/// The echo canceller alone, with the given suppressor switched on by its word (0: neither).
+void start(const Layout &layout, size_t suppressor) {
+  qv::config::Image image = qv::config::default_image(layout.rate);
+  for (const size_t stage : {13, 14, 100, 110, 120, 140, 440})
+    image[stage] = 0;
+  if (suppressor)
+    image[suppressor] = 1;
+  ASSERT_EQ(QV_VOICE_InitImage(image.data(), layout.rate, layout.frame_len), QV_VOICE_OK);
+}
+
+double energy(const int16_t *x, size_t n) {
+  double sum = 0;
+  for (size_t i = 0; i < n; ++i)
+    sum += double(x[i]) * x[i];
+  return sum;
+}
+
+double level_db(double above, double below) { return 10 * std::log10((above + 1) / (below + 1)); }
+
+// Without suppressor the output is the linear filter's, a frame late: both returns are the same, a frame apart.
+TEST(Trace, echo_return_losses_are_those_of_the_frames) {
+  for (const Layout &layout : all_layouts) {
+    start(layout, 0);
+    const auto n = size_t(layout.frame_len);
+    // An echo from frame 3 on, and a burst of the near end.
+    Call call(layout, 150);
+    call.far = noise_samples(21, call.far.size(), 9000);
+    const Samples burst = noise_samples(22, call.mic.size(), 20000);
+    for (size_t i = 0; i < call.mic.size(); ++i)
+      call.mic[i] = int16_t(i < 3 * n ? 0 : call.far[i - n - 10] / 4 + (i / n / 10 == 10 ? burst[i] : 0));
+    Samples out(n);
+    double linear_before = 0;
+    int32_t refreshed = 0, thrown_back = 0, moved = 0, delay_before = 0;
+    for (size_t at = 0; at < call.mic.size(); at += n) {
+      const AecMdfState &filter = process.stAec.stMdf;
+      const std::vector<float> foreground(filter.pfWFg, filter.pfWFg + 4 * n);
+      ASSERT_EQ(QV_VOICE_ProcessTx(&call.mic[at], &call.far[at], out.data(), 0), QV_VOICE_OK);
+      const QvVoiceTrace t = trace();
+      const double mic_before = at ? energy(&call.mic[at - n], n) : 0;
+      EXPECT_NEAR(t.erle_db, level_db(mic_before, energy(out.data(), n)), 1e-3) << layout << ", sample " << at;
+      EXPECT_NEAR(t.erle_db, linear_before, 0.05) << layout << ", sample " << at; // overlap-add rounds
+      linear_before = t.linear_erle_db;
+      EXPECT_EQ(t.suppressor_gain, 1.f);
+      EXPECT_EQ(t.muted, 0);
+      EXPECT_EQ(t.leakage, filter.fLeak);
+      EXPECT_EQ(t.filter_adapted, filter.swAdapted);
+      EXPECT_EQ(t.delay_changed, t.echo_delay != delay_before);
+      moved += t.echo_delay != std::exchange(delay_before, t.echo_delay);
+      const bool taken_over = !std::equal(foreground.begin(), foreground.end(), filter.pfWFg);
+      const bool same = std::equal(foreground.begin(), foreground.end(), filter.pfWBg);
+      EXPECT_LE(taken_over, t.foreground_refreshed);
+      EXPECT_LE(t.background_reset, same);
+      refreshed += t.foreground_refreshed && taken_over;
+      thrown_back += t.background_reset;
+    }
+    EXPECT_GT(moved, 0) << layout;
+    EXPECT_GT(refreshed, 10) << layout;
+    EXPECT_GT(thrown_back, 0) << layout;
+    EXPECT_EQ(trace().filter_adapted, 1) << layout;
+  }
+}
+
+TEST(Trace, suppressor_gain_is_its_mean_one_while_passing_none_while_muted) {
+  for (const size_t suppressor : {13, 14}) {
+    const Layout &layout = all_layouts[1];
+    start(layout, suppressor);
+    EXPECT_EQ(trace().suppressor_gain, 1.f);
+    const Call call(layout, 150);
+    Samples out(160);
+    int32_t passed = 0, muted = 0, between = 0;
+    for (size_t at = 0; at < call.mic.size(); at += 160) {
+      QV_VOICE_ProcessTx(&call.mic[at], &call.far[at], out.data(), 0);
+      const QvVoiceTrace t = trace();
+      const bool mute = t.talk_state == 1 || (t.talk_state == 2 && process.stAec.stNlp.swDelayMute == 1);
+      EXPECT_EQ(t.talk_state, process.stAec.stDtd.swTalkState);
+      EXPECT_EQ(t.muted, mute);
+      passed += t.talk_state == 0 && t.suppressor_gain == 1.f;
+      muted += mute && t.suppressor_gain == 0.f;
+      between += t.talk_state == 2 && !mute && t.suppressor_gain > 0 && t.suppressor_gain <= 1;
+    }
+    EXPECT_EQ(passed + muted + between, 150);
+    EXPECT_GT(std::min({passed, muted, between}), 5);
+  }
+}
+
+TEST(Trace, echo_canceller_that_is_off_leaves_its_fields_at_rest) {
+  start(all_layouts[1], 0);
+  process.stAec.stMdf.fLeak = 0.5f;
+  for (const auto &[delay, shown] : {std::pair{5000, 4096}, {4096, 4096}, {80, 80}, {-3, 0}}) {
+    process.stAec.swEchoDelay = delay;
+    EXPECT_EQ(trace().echo_delay, shown);
+  }
+  EXPECT_EQ(trace().leakage, 0.5f);
+  process.stAec.swAecEnable = 0;
+  EXPECT_EQ(trace().echo_delay, 0);
+  EXPECT_EQ(trace().leakage, 0.f);
+  EXPECT_EQ(trace().suppressor_gain, 1.f);
+}
+
+// Eight kinds of bands, three of each. Presence p from gain = floor^(1 - p) * present^p: 0.1^0.75 * 0.4^0.25 =
+// 0.141421.
+TEST(Trace, noise_fields_are_means_over_the_bands) {
+  struct Band {
+    float gain, present, presence;
+  };
+  constexpr Band kinds[] = {{0.141421f, 0.4f, 0.25f}, {0.1f, 0.4f, 0}, {0.4f, 0.4f, 1},
+                            {0.1f, 0.1f, 0},          {0, 0.4f, 0},    {0.3f, 0, 0},
+                            {0.9f, 0.4f, 1},          {0.05f, 0.4f, 0}};
+  for (const bool tx : {true, false}) {
+    qv::config::Image image = qv::config::default_image(8000);
+    ASSERT_EQ(QV_VOICE_InitImage(image.data(), 8000, 160), QV_VOICE_OK);
+    AnrState &st = tx ? process.stAnrTx : process.stAnrRx;
+    const auto shown = [tx] { return tx ? trace().tx_noise : trace().rx_noise; };
+    const auto expect = [&](float db, float gain, float presence) {
+      for (const auto &[found, expected] :
+           {std::pair{shown().noise_db, db}, {shown().mean_gain, gain}, {shown().speech_presence, presence}})
+        EXPECT_NEAR(found, expected, 1e-5) << (tx ? "transmit" : "receive");
+    };
+    expect(-100, 1, 1); // before the first frame
+    st.swFrameCnt = 1;
+    float gain = 0, presence = 0;
+    for (size_t b = 0; b < 24; ++b) {
+      const Band &kind = kinds[b % 8];
+      st.stEnhance.pfNoiseBand[b] = b < 12 ? 0.01f : 0.03f;
+      st.stEnhance.pfGain[b] = kind.gain;
+      st.stEnhance.pfGainH1[b] = kind.present;
+      gain += kind.gain / 24;
+      presence += kind.presence / 24;
+    }
+    expect(-16.98970f, gain, presence); // 10 log10(0.02)
+    std::fill_n(st.stEnhance.pfNoiseBand, 24, 0.f);
+    expect(-100, gain, presence);
+    (tx ? process.stAgcTx : process.stAgcRx).fGainPrev = 2.5f;
+    EXPECT_EQ(trace().tx_agc_gain, tx ? 2.5f : 1.f);
+    EXPECT_EQ(trace().rx_agc_gain, tx ? 1.f : 2.5f);
+    process.stCngTx.swActive = tx;
+    EXPECT_EQ(trace().comfort_noise, tx);
+    st.swAnrEnable = 0;
+    expect(-100, 1, 1);
+  }
+}
+
+} // namespace
