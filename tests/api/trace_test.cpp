@@ -124,7 +124,7 @@ TEST(Trace, noise_fields_are_means_over_the_bands) {
     float gain, present, presence;
   };
   constexpr Band kinds[] = {{0.141421f, 0.4f, 0.25f}, {0.1f, 0.4f, 0}, {0.4f, 0.4f, 1},
-                            {0.1f, 0.1f, 0},          {0, 0.4f, 0},    {0.3f, 0, 0},
+                            {0.1f, 0.1f, 0},          {0, 0.05f, 0},   {0.3f, 0, 0},
                             {0.9f, 0.4f, 1},          {0.05f, 0.4f, 0}};
   for (const bool tx : {true, false}) {
     qv::config::Image image = qv::config::default_image(8000);
