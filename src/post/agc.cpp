@@ -4,6 +4,7 @@
 #include "dsp/fma.h"
 #include "dsp/sample.h"
 #include "post/stages.h"
+#include "qvvoice/dsp/math.h"
 #include "qvvoice/dsp/vector.h"
 
 namespace {
@@ -70,7 +71,7 @@ float AGC_Power2Db(float power) {
   return float(double(bels * 10.f) - full_scale_db);
 }
 
-float AGC_DeltaDb2Gain(float db) { return float(std::pow(10.0, double(db / 20.f))); }
+float AGC_DeltaDb2Gain(float db) { return VOICE_DeltaDb2Gain(db); }
 
 void AGC_Process(const int16_t *in, int16_t *out, AgcState *state) {
   const int32_t n = state->swFrameLen;
