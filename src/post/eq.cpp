@@ -16,17 +16,18 @@ constexpr auto owned = [](EqState &st, auto visit) {
 
 /// y[j] = sum over k of x[j + k] * taps[k], k ascending, one fused multiply-add per tap. Outputs are
 /// computed side by side; a sum never depends on its neighbours.
-/// @param x     [count + tap_count - 1] 16-bit samples as floats, oldest first
+/// @param x     [count + tap_count - 1] 16-bit samples as floats, oldest first; readable up to a whole number of lanes
 /// @param taps  [tap_count] multiples of 2^-15
 /// @param y     [count] rounded samples
 void filter_symmetric(const float *x, const float *taps, int32_t tap_count, int16_t *y, int32_t count) {
-  constexpr int32_t lanes = 32; // divides every frame length; enough sums in flight to hide their latency
-  for (int32_t j = 0; j + lanes <= count; j += lanes) {
+  constexpr int32_t lanes = 32; // enough sums in flight to hide their latency
+  static_assert(QV_MAX_FRAME % lanes == 0);
+  for (int32_t j = 0; j < count; j += lanes) {
     float sum[lanes] = {};
     for (int32_t k = 0; k < tap_count; ++k)
       for (int32_t lane = 0; lane < lanes; ++lane)
         sum[lane] = qv::fma_q15(x[j + k + lane], taps[k], sum[lane]);
-    qv::to_samples(y + j, lanes, [&](int32_t lane) { return sum[lane]; });
+    qv::to_samples(y + j, std::min(lanes, count - j), [&](int32_t lane) { return sum[lane]; });
   }
 }
 
@@ -76,7 +77,7 @@ void EQ_Process(const int16_t *in, int16_t *out, EqState *state) {
   const int32_t memory = state->swTapNum - 1;
   int16_t *history = state->pswHistory;
   std::copy_n(in, n, history + memory);
-  float x[max_taps - 1 + QV_MAX_FRAME];
+  float x[max_taps - 1 + QV_MAX_FRAME] = {};
   std::copy_n(history, memory + n, x);
   filter_symmetric(x, state->pfCoef, state->swTapNum, out, n);
   std::copy_n(history + n, memory, history);

@@ -50,6 +50,13 @@ TEST(Eq, frames_of_any_length_give_the_samples_of_one_block) {
       ASSERT_EQ(filtered(para, signal), filtered_in_one_block(para, signal)) << layout << ", H " << half;
     }
   }
+  for (const int32_t frame_len : {1, 31, 33, 100, 319}) { // of no layout
+    const Samples signal = noise_samples(8, size_t(frame_len) * 9, 32767);
+    for (const int32_t half : {1, 16, 129}) {
+      const EqPara para = random_equaliser(half, frame_len);
+      ASSERT_EQ(filtered(para, signal), filtered_in_one_block(para, signal)) << frame_len << ", H " << half;
+    }
+  }
 }
 
 TEST(Eq, half_length_out_of_range_passes_or_counts_as_the_longest) {
