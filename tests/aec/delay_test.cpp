@@ -2,6 +2,7 @@
 
 #include <bit>
 #include <complex>
+#include <cstring>
 #include <numbers>
 
 #include "signals.h"
@@ -114,6 +115,7 @@ TEST(DelayTracker, words_are_those_of_the_definition) {
     const auto block = size_t(layout.frame_len) / 2;
     const AecDelayPara para = {1, int32_t(block), 32, 1};
     AecDelayState st;
+    std::memset(&st, 0x5a, sizeof st); // as found
     AEC_DelayInit(&para, &st);
     SlowWord slow_far, slow_near;
     Samples far(3 * block, 0), near = noise_samples(5, 30 * block, 900);
