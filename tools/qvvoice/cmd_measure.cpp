@@ -90,11 +90,36 @@ std::vector<measure::Column> columns_of(const Options &options) {
   return columns.empty() ? measure::usual_columns() : columns;
 }
 
+/// Every recording has what is read of it. @throws InputError with the place, what was found and what would be right
+void check_results(const std::string &path, const Json &results) {
+  const auto require = [&](bool right, const std::string &place, const Json &found, const char *needed) {
+    if (!right)
+      throw InputError("{}: {}: found {}; {} is needed, as qvvoice measure --json prints it", path, place,
+                       found.is_null() ? "nothing" : found.type_name(), needed);
+  };
+  require(results.is_object(), "top", results, "an object");
+  const Json recordings = results.value("recordings", Json()), failed = results.value("failed", Json::array());
+  require(recordings.is_array(), "recordings", recordings, "an array");
+  require(failed.is_array(), "failed", failed, "an array");
+  for (const Json &one : failed)
+    require(one.is_object() && one.value("name", Json()).is_string() && one.value("message", Json()).is_string(),
+            "failed", one, "a list of {\"name\": text, \"message\": text}");
+  for (size_t i = 0; i < recordings.size(); ++i) {
+    const std::string place = fmt::format("recordings[{}]", i);
+    require(recordings[i].is_object(), place, recordings[i], "an object");
+    const auto at = [&](const char *key) { return recordings[i].value(key, Json()); };
+    require(at("name").is_string(), place + ".name", at("name"), "a string");
+    require(at("source").is_string(), place + ".source", at("source"), "a string");
+    require(at("measures").is_object(), place + ".measures", at("measures"), "an object");
+    require(recordings[i].contains("frame_ms") && (at("frame_ms").is_null() || at("frame_ms").is_number()),
+            place + ".frame_ms", at("frame_ms"), "a number or null");
+  }
+}
+
 Json read_results(const std::string &path) try {
   std::ifstream file(path);
   Json results = Json::parse(file);
-  if (!results.is_object() || !results.contains("recordings"))
-    throw InputError("{}: is not what qvvoice measure --json prints: it has no \"recordings\"", path);
+  check_results(path, results);
   return results;
 } catch (const Json::exception &error) {
   throw InputError("{}: cannot be read as JSON: {}", path, error.what());

@@ -105,8 +105,7 @@ void run(Options options) {
 
   if (history.taken_up() > 0)
     fmt::print(stderr, "goes on from {} evaluations in its log\n", history.taken_up());
-  say_when_terminated(fmt::format("\nqvvoice: stopped; the same command goes on from {}, {} has the best so far\n",
-                                  options.log, options.out));
+  say_when_terminated(fmt::format("\nqvvoice: stopped; the same command goes on from {}\n", options.log));
   Progress bar("tuning");
   const auto evaluated = [&](const tune::Candidate &best, bool improved, size_t evaluations) {
     bar(evaluations, options.search.budget);
