@@ -11,7 +11,7 @@
 ///
 /// Samples are mono signed 16-bit PCM in frames of `frame_length`: 128 or 160 at 8000 Hz, 256 or 320 at 16000 Hz (16 or
 /// 20 ms). For blocks of any other length, or float samples, see stream.h. Functions return a QvVoiceStatus; on any but
-/// QV_VOICE_OK nothing has been written.
+/// QV_VOICE_OK no samples or parameters have been taken or written.
 #ifndef QVVOICE_CALL_H
 #define QVVOICE_CALL_H
 

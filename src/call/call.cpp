@@ -11,8 +11,6 @@ namespace qv {
 
 namespace {
 
-constexpr int32_t longest_response = 2 * EQ_MAX_HALF_TAPS - 1;
-
 /// Samples by which an equaliser delays.
 int32_t delay_of(const EqPara &eq) { return eq.swEqEnable != 0 ? post::tap_count(eq) / 2 : 0; }
 
@@ -38,7 +36,7 @@ bool Call::init(const VoicePara &para, bool replaceable) {
   state_.swFrameLen = para.swFrameLen;
   AGC_Init(&para.stAgcTx, &state_.stAgcTx);
   AGC_Init(&para.stAgcRx, &state_.stAgcRx);
-  const auto taps = [&](const EqPara &eq) { return replaceable ? longest_response : post::tap_count(eq); };
+  const auto taps = [&](const EqPara &eq) { return replaceable ? post::longest_response : post::tap_count(eq); };
   const bool taken[] = {
       take_transforms(rx_fft_, {2 * para.swFrameLen}),
       aec::init(para.stAec, state_.stAec, tx_.bank),

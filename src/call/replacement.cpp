@@ -11,7 +11,6 @@ namespace qv {
 
 namespace {
 
-constexpr int32_t longest_response = 2 * EQ_MAX_HALF_TAPS - 1;
 constexpr int32_t crossing_frames = 3; // two of 128 samples fill the longest history, the third fades
 constexpr int32_t silent_frames = 3;   // the same for the equaliser and for two overlapping stages in front
 
@@ -34,7 +33,7 @@ void fade(const int16_t *from, const int16_t *to, int16_t *out, int32_t n) {
 
 bool Replacement::init(const EqPara &eq) {
   eq_para_ = eq;
-  return post::init(eq, spare_eq_, longest_response);
+  return post::init(eq, spare_eq_, post::longest_response);
 }
 
 void Replacement::destroy() {

@@ -11,6 +11,8 @@ namespace qv::post {
 /// Takes over the level curve of a record; the gain goes on from where it is.
 void retune(const AgcPara &para, AgcState &state);
 
+inline constexpr int32_t longest_response = 2 * EQ_MAX_HALF_TAPS - 1; ///< taps of an equaliser
+
 /// EQ_Init with room for `capacity` taps (at least what the record asks for), so that a state can be designed again.
 /// @return whether memory was there
 bool init(const EqPara &para, EqState &state, int32_t capacity);

@@ -18,10 +18,10 @@ configure "$examples/add_subdirectory" "$work/static" -DCMAKE_BUILD_TYPE=Release
 if ldd "$work/static/minimal" | grep libqvvoice; then exit 1; fi
 "$work/static/minimal"
 
-configure "$examples/fetch_content" "$work/shared" -DBUILD_SHARED_LIBS=ON
-"$cmake" --build "$work/shared" >/dev/null
-ldd "$work/shared/minimal" | grep -F "libqvvoice.so.1 => $work/shared/"
-"$work/shared/minimal"
+configure "$examples/fetch_content" "$work/dynamic" -DBUILD_SHARED_LIBS=ON
+"$cmake" --build "$work/dynamic" >/dev/null
+ldd "$work/dynamic/minimal" | grep -F "libqvvoice.so.1 => $work/dynamic/"
+"$work/dynamic/minimal"
 
 configure "$here/host" "$work/host"
 grep -q 'CPACK_PACKAGE_NAME "host"' "$work/host/CPackConfig.cmake"
