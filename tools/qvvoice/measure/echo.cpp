@@ -3,35 +3,12 @@
 #include <algorithm>
 #include <numeric>
 
-#include "measure/frames.h"
+#include "measure/far_quarters.h"
 
 namespace qv::tool::measure {
 namespace {
 
-constexpr size_t quarter_frames = 25;    ///< 10 ms frames of a quarter second
-constexpr double reached_db = 20;        ///< echo reduction that counts as working
-constexpr double first_seconds = 3;      ///< of a call; then the canceller should have settled
 constexpr double audible_over_noise = 2; ///< power over the output's noise
-
-double ratio_db(double above, double below) { return 10 * std::log10(above / below); }
-
-struct Sums {
-  double mic = 0, out = 0, echo = 0;
-  size_t count = 0;
-};
-
-/// Power sums over frames begin .. end - 1 with a flag.
-Sums sums_over(const Frames &frames, const std::vector<bool> &chosen, size_t begin, size_t end) {
-  Sums sums;
-  for (size_t i = begin; i < end; ++i)
-    if (chosen[i]) {
-      sums.mic += frames.mic[i];
-      sums.out += std::max(frames.out[i], rounding_noise);
-      sums.echo += frames.echo ? (*frames.echo)[i] : frames.mic[i];
-      ++sums.count;
-    }
-  return sums;
-}
 
 Value erle(const Frames &frames, const std::vector<bool> &chosen) {
   const Sums sums = sums_over(frames, chosen, 0, chosen.size());
@@ -39,7 +16,7 @@ Value erle(const Frames &frames, const std::vector<bool> &chosen) {
 }
 
 Talk most_of(const std::vector<Talk> &talk, size_t begin) {
-  size_t counts[4] = {};
+  size_t counts[talk_classes] = {};
   for (size_t i = begin; i < begin + quarter_frames; ++i)
     ++counts[size_t(talk[i])];
   return Talk(std::ranges::max_element(counts) - counts);
@@ -63,65 +40,10 @@ std::vector<Quarter> quarters_of(const Frames &frames) {
   return quarters;
 }
 
-/// A quarter second of far-end single talk: the near end is not heard in any of its frames.
-struct FarQuarter {
-  double time;   ///< s, its beginning
-  double spoken; ///< s of far-end single talk in the recording before it
-  Sums sums;     ///< over its frames of far-end single talk
-};
-
-std::vector<FarQuarter> far_quarters(const Frames &frames) {
-  const std::vector<bool> far = frames_of(*frames.talk, Talk::far);
-  std::vector<FarQuarter> found;
-  double spoken = 0;
-  for (size_t begin = 0; begin + quarter_frames <= far.size(); begin += quarter_frames) {
-    const auto from = frames.talk->begin() + std::ptrdiff_t(begin), to = from + quarter_frames;
-    const bool undisturbed = std::none_of(from, to, [](Talk talk) { return talk == Talk::near || talk == Talk::both; });
-    const Sums sums = sums_over(frames, far, begin, begin + quarter_frames);
-    if (undisturbed && 2 * sums.count >= quarter_frames && sums.mic > 0)
-      found.push_back({double(begin) * frame_seconds, spoken, sums});
-    spoken += double(sums.count) * frame_seconds;
-  }
-  return found;
-}
-
-using FarQuarters = std::vector<FarQuarter>::const_iterator;
-
-FarQuarters first_settled(const std::vector<FarQuarter> &quarters) {
-  return std::ranges::find_if(quarters, [](const FarQuarter &quarter) { return quarter.time >= first_seconds; });
-}
-
-/// Mean of their reductions in dB: a burst counts for as long as it lasts, not for its energy.
-Value mean_erle(FarQuarters begin, FarQuarters end) {
-  double sum = 0;
-  for (auto quarter = begin; quarter != end; ++quarter)
-    sum += ratio_db(quarter->sums.mic, quarter->sums.out);
-  return begin == end ? Value(Gap::absent) : Value(sum / double(end - begin));
-}
-
-/// Far-end single talk from `time` on until two quarters in a row have 20 dB.
-Value talk_until_reached(const std::vector<FarQuarter> &quarters, double time) {
-  const auto first = std::ranges::find_if(quarters, [&](const FarQuarter &quarter) { return quarter.time >= time; });
-  if (first == quarters.end())
-    return Gap::absent;
-  const auto works = [](const FarQuarter &quarter) {
-    return ratio_db(quarter.sums.mic, quarter.sums.out) >= reached_db;
-  };
-  const auto found =
-      std::adjacent_find(first, quarters.end(), [&](const auto &a, const auto &b) { return works(a) && works(b); });
-  return found == quarters.end() ? Value(Gap::never) : Value(found->spoken - first->spoken);
-}
-
-Value path_recovery(const Frames &frames, const std::vector<FarQuarter> &quarters) {
-  Value worst = Gap::absent;
-  for (const scene::EchoEvent &event : frames.subject.truth->events) {
-    const Value one = talk_until_reached(quarters, event.time);
-    if (!one.known() && one.gap() == Gap::never)
-      return one;
-    if (one.known())
-      worst = worst.known() ? std::max(worst.number(), one.number()) : one.number();
-  }
-  return worst;
+std::span<const FarQuarter> settled(const std::vector<FarQuarter> &quarters) {
+  const auto first =
+      std::ranges::find_if(quarters, [](const FarQuarter &quarter) { return quarter.time >= first_seconds; });
+  return {first, quarters.end()};
 }
 
 bool is_burst(const FarQuarter &quarter, double out_noise) {
@@ -129,13 +51,36 @@ bool is_burst(const FarQuarter &quarter, double out_noise) {
   return sums.out > sums.echo * from_db(-reached_db) && sums.out > audible_over_noise * out_noise * double(sums.count);
 }
 
-Value bursts(const Frames &frames, const std::vector<FarQuarter> &quarters) {
-  const auto settled = first_settled(quarters);
-  if (settled == quarters.end() || !frames.out_noise)
+Value bursts(const Frames &frames, std::span<const FarQuarter> quarters) {
+  if (quarters.empty() || !frames.out_noise)
     return Gap::absent;
   const auto count =
-      std::count_if(settled, quarters.end(), [&](const auto &quarter) { return is_burst(quarter, *frames.out_noise); });
-  return 100.0 * double(count) / double(quarters.end() - settled);
+      std::ranges::count_if(quarters, [&](const FarQuarter &quarter) { return is_burst(quarter, *frames.out_noise); });
+  return 100.0 * double(count) / double(quarters.size());
+}
+
+/// What the measure of the residual could show at most.
+std::optional<double> limit_db(const Background &background, const FarQuarter &quarter) {
+  return reduction_db(
+      {quarter.time, quarter.spoken, quarter.sums, residual_power(background, background.level, quarter.sums.count)});
+}
+
+void measure_residual(const Frames &frames, std::span<const FarQuarter> first, std::span<const FarQuarter> rest,
+                      Results &results) {
+  if (!frames.echo)
+    return;
+  results.echo_reduction_first_db = mean_over(first, reduction_db);
+  results.echo_reduction_db = mean_over(rest, reduction_db);
+  results.echo_reduction_limit_db = results.residual_over_background_db = Gap::absent;
+  if (!frames.background)
+    return;
+  const Background &background = *frames.background;
+  results.echo_reduction_limit_db =
+      mean_over(rest, [&](const FarQuarter &quarter) { return limit_db(background, quarter); });
+  if (background.total >= least_background)
+    results.residual_over_background_db = mean_over(rest, [&](const FarQuarter &quarter) {
+      return quarter.residual ? to_db(*quarter.residual / background.total) : std::nullopt;
+    });
 }
 
 /// Echo over what in the output is not the near end, which is taken out by its best gain in every quarter of double
@@ -181,18 +126,19 @@ void measure_echo(const Frames &frames, Results &results) {
   if (!frames.talk)
     return;
   const std::vector<bool> far = frames_of(*frames.talk, Talk::far);
-  const std::vector<FarQuarter> quarters = far_quarters(frames);
+  const std::vector<FarQuarter> quarters = far_quarters(frames, 0, far.size());
+  const std::span<const FarQuarter> rest = settled(quarters);
+  const std::span<const FarQuarter> first = std::span(quarters).first(quarters.size() - rest.size());
   const Sums sums = sums_over(frames, far, 0, far.size());
-  const auto settled = first_settled(quarters);
   results.erle_far_db = erle(frames, far);
-  results.erle_first_db = mean_erle(quarters.begin(), settled);
-  results.erle_settled_db = mean_erle(settled, quarters.end());
+  results.erle_first_db = mean_over(first, erle_db);
+  results.erle_settled_db = mean_over(rest, erle_db);
   results.erle_linear_db = linear_erle(frames, far);
   results.erle_double_db = double_talk_erle(frames);
   results.residual_echo_dbfs = sums.count > 0 ? Value(to_db(sums.out / double(sums.count))) : Value(Gap::absent);
   results.time_to_20_db_s = talk_until_reached(quarters, 0);
-  results.echo_bursts_percent = bursts(frames, quarters);
-  results.path_recovery_s = path_recovery(frames, quarters);
+  results.echo_bursts_percent = bursts(frames, rest);
+  measure_residual(frames, first, rest, results);
 }
 
 } // namespace qv::tool::measure

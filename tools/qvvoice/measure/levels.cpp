@@ -46,6 +46,25 @@ void measure_noise(const Frames &frames, Results &results) {
   results.noise_attenuation_db = to_db(*before / after);
 }
 
+/// Over the noise of rounding where there is none.
+Value noise_snr(const Frames &frames) {
+  if (!frames.noise)
+    return {};
+  const auto talker = frames.near_level ? frames.near_level : frames.echo_level;
+  return talker ? Value(*talker - *to_db(std::max(*frames.noise, rounding_noise))) : Value(Gap::absent);
+}
+
+void measure_background(const Frames &frames, Results &results) {
+  if (!frames.talk)
+    return;
+  const BackgroundStep step = background_step(frames.out_bands, frames.background_frames, frames.subject.rate);
+  results.background_step_db = step.level;
+  results.background_step_median_db = step.median;
+  results.background_band_step_db = step.band;
+  results.noise_step_db = frames.noise_step.level;
+  results.noise_band_step_db = frames.noise_step.band;
+}
+
 void measure_speed(const Output &output, int rate, Results &results) {
   if (output.frame_seconds.empty())
     return;
@@ -68,7 +87,9 @@ void measure_levels(const Frames &frames, Results &results) {
   results.ref_clipped_percent = clipped_percent(subject.ref);
   results.out_clipped_percent = clipped_percent(frames.output.sent);
   results.agc_gain_db = agc_gain(frames);
+  results.noise_snr_db = noise_snr(frames);
   measure_noise(frames, results);
+  measure_background(frames, results);
   measure_speed(frames.output, rate, results);
 }
 

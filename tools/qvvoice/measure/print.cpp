@@ -14,13 +14,13 @@ Json decibels(double power) {
   return db ? Json(*db) : Json();
 }
 
-constexpr const char *talk_names[] = {"silence", "far", "near", "both"};
+constexpr const char *talk_names[talk_classes] = {"silence", "far", "near", "both", "broken"};
 
 Json talk_seconds(const std::optional<std::vector<Talk>> &talk) {
   if (!talk)
     return {};
   Json seconds;
-  for (const Talk one : {Talk::silence, Talk::far, Talk::near, Talk::both})
+  for (const Talk one : {Talk::silence, Talk::far, Talk::near, Talk::both, Talk::broken})
     seconds[talk_names[size_t(one)]] = double(std::ranges::count(*talk, one)) * frame_seconds;
   return seconds;
 }
@@ -34,6 +34,31 @@ Json quarters_json(const std::vector<Quarter> &quarters) {
                     {"out_dbfs", decibels(quarter.out_power)},
                     {"erle_db", quarter.erle ? number_or_null(*quarter.erle) : Json()}});
   return rows;
+}
+
+Json value_or_null(const Value &value) { return value.known() ? Json(value.number()) : Json(); }
+
+Json recoveries_json(const std::vector<Recovery> &recoveries) {
+  Json rows = Json::array();
+  for (const Recovery &one : recoveries) {
+    rows.push_back({{"time_s", one.time},
+                    {"kind", one.kind},
+                    {"delay_jump_ms", one.jump},
+                    {"recovery_s", value_or_null(one.seconds)},
+                    {"erle_db", value_or_null(one.erle)}});
+    if (!one.seconds.known())
+      rows.back()["gap"] = text_of(one.seconds.gap());
+  }
+  return rows;
+}
+
+/// "low" when the noise is so far below the talker that what is left of the echo can be heard by itself, "high",
+/// null when not known.
+Json noise_tag(const Results &results) {
+  constexpr double low_noise_db = 20;
+  if (!results.noise_snr_db.known())
+    return {};
+  return results.noise_snr_db.number() >= low_noise_db ? "low" : "high";
 }
 
 std::string label(const Json &recording) {
@@ -133,6 +158,16 @@ std::vector<std::vector<const Json *>> by_layout(const Json &recordings) {
   return layouts;
 }
 
+/// The recordings of low and of high noise, where there are both.
+std::vector<std::pair<std::string, std::vector<const Json *>>> by_noise(const std::vector<const Json *> &recordings) {
+  std::vector<std::pair<std::string, std::vector<const Json *>>> groups = {{"low", {}}, {"high", {}}};
+  for (auto &[tag, some] : groups)
+    std::ranges::copy_if(recordings, std::back_inserter(some),
+                         [&](const Json *recording) { return recording->value("noise", Json()) == tag; });
+  const bool both = std::ranges::none_of(groups, [](const auto &group) { return group.second.empty(); });
+  return both ? groups : decltype(groups)();
+}
+
 std::string layout_label(const Json &recording) {
   return fmt::format("mean at {} kHz{}", int(recording["rate"]) / 1000,
                      recording["frame_ms"].is_null() ? "" : fmt::format(", {} ms", int(recording["frame_ms"])));
@@ -151,13 +186,18 @@ std::string set_table(const Json &set, const char *part, const std::vector<Colum
     for (const Column &column : columns)
       rows.back().push_back(cell(run, *column.measure, part));
   }
-  for (const auto &layout : by_layout(set["recordings"])) {
-    const Json mean = {{"measures", mean_over(layout, [&](const Json &recording, const char *key) {
+  const auto add_mean = [&](const std::vector<const Json *> &some, const std::string &name) {
+    const Json mean = {{"measures", mean_over(some, [&](const Json &recording, const char *key) {
                           return recording.value(part ? part : "measures", Json::object()).value(key, Json());
                         })}};
-    rows.push_back({layout_label(*layout[0])});
+    rows.push_back({name});
     for (const Column &column : columns)
       rows.back().push_back(cell(mean, *column.measure, part));
+  };
+  for (const auto &layout : by_layout(set["recordings"])) {
+    add_mean(layout, layout_label(*layout[0]));
+    for (const auto &[tag, some] : by_noise(layout))
+      add_mean(some, fmt::format("  {} with {} noise", some.size(), tag));
   }
   return aligned(rows);
 }
@@ -179,7 +219,7 @@ Json to_json(const Subject &subject, const Output &output, const Results &result
   Json values = Json::object(), gaps = Json::object();
   for (const Measure &measure : measures()) {
     const Value &value = results.*measure.value;
-    values[measure.key] = value.known() ? Json(value.number()) : Json();
+    values[measure.key] = value_or_null(value);
     if (!value.known())
       gaps[measure.key] = text_of(value.gap());
   }
@@ -189,23 +229,30 @@ Json to_json(const Subject &subject, const Output &output, const Results &result
           {"source", output.source},
           {"agc_gain_known", !output.trace.empty()},
           {"latency_samples", output.latency},
+          {"noise", noise_tag(results)},
           {"talk_seconds", talk_seconds(talk_of(subject))},
           {"measures", values},
           {"gaps", gaps},
+          {"recoveries", recoveries_json(results.recoveries)},
           {"quarters", quarters_json(results.quarters)}};
 }
 
 Json as_set(std::vector<Json> recordings) { return {{"recordings", std::move(recordings)}, {"failed", Json::array()}}; }
 
 Json means(const Json &recordings) {
+  const auto of = [](const std::vector<const Json *> &some) -> Json {
+    return {{"recordings", some.size()}, {"measures", mean_over(some, [](const Json &recording, const char *key) {
+                                            return recording["measures"][key];
+                                          })}};
+  };
   Json all = Json::array();
-  for (const auto &layout : by_layout(recordings))
-    all.push_back({{"rate", (*layout[0])["rate"]},
-                   {"frame_ms", (*layout[0])["frame_ms"]},
-                   {"recordings", layout.size()},
-                   {"measures", mean_over(layout, [](const Json &recording, const char *key) {
-                      return recording["measures"][key];
-                    })}});
+  for (const auto &layout : by_layout(recordings)) {
+    Json row = {{"rate", (*layout[0])["rate"]}, {"frame_ms", (*layout[0])["frame_ms"]}};
+    row.update(of(layout));
+    for (const auto &[tag, some] : by_noise(layout))
+      row[tag + "_noise"] = of(some);
+    all.push_back(std::move(row));
+  }
   return all;
 }
 

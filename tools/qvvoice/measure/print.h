@@ -11,15 +11,16 @@ namespace qv::tool::measure {
 
 using Json = nlohmann::ordered_json;
 
-/// One recording: name, rate, frame_ms, source, measures (null where there is no number), gaps (why), talk_seconds
-/// and quarters.
+/// One recording: name, rate, frame_ms, source, measures (null where there is no number), gaps (why), noise,
+/// talk_seconds, recoveries and quarters.
 Json to_json(const Subject &subject, const Output &output, const Results &results);
 
 /// Several: {"recordings": [...], "failed": [{"name", "message"}]}.
 Json as_set(std::vector<Json> recordings);
 
 /// Means over the recordings of each rate and frame length, of the values that are there:
-/// [{"rate", "frame_ms", "recordings", "measures"}].
+/// [{"rate", "frame_ms", "recordings", "measures", "low_noise", "high_noise"}], the last two, {"recordings",
+/// "measures"} of those by the SNR at the microphone, where there are recordings of both.
 Json means(const Json &recordings);
 
 /// Puts another run beside each recording of the same name and frame length: "against" and "difference" (this minus

@@ -1,42 +1,15 @@
 /// @file results.h  What is measured on one recording. docs/measures.md has definitions and sources.
 #pragma once
 
-#include <cmath>
-#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "measure/background.h"
 #include "measure/quality.h"
-#include "measure/talk.h"
+#include "measure/value.h"
 
 namespace qv::tool::measure {
-
-/// Why there is no number.
-enum class Gap {
-  unknown, ///< the truth that it needs is not known
-  absent,  ///< nothing in the recording shows it
-  never,   ///< it was waited for and did not come
-};
-
-const char *text_of(Gap gap);
-
-/// A number, or the reason why there is none.
-class Value {
-public:
-  Value() = default;
-  Value(double number) : number_(number), gap_(Gap::absent) {}
-  Value(Gap gap) : gap_(gap) {}
-  Value(std::optional<double> number) : Value(number ? Value(*number) : Value(Gap::absent)) {}
-
-  bool known() const { return std::isfinite(number_); }
-  double number() const { return number_; } ///< NaN unless known
-  Gap gap() const { return gap_; }          ///< unless known
-
-private:
-  double number_ = std::numeric_limits<double>::quiet_NaN();
-  Gap gap_ = Gap::unknown;
-};
 
 /// A quarter of a second of the recording.
 struct Quarter {
@@ -46,11 +19,21 @@ struct Quarter {
   std::optional<Talk> talk;    ///< of most of its frames; nothing when unknown
 };
 
+/// What follows on a change.
+struct Recovery {
+  double time;      ///< s
+  const char *kind; ///< "delay", "path", "both", "gap"; "muted", "no_reference": such an interval is over
+  double jump;      ///< ms, of the delay
+  Value seconds;    ///< of far-end single talk until 20 dB again
+  Value erle;       ///< dB, mean over the quarters of the first 3 s of far-end single talk, until the next change
+};
+
 struct Results {
   // Echo.
   Value erle_far_db, erle_first_db, erle_settled_db, erle_linear_db, erle_double_db, erle_heard_db;
   Value time_to_20_db_s, residual_echo_dbfs, echo_bursts_percent;
-  Value path_recovery_s, delay_recovery_s;
+  Value echo_reduction_first_db, echo_reduction_db, echo_reduction_limit_db, residual_over_background_db;
+  Value erle_after_change_db, echo_reduction_after_change_db, path_recovery_s, delay_recovery_s;
   // Delay.
   Value delay_true_ms, delay_found_ms, delay_heard_ms, delay_found_percent, delay_in_reach_percent;
   // Near end.
@@ -61,6 +44,8 @@ struct Results {
   Value onsets_lost_percent, near_lost_percent, near_lost_alone_percent;
   // Noise.
   Value noise_attenuation_db, output_noise_dbfs, digital_silence_percent;
+  Value background_step_db, background_step_median_db, background_band_step_db, noise_step_db, noise_band_step_db,
+      noise_snr_db;
   // Levels.
   Value mic_level_dbfs, ref_level_dbfs, out_level_dbfs, agc_gain_db;
   Value mic_clipped_percent, ref_clipped_percent, out_clipped_percent;
@@ -68,6 +53,7 @@ struct Results {
   Value real_time_factor, worst_frame_percent;
 
   std::vector<Quarter> quarters;
+  std::vector<Recovery> recoveries; ///< of every change that the truth knows, in order of time
 };
 
 /// One measure of the table that every print-out is made from.
@@ -91,8 +77,11 @@ struct Known {
   std::optional<std::vector<Talk>> talk;
   std::optional<DelaySummary> delay; ///< of the microphone behind the reference, by cross-correlation
   std::optional<std::vector<bool>> far_heard;
-  std::optional<double> mic_level, ref_level, near_level; ///< active, dBov
+  std::optional<double> mic_level, ref_level, near_level, echo_level; ///< active, dBov
   Quality mic_near, mic_double;
+  std::optional<double> noise;        ///< power of noise.wav, while the microphone's stream is not silent
+  BackgroundFrames background_frames; ///< empty when it is not known who talks when
+  BackgroundStep noise_step;          ///< of noise.wav
 
   /// @param progress  of the search for the delay, which takes by far the longest
   Known(const Subject &subject, const ProgressFn &progress = {});

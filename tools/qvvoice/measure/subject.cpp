@@ -61,7 +61,8 @@ Subject read_folder(const std::string &folder) {
                   read_at(in("ref.wav"), mic.rate),
                   read_part(in("near.wav"), mic.rate, length),
                   read_part(in("echo.wav"), mic.rate, length),
-                  {}};
+                  {},
+                  read_part(in("noise.wav"), mic.rate, length)};
   subject.ref.resize(length);
   if (std::filesystem::exists(in("scene.toml")))
     subject.truth = scene::read_truth(in("scene.toml"));

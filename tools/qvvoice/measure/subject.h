@@ -19,9 +19,10 @@ struct Subject {
   std::vector<int16_t> mic, ref;
   std::optional<Signal> near, echo; ///< parts of the microphone signal by themselves
   std::optional<scene::Truth> truth;
+  std::optional<Signal> noise{}; ///< the third part
 };
 
-/// A folder with mic.wav and ref.wav and, as far as known, near.wav, echo.wav and scene.toml.
+/// A folder with mic.wav and ref.wav and, as far as known, near.wav, echo.wav, noise.wav and scene.toml.
 /// @throws InputError when a file cannot be used; all must have the microphone's rate, 8000 or 16000 Hz
 Subject read_folder(const std::string &folder);
 

@@ -23,9 +23,14 @@ std::optional<std::vector<Talk>> talk_of(const Subject &subject) {
     return std::nullopt;
   const size_t count = subject.mic.size() / frame_length(subject.rate);
   const std::vector<bool> far = flags(*subject.truth->far, count), near = flags(*subject.truth->near, count);
+  const std::vector<bool> muted = flags(subject.truth->muted, count);
+  const std::vector<bool> no_reference = flags(subject.truth->no_reference, count);
   std::vector<Talk> talk(count);
   for (size_t i = 0; i < count; ++i)
-    talk[i] = far[i] ? near[i] ? Talk::both : Talk::far : near[i] ? Talk::near : Talk::silence;
+    talk[i] = muted[i] || (no_reference[i] && far[i]) ? Talk::broken
+              : far[i]                                ? near[i] ? Talk::both : Talk::far
+              : near[i]                               ? Talk::near
+                                                      : Talk::silence;
   return talk;
 }
 

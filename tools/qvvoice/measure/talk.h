@@ -10,7 +10,10 @@
 
 namespace qv::tool::measure {
 
-enum class Talk { silence, far, near, both };
+/// `broken`: the microphone's stream is silent, or has an echo that the reference has not; nothing is measured there.
+enum class Talk { silence, far, near, both, broken };
+
+inline constexpr size_t talk_classes = 5;
 
 /// One per whole frame of the recording; nothing when the truth does not say who talks when.
 std::optional<std::vector<Talk>> talk_of(const Subject &subject);
