@@ -10,7 +10,7 @@ namespace {
 constexpr size_t reach = 2;              ///< frames on either side that a third octave's window takes in
 constexpr double settling_seconds = 0.5; ///< of the noise reducer
 constexpr double first_seconds = 3;      ///< of a call; then the canceller should have settled
-constexpr double remains = 0.1;          ///< power of the talk over that of the noise that leaves a frame quiet
+constexpr double remains = 0.02;         ///< power of the talk over that of the noise that leaves a frame quiet
 constexpr size_t least_frames = 100;     ///< 1 s
 constexpr double stands_out = 3;         ///< spreads
 constexpr double judged_from = 300, judged_to = 3200, judged_to_wide = 6400; ///< Hz, centres of third octaves
@@ -45,20 +45,21 @@ double spread_of(const std::vector<BandPowers> &bands, const std::vector<bool> &
 
 } // namespace
 
-BackgroundFrames background_frames(const std::vector<Talk> &talk, const std::vector<const std::vector<double> *> &parts,
-                                   std::optional<double> noise) {
+BackgroundFrames background_frames(const std::vector<Talk> &talk, const Parts &parts) {
   BackgroundFrames frames{std::vector<bool>(talk.size()), std::vector<bool>(talk.size())};
   for (size_t i = reach; i + reach < talk.size(); ++i) {
-    const size_t begin = i - reach, end = i + reach + 1;
-    const std::span about = std::span(talk).subspan(begin, end - begin);
-    const bool silent = std::ranges::count(about, Talk::silence) == std::ptrdiff_t(about.size());
-    const bool far = std::ranges::all_of(about, [](Talk one) { return one == Talk::silence || one == Talk::far; });
-    double left = 0;
-    for (const std::vector<double> *part : parts)
-      left += std::accumulate(part->begin() + std::ptrdiff_t(begin), part->begin() + std::ptrdiff_t(end), 0.0);
-    const double time = double(i) * frame_seconds;
-    frames.quiet[i] = time >= settling_seconds && silent && (!noise || left <= remains * *noise * double(end - begin));
-    frames.far[i] = far && talk[i] == Talk::far;
+    const size_t begin = i - reach;
+    const std::span about = std::span(talk).subspan(begin, 2 * reach + 1);
+    const auto power = [&](const std::optional<std::vector<double>> &part) {
+      const auto from = part ? part->begin() + std::ptrdiff_t(begin) : std::vector<double>::const_iterator();
+      return part ? std::accumulate(from, from + std::ptrdiff_t(about.size()), 0.0) / double(about.size()) : 0;
+    };
+    const double most = parts.noise && *parts.noise >= rounding_noise ? remains * *parts.noise : HUGE_VAL;
+    const double near = power(parts.near);
+    frames.quiet[i] = double(i) * frame_seconds >= settling_seconds && near + power(parts.echo) <= most &&
+                      std::ranges::all_of(about, [](Talk one) { return one == Talk::silence; });
+    frames.far[i] = talk[i] == Talk::far && near <= most &&
+                    std::ranges::all_of(about, [](Talk one) { return one == Talk::silence || one == Talk::far; });
   }
   return frames;
 }

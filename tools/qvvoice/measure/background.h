@@ -17,19 +17,20 @@ inline constexpr double least_background = 10 * rounding_noise;
 
 inline constexpr size_t quarter_frames = 25; ///< 10 ms frames of a quarter second
 
-/// Frames of a recording in which its background can be heard by itself, or with the far end's echo alone.
+/// Frames of a recording in which its background can be heard by itself, or with the far end's echo alone. Where the
+/// parts of the microphone's signal are known, what is left of the talk is 17 dB below the noise as well.
 struct BackgroundFrames {
-  /// Nobody is heard within 50 ms about the frame, from 0.5 s on; where the parts of the microphone's signal are known,
-  /// what is left of the talk is 10 dB below the noise as well.
-  std::vector<bool> quiet;
-  std::vector<bool>
-      far; ///< the far end is heard, and nothing of the near end or a broken stream within 50 ms about the frame
+  std::vector<bool> quiet; ///< nobody is heard within 50 ms about the frame, from 0.5 s on
+  std::vector<bool> far;   ///< the far end is heard, and nothing else within 50 ms about the frame
 };
 
-/// @param parts   powers of frames of near.wav and echo.wav; empty: not known
-/// @param noise   power of noise.wav
-BackgroundFrames background_frames(const std::vector<Talk> &talk, const std::vector<const std::vector<double> *> &parts,
-                                   std::optional<double> noise);
+/// Powers of frames of the parts, as far as known.
+struct Parts {
+  std::optional<std::vector<double>> near, echo;
+  std::optional<double> noise; ///< power throughout
+};
+
+BackgroundFrames background_frames(const std::vector<Talk> &talk, const Parts &parts);
 
 /// The background of a signal.
 struct Background {

@@ -23,16 +23,6 @@ std::optional<double> noise_power_of(const Subject &subject) {
   return sum / double(std::max<std::ptrdiff_t>(std::ranges::count(muted, false), 1));
 }
 
-BackgroundFrames background_frames_of(const Known &known) {
-  if (!known.talk)
-    return {};
-  std::vector<const std::vector<double> *> parts;
-  for (const auto *part : {&known.near, &known.echo})
-    if (*part)
-      parts.push_back(&**part);
-  return background_frames(*known.talk, parts, known.noise);
-}
-
 std::vector<bool> either(std::vector<bool> a, const std::vector<bool> &b) {
   for (size_t i = 0; i < a.size(); ++i)
     a[i] = a[i] || b[i];
@@ -81,14 +71,15 @@ Quality mic_quality(const Known &known, Talk which) {
 } // namespace
 
 Known::Known(const Subject &of, const ProgressFn &progress)
-    : subject(of), mic(frame_powers(SampleView(of.mic), of.rate)), near(powers_of(of.near, of.rate)),
-      echo(powers_of(of.echo, of.rate)), talk(talk_of(of)),
+    : Parts{powers_of(of.near, of.rate), powers_of(of.echo, of.rate), noise_power_of(of)}, subject(of),
+      mic(frame_powers(SampleView(of.mic), of.rate)), talk(talk_of(of)),
       delay(summarise(delay_points(SampleView(of.mic), SampleView(of.ref), of.rate, {}, progress))),
       far_heard(measure::far_heard(of, delay)), mic_level(active_level_db(SampleView(of.mic), of.rate)),
       ref_level(active_level_db(SampleView(of.ref), of.rate)), near_level(level_of(of.near, of.rate)),
       echo_level(level_of(of.echo, of.rate)), mic_near(mic_quality(*this, Talk::near)),
-      mic_double(mic_quality(*this, Talk::both)), noise(noise_power_of(of)),
-      background_frames(background_frames_of(*this)), noise_step(noise_step_of(*this)) {}
+      mic_double(mic_quality(*this, Talk::both)),
+      background_frames(talk ? measure::background_frames(*talk, *this) : BackgroundFrames()),
+      noise_step(noise_step_of(*this)) {}
 
 Frames::Frames(const Known &known, const Output &from)
     : Known(known), output(from), out(frame_powers(from.plain, subject.rate)),

@@ -70,16 +70,14 @@ struct Measure {
 const std::vector<Measure> &measures();
 
 /// What follows from a recording alone: the same for every output that is measured on it.
-struct Known {
+struct Known : Parts {
   const Subject &subject;
-  std::vector<double> mic; ///< powers of frames of 10 ms, as the next two
-  std::optional<std::vector<double>> near, echo;
+  std::vector<double> mic; ///< powers of frames of 10 ms
   std::optional<std::vector<Talk>> talk;
   std::optional<DelaySummary> delay; ///< of the microphone behind the reference, by cross-correlation
   std::optional<std::vector<bool>> far_heard;
   std::optional<double> mic_level, ref_level, near_level, echo_level; ///< active, dBov
   Quality mic_near, mic_double;
-  std::optional<double> noise;        ///< power of noise.wav, while the microphone's stream is not silent
   BackgroundFrames background_frames; ///< empty when it is not known who talks when
   BackgroundStep noise_step;          ///< of noise.wav
 
