@@ -40,6 +40,22 @@ TEST(Print, shows_numbers_and_why_there_are_none_differences_and_means_layout_by
     EXPECT_NE(text.find(part), std::string::npos) << part << "\n" << text;
 }
 
+// Echo that is left can be judged by itself where there is little noise; a mean over both kinds says less.
+TEST(Print, means_are_split_by_the_noise_where_there_is_both) {
+  std::vector<Json> recordings = {recording("a", 10), recording("b", 20), recording("c", 30), recording("d", 50)};
+  for (size_t i = 0; i < 3; ++i)
+    recordings[i]["noise"] = i < 2 ? "high" : "low";
+  Json set = as_set(recordings);
+  const Json mean = means(set["recordings"])[0];
+  EXPECT_EQ(mean["recordings"], 4u);
+  EXPECT_EQ(mean["low_noise"]["recordings"], 1u);
+  EXPECT_EQ(mean["low_noise"]["measures"]["erle_far_db"], 30);
+  EXPECT_EQ(mean["high_noise"]["measures"]["erle_far_db"], 15);
+  EXPECT_NE(as_text(set).find("  2 with high noise"), std::string::npos) << as_text(set);
+  set["recordings"].erase(2);
+  EXPECT_FALSE(means(set["recordings"])[0].contains("high_noise"));
+}
+
 // The program of a job is replaced by a script that does what its folder's name says.
 TEST_F(InFolder, a_set_survives_broken_recordings_by_naming_them) {
   EXPECT_THROW(recording_folders(folder), InputError);

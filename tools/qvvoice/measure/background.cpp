@@ -10,8 +10,8 @@ namespace {
 constexpr size_t reach = 2;              ///< frames on either side that a third octave's window takes in
 constexpr double settling_seconds = 0.5; ///< of the noise reducer
 constexpr double first_seconds = 3;      ///< of a call; then the canceller should have settled
-constexpr double remains = 0.02;         ///< power of the talk over that of the noise that leaves a frame quiet
-constexpr size_t least_frames = 100;     ///< 1 s
+constexpr double remains = 0.1;          ///< power of the talk over that of the noise that leaves a frame quiet
+constexpr size_t least_frames = 50;      ///< 0.5 s
 constexpr double stands_out = 3;         ///< spreads
 constexpr double judged_from = 300, judged_to = 3200, judged_to_wide = 6400; ///< Hz, centres of third octaves
 

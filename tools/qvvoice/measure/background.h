@@ -18,7 +18,7 @@ inline constexpr double least_background = 10 * rounding_noise;
 inline constexpr size_t quarter_frames = 25; ///< 10 ms frames of a quarter second
 
 /// Frames of a recording in which its background can be heard by itself, or with the far end's echo alone. Where the
-/// parts of the microphone's signal are known, what is left of the talk is 17 dB below the noise as well.
+/// parts of the microphone's signal are known, what is left of the talk is 10 dB below the noise as well.
 struct BackgroundFrames {
   std::vector<bool> quiet; ///< nobody is heard within 50 ms about the frame, from 0.5 s on
   std::vector<bool> far;   ///< the far end is heard, and nothing else within 50 ms about the frame
@@ -40,7 +40,7 @@ struct Background {
 };
 
 /// @param bands  of its frames, at least the quiet ones
-/// @return nothing for less than a second of quiet frames
+/// @return nothing for less than half a second of quiet frames
 std::optional<Background> background_of(const std::vector<BandPowers> &bands, const std::vector<bool> &quiet, int rate);
 
 /// Power of a piece of the signal beyond its background: what stands out of a third octave by more than three times
@@ -61,7 +61,7 @@ struct BackgroundStep {
   Value band;   ///< largest of any third octave from 300 Hz to 3 kHz (at 8000 Hz) or 6 kHz, without its sign
 };
 
-/// @return absent for less than a second of either class or a background that is not 10 dB above rounding
+/// @return absent for less than half a second of either class or a background that is not 10 dB above rounding
 BackgroundStep background_step(const std::vector<BandPowers> &bands, const BackgroundFrames &frames, int rate);
 
 } // namespace qv::tool::measure

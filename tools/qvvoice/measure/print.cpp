@@ -96,7 +96,7 @@ std::string one_text(const Json &recording) {
       ++unknown;
       continue;
     }
-    text += fmt::format("{:24}{:>10}", measure.key, cell(recording, measure));
+    text += fmt::format("{:31}{:>10}", measure.key, cell(recording, measure));
     if (compared)
       text += fmt::format("{:>10}{:>10}", cell(recording["against"], measure),
                           cell({{"measures", recording["difference"]}}, measure, true));
@@ -280,9 +280,9 @@ std::vector<std::string> compare(Json &set, const Json &other) {
 }
 
 std::string measure_list() {
-  std::string text = fmt::format("{:24} {:12} {:5} {}\n", "measure", "column", "unit", "meaning");
+  std::string text = fmt::format("{:31} {:12} {:5} {}\n", "measure", "column", "unit", "meaning");
   for (const Measure &measure : measures())
-    text += fmt::format("{:24} {:12} {:5} {}\n", measure.key, measure.column ? measure.column : "", measure.unit,
+    text += fmt::format("{:31} {:12} {:5} {}\n", measure.key, measure.column ? measure.column : "", measure.unit,
                         measure.meaning);
   return text;
 }
