@@ -51,15 +51,27 @@ void take(const Recordings &recordings, Options &options) {
   options.ref = recordings.folder.empty() ? recordings.ref : recordings.folder + "/ref.wav";
 }
 
+diagnose::Diagnosis judge(const Setup &setup, const Samples &mic, const Samples &ref) {
+  Run run;
+  {
+    Progress bar("processing");
+    run = run_tx(setup, mic, ref, {.compensate = true, .progress = std::ref(bar)});
+  }
+  const Progress bar("diagnosing");
+  return diagnose::diagnose(diagnose::Evidence(setup, mic, ref, run.sent, run.trace));
+}
+
 void run_diagnosis(const Recordings &recordings, Options options) {
   take(recordings, options);
   Inputs inputs = open_inputs(options);
-  const Samples mic = inputs.mic->read_all(), ref = inputs.ref->read_all();
+  Samples mic, ref;
+  {
+    const Progress bar("reading");
+    mic = inputs.mic->read_all();
+    ref = inputs.ref->read_all();
+  }
   const Setup setup = make_setup(options.para, inputs.rate, options.frame_ms);
-  Progress bar("processing");
-  const Run run = run_tx(setup, mic, ref, {.compensate = true, .progress = std::ref(bar)});
-  const diagnose::Evidence evidence(setup, mic, ref, run.sent, run.trace);
-  const diagnose::Diagnosis diagnosis = diagnose::diagnose(evidence);
+  const diagnose::Diagnosis diagnosis = judge(setup, mic, ref);
   print(diagnosis, setup, inputs, options.json);
   if (diagnosis.state == diagnose::State::wrong)
     throw CLI::RuntimeError(1);

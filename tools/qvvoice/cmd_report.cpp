@@ -49,9 +49,13 @@ void put_beside(CallReport &call, const Options &options, const std::string &aga
     other.output = measure::read_output(call.subject, against, options.against_delay);
   } else {
     other.name = "other parameters";
-    other.output = run_library(call.subject, setup_for(options.against_para, call.subject.rate, options.frame_ms));
+    Progress bar("processing");
+    other.output =
+        run_library(call.subject, setup_for(options.against_para, call.subject.rate, options.frame_ms), std::ref(bar));
   }
+  const Progress bar("measuring");
   other.results = measure::measure(call.subject, other.output);
+  other.output.plain = {};
   call.other = std::move(other);
 }
 

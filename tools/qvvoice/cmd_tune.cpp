@@ -75,17 +75,31 @@ void judge_effects(Evaluator &evaluator, const tune::Numbers &with, tune::Result
   });
 }
 
+/// On the recordings tuned on and, where there are any, on those held back.
+std::vector<tune::Judged> judge_all(Evaluator &evaluator, std::optional<Evaluator> &held_back, tune::Result &result) {
+  const Progress bar("judging");
+  std::vector<tune::Judged> parts = {judge(evaluator, result, "tuned on")};
+  if (held_back) {
+    parts.push_back(judge(*held_back, result, "held back"));
+    judge_effects(*held_back, tune::mean_of(parts.back().after), result);
+  }
+  return parts;
+}
+
 void write_pages(const Options &options, const std::string &set, const std::string &before) {
+  Progress bar("pages");
   const ChildResult made = run_child({std::filesystem::read_symlink("/proc/self/exe").string(), "report", "--set", set,
                                       "--out", options.pages, "--frame-ms", std::to_string(options.frame_ms), "--para",
                                       options.out, "--against-para", before});
   if (made.status != 0)
     throw InputError("{}: {}", options.pages, made.messages);
+  bar.wipe();
   fmt::print(stderr, "pages: {}", made.output);
 }
 
 void run(Options options) {
   if (!options.echo.empty()) {
+    const Progress bar("mixing calls");
     tune::make_calls({options.echo.front(), options.echo.back(), options.near}, options.rate, options.frame_ms,
                      options.calls);
     options.set = options.calls + "/tune";
@@ -119,12 +133,8 @@ void run(Options options) {
   };
   tune::Result result = tune::tune(plan, before.para, evaluator, history, options.search, evaluated);
   bar.wipe();
-  std::vector<tune::Judged> parts = {judge(evaluator, result, "tuned on")};
-  if (held_back)
-    parts.push_back(judge(*held_back, result, "held back"));
+  const std::vector<tune::Judged> parts = judge_all(evaluator, held_back, result);
   const tune::Judged &last = parts.back();
-  if (held_back)
-    judge_effects(*held_back, tune::mean_of(last.after), result);
   write_text(options.out, parameter_text(plan, result, writing, tune::mean_of(last.after), last.part));
   const nlohmann::ordered_json found = tune::result_json(plan, result, parts);
   fmt::print("{}", options.json ? found.dump(2) + "\n" : tune::result_text(found));

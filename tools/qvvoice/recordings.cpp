@@ -32,6 +32,7 @@ void Recordings::check() const {
 }
 
 measure::Subject Recordings::read_one() const {
+  const Progress bar("reading");
   if (!folder.empty())
     return measure::read_folder(folder);
   process::Options options;

@@ -13,9 +13,8 @@ namespace {
 constexpr size_t opening_seconds = 60;
 constexpr double silent_dbfs = -75;      // below the noise of any microphone; a converter's last bit is at -90
 constexpr double most_clipped_ppm = 100; // one flat top of ten samples in six seconds, as diagnose has it
-constexpr size_t least_windows = 3;      // that agree on a delay
-constexpr double most_spread = 0.01;     // s, between windows that agree
-constexpr double least_lead = 0.001;     // s
+constexpr size_t least_windows = 3;      // with a clear delay
+constexpr double least_lead = 0.001;     // s, of nine windows in ten
 
 /// Time by which the microphone leads the reference, s, where several windows of the opening say so.
 std::optional<double> lead(const Opening &mic, const Opening &ref) {
@@ -25,10 +24,9 @@ std::optional<double> lead(const Opening &mic, const Opening &ref) {
                                    mic.rate(), search);
   if (points.size() < least_windows)
     return std::nullopt;
-  const auto found = summarise(points);
-  if (!found || found->spread > most_spread || found->delay > -least_lead)
-    return std::nullopt;
-  return -found->delay;
+  std::vector<double> delays;
+  std::ranges::transform(points, std::back_inserter(delays), &DelayPoint::delay);
+  return quantile(delays, 0.9) < -least_lead ? std::optional(-median(delays)) : std::nullopt;
 }
 
 /// The command that tells more about both.
