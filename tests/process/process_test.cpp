@@ -9,9 +9,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "files.h"
-#include "images.h"
-#include "para/para_file.h"
+#include "process_fixture.h"
 #include "support/output_file.h"
 
 namespace qv::tool {
@@ -19,7 +17,6 @@ namespace {
 
 using AudioFile = InFolder;
 using OutputFiles = InFolder;
-using test::Samples;
 
 TEST_F(AudioFile, samples_come_through_exact_or_clipped_with_a_count) {
   const Samples extremes = {0, 1, -1, 12345, -12345, 32767, -32768, 256};
@@ -197,22 +194,6 @@ TEST_F(OutputFiles, a_place_that_would_lose_something_is_refused) {
   }
 }
 
-class Process : public InFolder {
-protected:
-  Process() {
-    for (const char *file : {"mic.wav", "ref.wav"})
-      put_wav(file, 8000, test::noise_samples(1, 8000, 9000));
-    for (const int32_t rate : {8000, 16000})
-      put(std::to_string(rate) + ".para", para::packed_bytes(test::busy_image(rate)));
-  }
-  CommandResult process(const std::string &words) const { return run_command(folder, "process " + words); }
-  static std::string options(const test::Layout &layout) {
-    const std::string rate = std::to_string(layout.rate), ms = std::to_string(1000 * layout.frame_len / layout.rate);
-    return " --para " + rate + ".para --frame-ms " + ms;
-  }
-  Samples samples(const char *name) const { return read_audio({.path = at(name)}).audio.samples; }
-};
-
 // Whole recordings give the very samples that an application gets frame by frame.
 TEST_F(Process, each_direction_writes_what_the_frame_calls_give) {
   for (const test::Layout &layout : test::all_layouts) {
@@ -304,6 +285,8 @@ TEST_F(Process, bad_use_is_refused_and_leaves_everything_as_it_was) {
       {"--far ref.wav --played 8000.para --para 8000.para", "8000.para: is the input"},
       {"--far ref.wav --played ./ref.wav", "./ref.wav: is the input ref.wav"},
       {"--far ref.wav --played p.wav --trace p.wav", "p.wav: named for two results"},
+      {"--far ref.wav --mic mic.wav --out - --played -", "- is standard output and takes one of --out, --played"},
+      {"--far /dev/zero --played p.wav", "/dev/zero: is a device"},
   };
   const auto before = paths();
   for (const auto &[words, reason] : cases) {
@@ -313,6 +296,37 @@ TEST_F(Process, bad_use_is_refused_and_leaves_everything_as_it_was) {
     EXPECT_EQ(result.err.find("qvvoice: "), 0u) << words;
     EXPECT_NE(result.err.find(reason), std::string::npos) << words << ": " << result.err;
     EXPECT_EQ(paths(), before) << words;
+  }
+}
+
+// What diagnose would find, as far as a run sees it.
+TEST_F(Process, hints_at_what_is_wrong_with_the_recordings) {
+  const Samples far = test::noise_samples(5, 20 * 16000, 3000);
+  Samples echo(far.size()), loud(far.size());
+  for (size_t i = 1600; i < far.size(); ++i)
+    echo[i] = int16_t(far[i - 1600] / 2);
+  for (size_t i = 0; i < far.size(); ++i)
+    loud[i] = int16_t(std::clamp(far[i] * 12, -32768, 32767));
+  put_wav("far.wav", 16000, far);
+  put_wav("echo.wav", 16000, echo);
+  put_wav("loud.wav", 16000, loud);
+  put_wav("silent.wav", 16000, Samples(far.size()));
+  const std::pair<const char *, const char *> cases[] = {
+      {"--mic echo.wav --ref far.wav", ""},
+      {"--mic far.wav --ref echo.wav", "the microphone leads the reference by 100.0 ms: are the two swapped?"},
+      {"--mic loud.wav --ref far.wav", "the microphone clips"},
+      {"--mic silent.wav --ref far.wav", "the microphone is silent"},
+      {"--mic echo.wav --ref silent.wav", "the reference is silent"},
+  };
+  for (const auto &[words, hint] : cases) {
+    const CommandResult result = process(words + std::string(" --out o.wav --json"));
+    ASSERT_EQ(result.status, 0) << words << result.err;
+    const auto hints = nlohmann::json::parse(result.out).at("hints");
+    EXPECT_EQ(hints.size(), *hint ? 1u : 0u) << words << hints;
+    if (*hint) {
+      EXPECT_NE(hints.dump().find(hint), std::string::npos) << hints;
+      EXPECT_NE(hints.dump().find(std::string("qvvoice diagnose ") + words), std::string::npos) << hints;
+    }
   }
 }
 
@@ -331,11 +345,12 @@ TEST_F(Process, nothing_is_lost_in_silence_and_what_was_meant_is_named) {
     const std::string said = bytes_of(at("err"));
     EXPECT_NE(said.find("standard output cannot be written"), std::string::npos) << words << said;
   }
-  for (const auto &[words, meant] : {std::pair("proces", "\"process\""),
-                                     {"process --mik a.wav", "\"--mic\""},
-                                     {"para chek x", "\"check\""},
-                                     {"process --preset balanced-16-20ms", "\"balanced-16k-20ms\""},
-                                     {"scene --set far-ed --out x", "\"far-end\""}}) {
+  for (const auto &[words, meant] :
+       {std::pair("proces", "\"process\""),
+        {"process --mik a.wav", "\"--mic\""},
+        {"para chek x", "\"check\""},
+        {"process --far ref.wav --played p.wav --preset balanced-16-20ms", "\"balanced-16k-20ms\""},
+        {"scene --set far-ed --out x", "\"far-end\""}}) {
     const CommandResult result = run_command(folder, words);
     EXPECT_EQ(result.status, 2) << words;
     EXPECT_NE(result.err.find(std::string("did you mean ") + meant), std::string::npos) << words << result.err;

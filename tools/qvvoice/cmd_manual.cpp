@@ -9,6 +9,7 @@
 #include <fmt/ranges.h>
 
 #include "para/presets.h"
+#include "parameters.h"
 #include "qvvoice/qvvoice.h"
 #include "support/output_file.h"
 #include "tune/plan.h"
@@ -93,8 +94,8 @@ std::string words_after(const CLI::App &app) {
   for (const CLI::App *command : parts_of(app, false))
     words += command->get_name() + " ";
   for (const CLI::Option *option : options_of(app))
-    if (!option->get_lnames().empty())
-      words += "--" + option->get_lnames()[0] + " ";
+    for (const std::string &name : option->get_lnames())
+      words += "--" + name + " ";
   return words;
 }
 
@@ -106,14 +107,14 @@ void completion_cases(const CLI::App &app, std::string &text) {
 
 /// What may stand behind an option: the names that its check lists, or names that are built in and files.
 std::string values_of(const CLI::Option &option) {
-  const std::string name = option.get_lnames()[0], type = option.get_type_name();
-  if (name == "plan") {
+  const std::string type = option.get_type_name();
+  if (option.check_lname("plan")) {
     std::string plans;
     for (const tune::BuiltIn &plan : tune::built_in())
       plans += fmt::format("{} ", plan.name);
     return plans;
   }
-  if (name == "para" || name == "against-para" || name == "base")
+  if (type == parameters_type)
     return fmt::format("{} ", fmt::join(para::preset_names(), " "));
   const size_t list = type.find('{');
   if (list == type.npos)
@@ -125,9 +126,9 @@ std::string values_of(const CLI::Option &option) {
 
 void value_cases(const CLI::App &app, std::string &text) {
   for (const CLI::Option *option : options_of(app))
-    if (!option->get_lnames().empty())
+    for (const std::string &name : option->get_lnames())
       if (const std::string values = values_of(*option); !values.empty())
-        text += fmt::format("  '{} --{}') echo '{}' ;;\n", full_name(app, " "), option->get_lnames()[0], values);
+        text += fmt::format("  '{} --{}') echo '{}' ;;\n", full_name(app, " "), name, values);
   for (const CLI::App *command : parts_of(app, false))
     value_cases(*command, text);
 }

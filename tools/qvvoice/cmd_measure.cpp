@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "measure/set.h"
+#include "parameters.h"
 #include "recordings.h"
 #include "support/error.h"
 #include "verbs.h"
@@ -153,17 +154,15 @@ void add_measure(CLI::App &app) {
   const auto options = std::make_shared<Options>();
   CLI::App *verb = app.add_subcommand("measure", "Measures echo, talkers, noise, delay and speed on recordings");
   verb->footer(examples);
-  CLI::Option_group *what = add_recordings(*verb, options->recordings);
-  CLI::Option *set = what->get_option("--set");
-  what->add_flag("--list", options->list, "List the measures");
+  add_recordings(*verb, options->recordings, true);
+  CLI::Option *set = verb->get_option("--set");
+  verb->add_flag("--list", options->list, "List the measures");
   CLI::Option *out = verb->add_option("-o,--out", options->out,
                                       "Measure this output instead of running the library; with --set a folder of "
                                       "NAME.wav or NAME/out.wav")
                          ->type_name("FILE");
   verb->add_option("--out-delay", options->out_delay, "Samples by which such outputs are behind the microphone (0)");
-  verb->add_option("--para", options->para,
-                   "Parameter files, packed or as text, or presets; the one for the recording's rate is taken")
-      ->type_name("FILE")
+  add_parameters(*verb, options->para, "Parameters (balanced); of several those for the recording's rate are taken")
       ->excludes(out);
   verb->add_option("--frame-ms", options->frame_ms, "Frame length, ms (20); a set takes both")
       ->check(CLI::IsMember({16, 20}));
@@ -184,6 +183,7 @@ void add_measure(CLI::App &app) {
       fmt::print("{}", measure::measure_list());
       return;
     }
+    options->recordings.check();
     if (options->recordings.set.empty() && options->frame_ms.size() > 1)
       throw InputError("--frame-ms: found {} lengths; one recording takes one, 16 or 20", options->frame_ms.size());
     run(*options);

@@ -225,13 +225,12 @@ void add_para(CLI::App &app) {
                     ->check(CLI::IsMember({"markdown", "schema"}));
                 add_out(command, options);
               });
-  add_command(para, "plot", "Pictures: level curves, equaliser responses, detector knees", "my.toml --out plots",
-              run_plot, [](CLI::App &command, Options &options) {
-                add_file(command, options);
-                command.add_option("-o,--out", options.out, "folder for the three SVG files")
-                    ->type_name("DIR")
-                    ->required();
-              });
+  add_command(
+      para, "plot", "Pictures: level curves, equaliser responses, detector knees", "my.toml --out plots", run_plot,
+      [](CLI::App &command, Options &options) {
+        add_file(command, options);
+        command.add_option("-o,--out", options.out, "folder for the three SVG files")->type_name("DIR")->required();
+      });
 }
 
 } // namespace qv::tool

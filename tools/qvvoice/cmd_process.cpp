@@ -1,9 +1,9 @@
 // The verb `process`: recordings of a call through the library.
 
+#include <algorithm>
 #include <memory>
 
-#include "call/trace_table.h"
-#include "para/presets.h"
+#include "parameters.h"
 #include "process/summary.h"
 #include "support/error.h"
 #include "verbs.h"
@@ -24,7 +24,11 @@ Both directions in one run; the receive result is the echo reference
 One stereo file, channel 1 microphone and channel 2 reference, own parameters, result in time with the input
   qvvoice process --stereo call.flac --para board.bin --rate 16000 --out sent.wav --compensate
 Headerless A-law, with the trace of every frame
-  qvvoice process --raw alaw --raw-rate 8000 --mic mic.al --ref ref.al --out sent.wav --trace frames.csv)";
+  qvvoice process --raw alaw --raw-rate 8000 --mic mic.al --ref ref.al --out sent.wav --trace frames.csv
+In a pipe: WAV goes in and out as it comes, the summary to standard error
+  arecord -D hw:1 -f S16_LE -c 2 -r 48000 | qvvoice process --stereo - --out - | aplay
+  ffmpeg -i call.mkv -f wav - | qvvoice process --stereo - --out - | ffmpeg -i - sent.mp3
+  qvvoice process --raw s16le --raw-rate 16000 --mic - --ref ref.raw --out - --raw-out <mic.raw | sox -t raw ...)";
 
 /// What is wrong with the combination of options; a path needs its inputs and its result.
 void check_combination(const Options &options) {
@@ -40,6 +44,8 @@ void check_combination(const Options &options) {
     throw InputError("--out has no effect without --mic or --stereo; the receive result goes to --played");
   if (options.far && !transmits && !options.played)
     throw InputError("no place for what is played: give --played");
+  if (std::ranges::count_if(options.results(), is_standard_stream) > 1)
+    throw InputError("- is standard output and takes one of --out, --played and --trace; name a file for the others");
 }
 
 void add_inputs(CLI::App &verb, Options &options) {
@@ -65,34 +71,26 @@ void add_inputs(CLI::App &verb, Options &options) {
       ->needs(raw)
       ->group(group);
   for (const char *file : {"--mic", "--ref", "--far", "--stereo"})
-    verb.get_option(file)->type_name("FILE");
+    verb.get_option(file)->type_name("FILE|-");
   for (const char *channel : {"--mic-channel", "--ref-channel", "--far-channel"})
     verb.get_option(channel)->check(CLI::Range(1, 1024));
 }
 
 void add_results(CLI::App &verb, Options &options) {
   const std::string group = "Results";
-  verb.add_option("-o,--out", options.out, "Transmit result, 16-bit WAV")->type_name("FILE")->group(group);
-  verb.add_option("--played", options.played, "Receive result, 16-bit WAV")
-      ->type_name("FILE")
-      ->group(group)
-      ->needs("--far");
-  verb.add_option("--trace", options.trace, "What the library did in every frame, CSV")
-      ->type_name("FILE")
-      ->group(group);
+  verb.add_option("-o,--out", options.out, "Transmit result, 16-bit WAV")->group(group);
+  verb.add_option("--played", options.played, "Receive result, 16-bit WAV")->group(group)->needs("--far");
+  verb.add_option("--trace", options.trace, "What the library did in every frame, CSV")->group(group);
   for (const char *file : {"--out", "--played", "--trace"})
-    verb.get_option(file)->type_name("FILE");
+    verb.get_option(file)->type_name("FILE|-");
+  verb.add_flag("--raw-out", options.raw_out, "Results without a header: 16-bit samples, little-endian, one channel")
+      ->group(group);
   verb.add_flag("--json", options.json, "Print the summary as JSON")->group(group);
 }
 
 void add_settings(CLI::App &verb, Options &options) {
   const std::string group = "Settings";
-  CLI::Option *para =
-      verb.add_option("--para", options.para, "Parameter file, packed or as text")->type_name("FILE")->group(group);
-  verb.add_option("--preset", options.para, "Built-in parameters (balanced, for the rate and frame length)")
-      ->check(CLI::IsMember(para::preset_names()))
-      ->excludes(para)
-      ->group(group);
+  add_parameters(verb, options.para, "Parameters (balanced, for the rate and frame length)")->group(group);
   verb.add_option("--rate", options.rate, "Rate to run at, Hz (8000 if the first input has no more, else 16000)")
       ->check(CLI::IsMember({8000, 16000}))
       ->group(group);
@@ -102,50 +100,34 @@ void add_settings(CLI::App &verb, Options &options) {
   verb.add_flag("--compensate", options.compensate, "Take the library's delay out of the results")->group(group);
 }
 
-Run run_through(const Setup &setup, const Inputs &inputs, bool compensate) {
-  Progress bar("processing");
-  const RunOptions how{.compensate = compensate, .progress = std::ref(bar)};
-  if (!inputs.mic)
-    return run_rx(setup, inputs.far->samples(), how);
-  if (inputs.far)
-    return run_both(setup, inputs.far->samples(), inputs.mic->samples(), how);
-  return run_tx(setup, inputs.mic->samples(), inputs.ref->samples(), how);
-}
+bool into_standard_output(const Options &options) { return std::ranges::any_of(options.results(), is_standard_stream); }
 
 void process_call(const Options &options) {
   check_combination(options);
-  const Inputs inputs = read_inputs(options);
+  Inputs inputs = open_inputs(options);
   const Setup setup = make_setup(options.para, inputs.rate, options.frame_ms);
 
   std::vector<std::string> read;
   for (const process::Input *input : inputs.given())
-    read.push_back(input->source.path);
+    read.push_back(input->source().path);
   if (options.para)
     read.push_back(*options.para);
-  std::optional<OutputFile> out, played, trace;
+  process::Results results;
   if (options.out)
-    out.emplace(*options.out, read);
+    results.sent.emplace("out", *options.out, read, setup.rate, !options.raw_out);
   if (options.played)
-    played.emplace(*options.played, read);
+    results.played.emplace("played", *options.played, read, setup.rate, !options.raw_out);
   if (options.trace)
-    trace.emplace(*options.trace, read);
+    results.trace.emplace(*options.trace, read);
 
-  const Run run = run_through(setup, inputs, options.compensate);
-  if (out)
-    write_wav(*out, {setup.rate, run.sent});
-  if (played)
-    write_wav(*played, {setup.rate, run.played});
-  if (trace)
-    trace->write(trace_csv(run.trace, double(setup.frame_len) / setup.rate));
-  for (auto *result : {&out, &played, &trace})
-    if (*result)
-      (*result)->commit();
-
-  const auto summary = summarise(options, setup, inputs, run);
+  const process::Account account = run_call(setup, inputs, results, options.compensate);
+  results.commit();
+  const auto summary = summarise(options, setup, inputs, results, account);
+  std::FILE *to = into_standard_output(options) ? stderr : stdout;
   if (options.json)
-    fmt::print("{}\n", summary.dump(2, ' ', false, nlohmann::json::error_handler_t::replace));
+    fmt::print(to, "{}\n", summary.dump(2, ' ', false, nlohmann::json::error_handler_t::replace));
   else
-    fmt::print("{}", process::as_text(summary));
+    fmt::print(to, "{}", process::as_text(summary));
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "measure/set.h"
+#include "parameters.h"
 #include "recordings.h"
 #include "report/front_page.h"
 #include "support/error.h"
@@ -48,9 +49,13 @@ void put_beside(CallReport &call, const Options &options, const std::string &aga
     other.output = measure::read_output(call.subject, against, options.against_delay);
   } else {
     other.name = "other parameters";
-    other.output = run_library(call.subject, setup_for(options.against_para, call.subject.rate, options.frame_ms));
+    Progress bar("processing");
+    other.output =
+        run_library(call.subject, setup_for(options.against_para, call.subject.rate, options.frame_ms), std::ref(bar));
   }
+  const Progress bar("measuring");
   other.results = measure::measure(call.subject, other.output);
+  other.output.plain = {};
   call.other = std::move(other);
 }
 
@@ -152,13 +157,11 @@ void add_report(CLI::App &app) {
   const auto options = std::make_shared<Options>();
   CLI::App *verb = app.add_subcommand("report", "Shows a call, or a set of calls, on self-contained pages");
   verb->footer(examples);
-  add_recordings(*verb, options->recordings);
+  add_recordings(*verb, options->recordings, true);
   verb->add_option("-o,--out", options->out, "The page; with --set the folder of the pages, made when missing")
       ->type_name("PATH")
       ->required();
-  verb->add_option("--para", options->para,
-                   "Parameter files, packed or as text, or presets; the one for the recording's rate is taken")
-      ->type_name("FILE");
+  add_parameters(*verb, options->para, "Parameters (balanced); of several those for the recording's rate are taken");
   verb->add_option("--frame-ms", options->frame_ms, "Frame length, ms (20)")->check(CLI::IsMember({16, 20}));
   CLI::Option *against = verb->add_option("--against", options->against,
                                           "An output that was made elsewhere; with --set a folder of NAME.wav or "
@@ -168,9 +171,12 @@ void add_report(CLI::App &app) {
                    "Samples by which such outputs are behind the microphone (0)")
       ->needs(against);
   verb->add_option("--against-para", options->against_para, "A run with other parameters beside it")
-      ->type_name("FILE")
+      ->type_name(parameters_type)
       ->excludes(against);
-  verb->callback([options] { options->recordings.set.empty() ? report_call(*options) : report_set(*options); });
+  verb->callback([options] {
+    options->recordings.check();
+    options->recordings.set.empty() ? report_call(*options) : report_set(*options);
+  });
 }
 
 } // namespace qv::tool

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "para/presets.h"
+#include "parameters.h"
 #include "support/child.h"
 #include "support/error.h"
 #include "support/output_file.h"
@@ -31,7 +32,8 @@ struct Options {
   std::string set, check;
   std::vector<std::string> echo;
   std::string near, calls;
-  std::string plan = "balanced", base;
+  std::string plan = "balanced";
+  std::optional<std::string> para; ///< where to start
   int rate = 16000, frame_ms = 20;
   std::string out, log, name, pages;
   tune::SearchOptions search;
@@ -73,23 +75,37 @@ void judge_effects(Evaluator &evaluator, const tune::Numbers &with, tune::Result
   });
 }
 
+/// On the recordings tuned on and, where there are any, on those held back.
+std::vector<tune::Judged> judge_all(Evaluator &evaluator, std::optional<Evaluator> &held_back, tune::Result &result) {
+  const Progress bar("judging");
+  std::vector<tune::Judged> parts = {judge(evaluator, result, "tuned on")};
+  if (held_back) {
+    parts.push_back(judge(*held_back, result, "held back"));
+    judge_effects(*held_back, tune::mean_of(parts.back().after), result);
+  }
+  return parts;
+}
+
 void write_pages(const Options &options, const std::string &set, const std::string &before) {
+  Progress bar("pages");
   const ChildResult made = run_child({std::filesystem::read_symlink("/proc/self/exe").string(), "report", "--set", set,
                                       "--out", options.pages, "--frame-ms", std::to_string(options.frame_ms), "--para",
                                       options.out, "--against-para", before});
   if (made.status != 0)
     throw InputError("{}: {}", options.pages, made.messages);
+  bar.wipe();
   fmt::print(stderr, "pages: {}", made.output);
 }
 
 void run(Options options) {
   if (!options.echo.empty()) {
-    tune::make_calls({options.echo[0], options.echo[1], options.near}, options.rate, options.frame_ms, options.calls);
+    const Progress bar("mixing calls");
+    tune::make_calls({options.echo.front(), options.echo.back(), options.near}, options.rate, options.frame_ms,
+                     options.calls);
     options.set = options.calls + "/tune";
     options.check = options.calls + "/check";
   }
-  const Setup before =
-      make_setup(options.base.empty() ? std::nullopt : std::optional(options.base), options.rate, options.frame_ms);
+  const Setup before = make_setup(options.para, options.rate, options.frame_ms);
   const tune::Plan plan = tune::read_plan(options.plan, options.rate);
   Evaluator evaluator(options.set, options.rate, options.frame_ms, options.jobs);
   std::optional<Evaluator> held_back =
@@ -117,12 +133,8 @@ void run(Options options) {
   };
   tune::Result result = tune::tune(plan, before.para, evaluator, history, options.search, evaluated);
   bar.wipe();
-  std::vector<tune::Judged> parts = {judge(evaluator, result, "tuned on")};
-  if (held_back)
-    parts.push_back(judge(*held_back, result, "held back"));
+  const std::vector<tune::Judged> parts = judge_all(evaluator, held_back, result);
   const tune::Judged &last = parts.back();
-  if (held_back)
-    judge_effects(*held_back, tune::mean_of(last.after), result);
   write_text(options.out, parameter_text(plan, result, writing, tune::mean_of(last.after), last.part));
   const nlohmann::ordered_json found = tune::result_json(plan, result, parts);
   fmt::print("{}", options.json ? found.dump(2) + "\n" : tune::result_text(found));
@@ -142,8 +154,9 @@ void add_tune(CLI::App &app) {
   CLI::Option *set =
       what->add_option("--set", options->set, "Folder of calls to tune on, at any depth")->type_name("DIR");
   CLI::Option *echo =
-      what->add_option("--echo", options->echo, "Recording of the device playing: microphone, reference")
-          ->expected(2)
+      what->add_option("--echo", options->echo,
+                       "Recording of the device playing: microphone and reference, or one file with both channels")
+          ->expected(1, 2)
           ->type_name("FILE");
   what->require_option(1);
   verb->add_option("--check", options->check, "Folder of calls held back, to judge the result by")
@@ -160,8 +173,7 @@ void add_tune(CLI::App &app) {
   echo->needs(near, calls);
   verb->add_option("-o,--out", options->out, "Parameter file to write, as text")->type_name("FILE")->required();
   verb->add_option("--plan", options->plan, "What may move and what is wanted: a file, or a name built in (balanced)");
-  verb->add_option("--base", options->base, "Where to start: parameter file or preset (the layout's default)")
-      ->type_name("FILE");
+  add_parameters(*verb, options->para, "Where to start (balanced, for the rate and frame length)", "--base");
   verb->add_option("--name", options->name, "Name to write into the file")->default_str("tuned");
   options->name = "tuned";
   verb->add_option("--rate", options->rate, "Hz (16000)")->check(CLI::IsMember({8000, 16000}));

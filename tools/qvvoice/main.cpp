@@ -21,13 +21,14 @@ int refuse(std::string_view message) {
   return bad_input;
 }
 
-/// A file named "-" means a pipe everywhere else: no verb takes it for a file of that name.
+/// A file named "-" means a pipe: no verb takes it for a file of that name, and those that read or write one say so in
+/// the type of their option.
 void refuse_pipes(CLI::App &app) {
   const auto is_file = [](const std::string &path) {
-    return path == "-" ? std::string("- stands for a pipe, and pipes are not read or written yet; name a file") : "";
+    return path == "-" ? std::string("- stands for a pipe, which qvvoice process reads and writes; name a file") : "";
   };
   for (CLI::Option *option : app.get_options([](const CLI::Option *) { return true; }))
-    if (const std::string type = option->get_type_name(); type == "FILE" || type == "DIR" || type == "PATH")
+    if (const std::string type = option->get_type_name(); type.ends_with("FILE") || type == "DIR" || type == "PATH")
       option->check(CLI::Validator(is_file, ""));
   for (CLI::App *part : app.get_subcommands([](const CLI::App *) { return true; }))
     refuse_pipes(*part);

@@ -14,6 +14,7 @@ constexpr uint64_t most_format_bytes = 65536; // of the part that tells the form
 constexpr uint64_t unknown_size = 0x7fff0000; // recorders that write to a pipe put 2^31 or 2^32 or nearly so
 constexpr uint64_t unknown_long_size = uint64_t(1) << 62;
 constexpr uint64_t most_riff_bytes = 0xfff00000; // leaves its head room below 2^32
+constexpr uint64_t most_short_size = 0xffffffff;
 
 enum class Order { little, big };
 
@@ -51,11 +52,6 @@ struct Part {
 struct Parts {
   std::optional<Part> format, samples;
 };
-
-[[noreturn]] void refuse_cut(const InputFile &file, uint64_t promised, uint64_t there) {
-  throw InputError("{}: cut short: its header promises {} bytes of samples, {} are there", file.path(), promised,
-                   there);
-}
 
 /// The part at a place. Its size is a promise, except that a Wave64 part counts its own head.
 std::optional<std::pair<std::string, Part>> part_at(const InputFile &file, const Layout &layout, uint64_t at) {
@@ -102,16 +98,21 @@ Parts find_parts(const InputFile &file, const Layout &layout, uint64_t base) {
   return parts;
 }
 
-/// Bytes of samples. A size that is unknown, or 0 in a file that nobody closed, promises nothing: what is there counts.
+/// Bytes of samples.
+struct Length {
+  uint64_t bytes;
+  bool known;
+};
+
+/// A size that is unknown, or 0 in a file that nobody closed, promises nothing: what is there counts.
 /// @param closed  the size of the whole file, in its head, is true
-uint64_t sample_bytes(const InputFile &file, const Part &samples, uint64_t unknown_from, bool closed) {
-  if (samples.promised == 0 && !closed)
-    return samples.there;
+Length sample_bytes(const InputFile &file, const Part &samples, uint64_t unknown_from, bool closed) {
+  const bool promises = samples.promised < unknown_from && (samples.promised > 0 || closed);
+  if (!promises && (file.pipe() || samples.promised > samples.there || samples.promised == 0))
+    return {samples.there, !file.pipe()};
   if (samples.promised <= samples.there)
-    return samples.promised;
-  if (samples.promised >= unknown_from)
-    return samples.there;
-  refuse_cut(file, samples.promised, samples.there);
+    return {samples.promised, true};
+  refuse_cut(file.path(), samples.promised, samples.there);
 }
 
 std::string part(std::string_view name, const std::string &content, Order order) {
@@ -123,10 +124,9 @@ std::string wav_head(const std::string &format, uint64_t length, Order order) {
   const bool long_sizes = length > most_riff_bytes && order == Order::little;
   const std::string format_part = part("fmt ", format, order);
   if (!long_sizes) {
-    const uint64_t shown = std::min<uint64_t>(length, 0xffffffff);
-    const uint64_t all = std::min<uint64_t>(4 + format_part.size() + 8 + length, 0xffffffff);
+    const uint64_t all = std::min(4 + format_part.size() + 8 + length, most_short_size);
     return (order == Order::big ? "RIFX" : "RIFF") + bytes_of(all, 4, order) + "WAVE" + format_part + "data" +
-           bytes_of(shown, 4, order);
+           bytes_of(length, 4, order);
   }
   const std::string sizes = bytes_of(4 + 36 + format_part.size() + 8 + length, 8, order) + bytes_of(length, 8, order) +
                             bytes_of(0, 8, order) + bytes_of(0, 4, order);
@@ -153,29 +153,31 @@ View wav_view(const InputFile &file, uint64_t base, std::string_view magic, std:
       unknown_from = unknown_long_size;
     }
   }
-  const uint64_t length = sample_bytes(file, *parts.samples, unknown_from, whole == file.size() - base - 8);
+  auto [length, known] = sample_bytes(file, *parts.samples, unknown_from, whole == file.size() - base - 8);
+  if (order == Order::big)
+    length = std::min(length, most_short_size);
   return {wav_head(file.bytes(parts.format->begin, parts.format->promised), length, order), parts.samples->begin,
-          length};
+          length, known};
 }
 
 /// Sony Wave64: a WAV file with names of 16 bytes and sizes of 8.
 View wave64_view(const InputFile &file, uint64_t base) {
   const Parts parts = find_parts(file, {"Wave64", "fmt ", "data", 40, 16, 8, Order::little, 8, true}, base);
   const uint64_t whole = number(file.bytes(base + 16, 8), Order::little);
-  const uint64_t length = sample_bytes(file, *parts.samples, unknown_long_size, whole == file.size() - base);
+  const auto [length, known] = sample_bytes(file, *parts.samples, unknown_long_size, whole == file.size() - base);
   return {wav_head(file.bytes(parts.format->begin, parts.format->promised), length, Order::little),
-          parts.samples->begin, length};
+          parts.samples->begin, length, known};
 }
 
 View aiff_view(const InputFile &file, uint64_t base, std::string_view form, uint64_t whole) {
   constexpr Order order = Order::big;
   const Parts parts = find_parts(file, {"AIFF", "COMM", "SSND", 12, 4, 4, order, 2, false}, base);
-  const uint64_t length = sample_bytes(file, *parts.samples, unknown_size, whole == file.size() - base - 8);
+  auto [length, known] = sample_bytes(file, *parts.samples, unknown_size, whole == file.size() - base - 8);
+  length = std::min(length, most_short_size);
   const std::string common = part("COMM", file.bytes(parts.format->begin, parts.format->promised), order);
-  const uint64_t all = std::min<uint64_t>(4 + common.size() + 8 + length, 0xffffffff);
-  return {"FORM" + bytes_of(all, 4, order) + std::string(form) + common + "SSND" +
-              bytes_of(std::min<uint64_t>(length, 0xffffffff), 4, order),
-          parts.samples->begin, length};
+  const uint64_t all = std::min(4 + common.size() + 8 + length, most_short_size);
+  return {"FORM" + bytes_of(all, 4, order) + std::string(form) + common + "SSND" + bytes_of(length, 4, order),
+          parts.samples->begin, length, known};
 }
 
 /// Sun's format tells where the samples begin and, mostly, how many bytes they have.
@@ -185,7 +187,7 @@ void check_au(const InputFile &file, uint64_t base, Order order) {
   const uint64_t promised = number(std::string_view(sizes).substr(4), order);
   const uint64_t there = file.size() - std::min(file.size(), begin);
   if (promised > there && promised < unknown_size)
-    refuse_cut(file, promised, there);
+    refuse_cut(file.path(), promised, there);
 }
 
 /// Bytes of the ID3v2 tag that begins at a place; 0 when none does.
@@ -203,6 +205,10 @@ uint64_t tag_bytes(const InputFile &file, uint64_t at) {
 }
 
 } // namespace
+
+void refuse_cut(const std::string &path, uint64_t promised, uint64_t there) {
+  throw InputError("{}: cut short: its header promises {} bytes of samples, {} are there", path, promised, there);
+}
 
 View view_of(const InputFile &file) {
   uint64_t base = 0;
@@ -224,6 +230,13 @@ View view_of(const InputFile &file) {
     if (magic == ".snd" || magic == "dns.")
       check_au(file, base, magic == ".snd" ? Order::big : Order::little);
   }
+  if (file.pipe() && head.empty())
+    throw InputError("{}: is empty; what should write into it has ended without a byte", file.path());
+  if (file.pipe())
+    throw InputError("{}: is not WAV, Wave64 or AIFF, which are what is read from a pipe; let the program before "
+                     "write WAV (ffmpeg -f wav -, sox -t wav -, arecord -t wav), or say with --raw how its samples are "
+                     "encoded",
+                     file.path());
   return {"", base, file.size() - base};
 }
 

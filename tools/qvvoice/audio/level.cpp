@@ -1,23 +1,22 @@
 #include "audio/level.h"
 
-#include <algorithm>
 #include <cmath>
 #include <limits>
 
 namespace qv::tool {
 
-double level_dbfs(std::span<const int16_t> samples) {
-  double energy = 0;
-  for (const int16_t sample : samples)
-    energy += double(sample) * sample;
-  if (!(energy > 0))
-    return -std::numeric_limits<double>::infinity();
-  return 10 * std::log10(energy / double(samples.size()) / (32768.0 * 32768.0));
+void LevelMeter::add(std::span<const int16_t> samples) {
+  for (const int16_t sample : samples) {
+    energy_ += double(sample) * sample;
+    clipped_ += sample == INT16_MAX || sample == INT16_MIN;
+  }
+  count_ += samples.size();
 }
 
-size_t count_clipped(std::span<const int16_t> samples) {
-  return size_t(std::count_if(samples.begin(), samples.end(),
-                              [](int16_t sample) { return sample == INT16_MAX || sample == INT16_MIN; }));
+double LevelMeter::dbfs() const {
+  if (!(energy_ > 0))
+    return -std::numeric_limits<double>::infinity();
+  return 10 * std::log10(energy_ / double(count_) / (32768.0 * 32768.0));
 }
 
 } // namespace qv::tool

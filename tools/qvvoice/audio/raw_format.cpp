@@ -41,14 +41,19 @@ const std::vector<std::string> &raw_encodings() {
   return names;
 }
 
+void check_whole(const RawFormat &raw, const std::string &path, uint64_t bytes) {
+  if (bytes % uint64_t(encodings().at(raw.encoding).bytes * raw.channels) != 0)
+    throw InputError("{}: {} bytes are not a whole number of {} samples in {} channel(s)", path, bytes, raw.encoding,
+                     raw.channels);
+}
+
 SF_INFO raw_info(const RawFormat &raw, const InputFile &file) {
   const auto found = encodings().find(raw.encoding);
   if (found == encodings().end())
     throw InputError("{}: raw encoding '{}' is not known; one of {}", file.path(), raw.encoding,
                      fmt::join(raw_encodings(), ", "));
-  if (file.size() % uint64_t(found->second.bytes * raw.channels) != 0)
-    throw InputError("{}: {} bytes are not a whole number of {} samples in {} channel(s)", file.path(), file.size(),
-                     raw.encoding, raw.channels);
+  if (!file.pipe())
+    check_whole(raw, file.path(), file.size());
   SF_INFO info{};
   info.samplerate = raw.rate;
   info.channels = raw.channels;

@@ -1,9 +1,8 @@
 #include "call/run.h"
 
 #include <algorithm>
-#include <chrono>
-#include <span>
-#include <utility>
+
+#include "call/streams.h"
 
 namespace qv::tool {
 namespace {
@@ -14,57 +13,45 @@ struct Inputs {
   const Samples *ref = nullptr; ///< without it the receive output is the echo reference
 };
 
-size_t longest(const Inputs &in) {
-  size_t length = 0;
-  for (const Samples *samples : {in.far, in.mic, in.ref})
-    length = std::max(length, samples ? samples->size() : 0);
-  return length;
+SampleSource reading(const Samples *samples) {
+  if (!samples)
+    return {};
+  return [rest = std::span(*samples)](std::span<int16_t> to) mutable {
+    const size_t count = std::min(rest.size(), to.size());
+    std::copy_n(rest.begin(), count, to.begin());
+    rest = rest.subspan(count);
+    return count;
+  };
 }
 
-/// Fills a frame with the samples from `begin` on, zeros where there are none.
-void take_frame(const Samples *samples, size_t begin, Samples &frame) {
-  const std::span<const int16_t> all = samples ? std::span(*samples) : std::span<const int16_t>();
-  const auto rest = all.subspan(std::min(begin, all.size()));
-  const auto filled = std::ranges::copy(rest.first(std::min(rest.size(), frame.size())), frame.begin()).out;
-  std::fill(filled, frame.end(), 0);
-}
-
-void trim(Samples &out, int latency, size_t length) {
-  out.erase(out.begin(), out.begin() + latency);
-  out.resize(length);
+SampleSink appending(Samples &samples) {
+  return [&samples](std::span<const int16_t> more) { samples.insert(samples.end(), more.begin(), more.end()); };
 }
 
 Run run(const Setup &setup, const Inputs &in, const RunOptions &options) {
-  using Clock = std::chrono::steady_clock;
-  Library library(setup);
   Run result;
-  result.latency = library.latency();
-  const int rx_shift = options.compensate && in.far ? result.latency.rx : 0;
-  const int tx_shift = options.compensate && in.mic ? result.latency.tx : 0;
-  const auto frame = size_t(setup.frame_len);
-  const size_t length = longest(in);
-  const size_t frames = (length + size_t(std::max(rx_shift, tx_shift)) + frame - 1) / frame;
-  Samples far(frame), mic(frame), ref(frame);
-  Samples played(in.far ? frames * frame : 0), sent(in.mic ? frames * frame : 0);
-  for (size_t i = 0; i < frames; ++i) {
-    const size_t at = i * frame;
-    take_frame(in.far, at, far);
-    take_frame(in.mic, at, mic);
-    take_frame(in.ref, at, ref);
-    const auto start = Clock::now();
-    if (in.far)
-      library.rx(far.data(), &played[at]);
-    if (in.mic)
-      library.tx(mic.data(), in.ref ? ref.data() : &played[at], &sent[at]);
-    result.frame_seconds.push_back(std::chrono::duration<double>(Clock::now() - start).count());
-    result.trace.push_back(library.trace());
-    if (options.progress)
-      options.progress(i + 1, frames);
-  }
+  size_t length = 0;
+  for (const Samples *samples : {in.far, in.mic, in.ref})
+    length = std::max(length, samples ? samples->size() : 0);
+  const size_t frames = (length + size_t(setup.frame_len) - 1) / size_t(setup.frame_len);
   if (in.far)
-    trim(result.played = std::move(played), rx_shift, length);
+    result.played.reserve(length);
   if (in.mic)
-    trim(result.sent = std::move(sent), tx_shift, length);
+    result.sent.reserve(length);
+  const auto count_frame = [&](const QvVoiceTrace &trace, double seconds) {
+    result.trace.push_back(trace);
+    result.frame_seconds.push_back(seconds);
+    if (options.progress)
+      options.progress(std::min(result.trace.size(), frames), frames);
+  };
+  result.latency = run_streams(setup,
+                               {.far = reading(in.far),
+                                .mic = reading(in.mic),
+                                .ref = reading(in.ref),
+                                .sent = appending(result.sent),
+                                .played = appending(result.played),
+                                .frame = count_frame},
+                               options.compensate);
   return result;
 }
 

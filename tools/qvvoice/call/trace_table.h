@@ -2,7 +2,6 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 #include "qvvoice/qvvoice.h"
 
@@ -35,10 +34,9 @@ template <class Visit> void for_each_field(const QvVoiceTrace &trace, const Visi
   visit("comfort_noise", trace.comfort_noise);
 }
 
-/// Comma-separated: a line of names, then one line per frame. The first column, time_s, is where the frame
-/// starts in the input, in seconds.
-/// @param trace          [frames]
-/// @param frame_seconds  length of a frame
-std::string trace_csv(const std::vector<QvVoiceTrace> &trace, double frame_seconds);
+/// Comma-separated: a line of names, then one line per frame. The first column, time_s, is where the frame starts in
+/// the input, in seconds.
+std::string trace_names();
+std::string trace_line(const QvVoiceTrace &trace, double time);
 
 } // namespace qv::tool

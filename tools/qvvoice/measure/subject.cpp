@@ -69,15 +69,6 @@ Subject read_folder(const std::string &folder) {
   return subject;
 }
 
-Subject read_pair(const std::string &mic, const std::string &ref) {
-  Recording near = read(mic), far = read(ref);
-  const int rate = near.file_rate <= 8000 ? 8000 : 16000;
-  convert_rate(near, rate);
-  convert_rate(far, rate);
-  far.audio.samples.resize(near.audio.samples.size());
-  return {std::filesystem::path(mic).filename().string(), rate, near.audio.samples, far.audio.samples, {}, {}, {}};
-}
-
 Output run_library(const Subject &subject, const Setup &setup, const ProgressFn &progress) {
   const RunOptions options{.compensate = true, .progress = progress};
   Run run = run_tx(setup, subject.mic, subject.ref, options);

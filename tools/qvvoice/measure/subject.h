@@ -26,10 +26,6 @@ struct Subject {
 /// @throws InputError when a file cannot be used; all must have the microphone's rate, 8000 or 16000 Hz
 Subject read_folder(const std::string &folder);
 
-/// A recording of which nothing else is known, converted as `process` does: to 8000 Hz if the microphone has no
-/// more, else to 16000 Hz.
-Subject read_pair(const std::string &mic, const std::string &ref);
-
 /// What was sent, in time with the microphone and as long.
 struct Output {
   std::vector<int16_t> sent;

@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace qv::tool::process {
 
@@ -12,11 +13,21 @@ struct Options {
   std::optional<std::string> raw; ///< encoding
   std::optional<int> raw_rate, raw_channels;
   std::optional<std::string> out, played, trace; ///< results
-  std::optional<std::string> para; ///< file or preset
-  std::optional<int> rate; ///< Hz
+  bool raw_out = false;                          ///< samples alone in out and played
+  std::optional<std::string> para;               ///< file or preset
+  std::optional<int> rate;                       ///< Hz
   int frame_ms = 20;
   bool compensate = false;
   bool json = false;
+
+  /// Names of the results that are wanted.
+  std::vector<std::string> results() const {
+    std::vector<std::string> names;
+    for (const auto *name : {&out, &played, &trace})
+      if (*name)
+        names.push_back(**name);
+    return names;
+  }
 };
 
 } // namespace qv::tool::process

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
-#include <numeric>
 
 #include <fmt/format.h>
 
@@ -15,12 +14,11 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-Json levels(const std::string &role, const std::string &path, const Samples &samples) {
-  const double level = level_dbfs(samples);
+Json levels(const std::string &role, const std::string &name, const LevelMeter &level) {
   return {{"role", role},
-          {"file", path},
-          {"level_dbfs", std::isfinite(level) ? Json(level) : Json(nullptr)},
-          {"clipped_samples", count_clipped(samples)}};
+          {"file", name},
+          {"level_dbfs", std::isfinite(level.dbfs()) ? Json(level.dbfs()) : Json(nullptr)},
+          {"clipped_samples", level.clipped()}};
 }
 
 Json path_in_effect(const std::vector<Stage> &stages, int latency, const Setup &setup) {
@@ -33,21 +31,20 @@ Json path_in_effect(const std::vector<Stage> &stages, int latency, const Setup &
 Json input_levels(const Inputs &inputs) {
   Json all = Json::array();
   for (const Input *input : inputs.given()) {
-    Json one = levels(input->role, input->source.path, input->samples());
-    one["channel"] = std::max(input->source.channel, 1);
-    one["file_rate_hz"] = input->recording.file_rate;
-    one["seconds"] = input->recording.audio.seconds();
+    Json one = levels(input->role(), input->name(), input->level());
+    one["channel"] = std::max(input->source().channel, 1);
+    one["file_rate_hz"] = input->file_rate();
+    one["seconds"] = double(input->level().count()) / inputs.rate;
     all.push_back(one);
   }
   return all;
 }
 
-Json output_levels(const Options &options, const Run &run) {
+Json output_levels(const Results &results) {
   Json all = Json::array();
-  if (options.out)
-    all.push_back(levels("out", *options.out, run.sent));
-  if (options.played)
-    all.push_back(levels("played", *options.played, run.played));
+  for (const auto *result : {&results.sent, &results.played})
+    if (*result)
+      all.push_back(levels((*result)->role(), (*result)->path(), (*result)->level()));
   return all;
 }
 
@@ -69,29 +66,29 @@ std::string level_text(const Json &level) {
 
 } // namespace
 
-Json summarise(const Options &options, const Setup &setup, const Inputs &inputs, const Run &run) {
-  const double busy = std::accumulate(run.frame_seconds.begin(), run.frame_seconds.end(), 0.0);
-  const double worst = *std::max_element(run.frame_seconds.begin(), run.frame_seconds.end());
-  const double seconds = double(run.frame_seconds.size()) * setup.frame_len / setup.rate;
+Json summarise(const Options &options, const Setup &setup, const Inputs &inputs, const Results &results,
+               const Account &account) {
+  const double seconds = double(account.frames) * setup.frame_len / setup.rate;
   Json summary = {{"library", QV_VOICE_Version()},
                   {"rate_hz", setup.rate},
                   {"frame_ms", options.frame_ms},
                   {"frame_samples", setup.frame_len},
                   {"parameters", setup.para_source},
-                  {"frames", run.frame_seconds.size()},
+                  {"frames", account.frames},
                   {"seconds", seconds},
-                  {"times_real_time", seconds / busy},
-                  {"worst_frame_ms", 1e3 * worst},
+                  {"times_real_time", seconds / account.busy_seconds},
+                  {"worst_frame_ms", 1e3 * account.worst_seconds},
                   {"compensated", options.compensate}};
   if (inputs.far)
-    summary["receive"] = path_in_effect(rx_stages(setup), run.latency.rx, setup);
+    summary["receive"] = path_in_effect(rx_stages(setup), account.latency.rx, setup);
   if (inputs.mic)
-    summary["transmit"] = path_in_effect(tx_stages(setup), run.latency.tx, setup);
+    summary["transmit"] = path_in_effect(tx_stages(setup), account.latency.tx, setup);
   summary["inputs"] = input_levels(inputs);
-  summary["outputs"] = output_levels(options, run);
-  if (options.trace)
-    summary["trace"] = *options.trace;
-  summary["notes"] = inputs.notes;
+  summary["outputs"] = output_levels(results);
+  if (results.trace)
+    summary["trace"] = results.trace->path();
+  summary["notes"] = inputs.notes();
+  summary["hints"] = account.hints;
   return summary;
 }
 
@@ -117,8 +114,9 @@ std::string as_text(const Json &summary) {
                      signal["file"].get<std::string>());
   if (summary.contains("trace"))
     fmt::format_to(at_end, "{:<12}{}\n", "trace", summary["trace"].get<std::string>());
-  for (const Json &note : summary["notes"])
-    fmt::format_to(at_end, "{:<12}{}\n", "note", note.get<std::string>());
+  for (const auto &[kind, label] : {std::pair("notes", "note"), {"hints", "hint"}})
+    for (const Json &line : summary[kind])
+      fmt::format_to(at_end, "{:<12}{}\n", label, line.get<std::string>());
   return text;
 }
 

@@ -16,14 +16,15 @@ struct SignalView16 {
   const std::vector<int16_t> &samples;
 };
 
-constexpr double longest_sound = 600; // s that a page plays, so that its size stays within bounds
+constexpr double longest_part = 600; // s that a page plays and diagnoses, so that its size and the memory it takes stay
+                                     // within bounds
 
 double sound_seconds(const CallReport &call) {
-  return std::min(double(call.subject.mic.size()) / call.subject.rate, longest_sound);
+  return std::min(double(call.subject.mic.size()) / call.subject.rate, longest_part);
 }
 
 Json signal_json(const SignalView16 &signal, int rate, const SpectrogramScale &scale) {
-  const size_t heard = std::min(signal.samples.size(), size_t(longest_sound) * size_t(rate));
+  const size_t heard = std::min(signal.samples.size(), size_t(longest_part) * size_t(rate));
   const Audio sound{rate, {signal.samples.begin(), signal.samples.begin() + std::ptrdiff_t(heard)}};
   return {{"id", signal.id},
           {"title", signal.title},
@@ -82,9 +83,9 @@ std::string about(const CallReport &call) {
     text += fmt::format("; a long call: a point of the charts stands for {:.2f} s",
                         double(merged) * call.setup.frame_len / call.subject.rate);
   if (sound_seconds(call) < double(call.subject.mic.size()) / call.subject.rate)
-    text += fmt::format("; the page plays the first {:.0f} minutes: for another part make a page of that part of the "
-                        "recordings",
-                        longest_sound / 60);
+    text += fmt::format("; the page plays and diagnoses the first {:.0f} minutes: for another part make a page of that "
+                        "part of the recordings",
+                        longest_part / 60);
   return text;
 }
 
@@ -115,6 +116,10 @@ Json page_data(const CallReport &call, const Links &links) {
   return data;
 }
 
+template <class Value> std::vector<Value> beginning(const std::vector<Value> &all, size_t count) {
+  return {all.begin(), all.begin() + std::ptrdiff_t(std::min(count, all.size()))};
+}
+
 } // namespace
 
 CallReport examine(std::string name, measure::Subject subject, const Setup &setup) {
@@ -127,7 +132,14 @@ CallReport examine(std::string name, measure::Subject subject, const Setup &setu
     Progress bar("measuring");
     call.results = measure::measure(measure::Known(call.subject, std::ref(bar)), call.output);
   }
-  const diagnose::Evidence evidence(setup, call.subject.mic, call.subject.ref, call.output.sent, call.output.trace);
+  call.output.plain = {}; // was needed to measure, and is the largest of all
+  const Progress bar("diagnosing");
+  const auto samples = size_t(longest_part) * size_t(setup.rate);
+  const auto mic = beginning(call.subject.mic, samples), ref = beginning(call.subject.ref, samples),
+             sent = beginning(call.output.sent, samples);
+  const auto trace =
+      beginning(call.output.trace, (samples + size_t(call.output.latency)) / size_t(setup.frame_len) + 1);
+  const diagnose::Evidence evidence(setup, mic, ref, sent, trace);
   call.delays = evidence.delay.points;
   call.diagnosis = diagnose::diagnose(evidence);
   return call;
@@ -143,6 +155,7 @@ std::vector<measure::Measure> shown_measures() {
 }
 
 std::string call_page(const CallReport &call, const Links &links) {
+  const Progress bar("drawing");
   return fill("call.html", {{"title", escape(call.name)}, {"data", script_json(page_data(call, links))}});
 }
 

@@ -107,10 +107,14 @@ void say_when_terminated(const std::string &message) {
 OutputFile::OutputFile(const std::string &path, std::span<const std::string> inputs) : path_(path) {
   if (path.empty())
     throw InputError("a result has an empty file name");
+  std::error_code error;
+  if (path == "-" || fs::is_fifo(path, error)) {
+    open_pipe();
+    return;
+  }
   for (const std::string &input : inputs)
     if (same_file(path, input))
       throw InputError("{}: is the input {}; write the result to another file", path, input);
-  std::error_code error;
   if (fs::exists(path, error) && !fs::is_regular_file(path, error))
     throw InputError("{}: is not a regular file; name a file to write", path);
   place_ = fs::weakly_canonical(fs::absolute(path), error).string();
@@ -120,6 +124,18 @@ OutputFile::OutputFile(const std::string &path, std::span<const std::string> inp
   create_beside_place();
 }
 
+void OutputFile::open_pipe() {
+  if (path_ == "-")
+    path_ = "standard output";
+  const bool standard = path_ == "standard output";
+  descriptor_ = standard ? fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0) : open(path_.c_str(), O_WRONLY | O_CLOEXEC);
+  if (descriptor_ < 0)
+    throw InputError("{}: cannot be written: {}", path_, std::strerror(errno));
+  std::signal(SIGPIPE, SIG_IGN);
+}
+
+bool OutputFile::is_terminal() const { return isatty(descriptor_) == 1; }
+
 void OutputFile::create_beside_place() {
   static const bool handled = (handle_signals(), true);
   (void)handled;
@@ -127,24 +143,27 @@ void OutputFile::create_beside_place() {
   const std::string stem = (fs::path(place_).parent_path() / fmt::format(".qvvoice-{}-{}-", getpid(), slot_)).string();
   for (int attempt = 0; descriptor_ < 0; ++attempt) {
     temporary_ = fmt::format("{}{}.part", stem, attempt);
-    descriptor_ = open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    descriptor_ = open(temporary_->c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (descriptor_ < 0 && errno != EEXIST)
       throw InputError("{}: cannot be written: {}", path_, std::strerror(errno));
   }
   open_places[slot_] = place_;
-  open_names[slot_] = temporary_.c_str();
+  open_names[slot_] = temporary_->c_str();
 }
 
 OutputFile::~OutputFile() {
   if (descriptor_ < 0)
     return;
   close(descriptor_);
-  unlink(temporary_.c_str());
+  if (is_pipe())
+    return;
+  unlink(temporary_->c_str());
   open_names[slot_] = nullptr;
 }
 
 void OutputFile::fail(std::string_view doing) const {
-  throw std::runtime_error(fmt::format("{}: {} failed: {}", path_, doing, std::strerror(errno)));
+  throw std::runtime_error(fmt::format("{}: {} failed: {}", path_, doing,
+                                       errno == EPIPE ? "what reads the pipe has closed it" : std::strerror(errno)));
 }
 
 void OutputFile::write(std::string_view text) {
@@ -157,8 +176,15 @@ void OutputFile::write(std::string_view text) {
   }
 }
 
+void OutputFile::rewrite(size_t at, std::string_view text) {
+  if (pwrite(descriptor_, text.data(), text.size(), off_t(at)) != ssize_t(text.size()))
+    fail("writing");
+}
+
 void OutputFile::commit() {
-  if (std::rename(temporary_.c_str(), place_.c_str()) != 0)
+  if (is_pipe())
+    return;
+  if (std::rename(temporary_->c_str(), place_.c_str()) != 0)
     fail("renaming into place");
   open_names[slot_] = nullptr;
   close(std::exchange(descriptor_, -1));

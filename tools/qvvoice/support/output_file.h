@@ -1,6 +1,7 @@
-/// @file output_file.h  A result file that is whole or not there.
+/// @file output_file.h  A result: a file that is whole or not there, or a pipe.
 #pragma once
 
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -12,38 +13,43 @@ void say_when_terminated(const std::string &message);
 
 /// Written under another name in the folder of its place and renamed by commit(). Without commit(), and on
 /// every signal that ends the process and can be handled, what was written is removed and a file that stood there
-/// before stays.
+/// before stays. A pipe, standard output among them, gets everything at once and keeps it; that its reader closes it
+/// is an error of write() and no signal.
 class OutputFile {
 public:
   /// Creates the file, so that a place that cannot be written is refused before the work begins.
-  /// @param path    where the result will stand; a symbolic link is followed
+  /// @param path    where the result will stand; a symbolic link is followed; "-" is standard output
   /// @param inputs  files that are read: `path` must be none of them
-  /// @throws InputError when `path` is an input, the place of another open OutputFile, not a regular file,
-  ///         or in a folder that is missing or not writable
+  /// @throws InputError when `path` is an input, the place of another open OutputFile, a folder or
+  ///         a device, or in a folder that is missing or not writable
   explicit OutputFile(const std::string &path, std::span<const std::string> inputs = {});
   ~OutputFile();
   OutputFile(const OutputFile &) = delete;
   OutputFile &operator=(const OutputFile &) = delete;
 
   const std::string &path() const { return path_; } ///< as the user named it, for messages
+  bool is_pipe() const { return !temporary_; }
 
-  /// Open for writing, at the end of what was written; stays owned by this object.
-  int descriptor() const { return descriptor_; }
+  bool is_terminal() const;
 
   /// Appends. @throws std::runtime_error when the disk refuses
   void write(std::string_view text);
 
-  /// Moves the file to its place; nothing may be written afterwards. @throws std::runtime_error
+  /// Writes at a place in what was written. @throws std::runtime_error when the disk refuses, or it is a pipe
+  void rewrite(size_t at, std::string_view text);
+
+  /// Moves a file to its place; nothing may be written afterwards. @throws std::runtime_error
   void commit();
 
 private:
+  void open_pipe();
   void create_beside_place();
   [[noreturn]] void fail(std::string_view doing) const;
 
   std::string path_;
   std::string place_;
-  std::string temporary_;
-  size_t slot_;
+  std::optional<std::string> temporary_; ///< none of a pipe
+  size_t slot_ = 0;
   int descriptor_ = -1;
 };
 

@@ -4,18 +4,22 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <mutex>
 #include <string>
+#include <thread>
 
 namespace qv::tool {
 
-/// Called with how much is done of how much; empty where nobody looks.
+/// Called with how much is done of how much, 0 when that is not known; empty where nobody looks.
 using ProgressFn = std::function<void(size_t done, size_t total)>;
 
-/// A bar on the terminal that standard error is; nothing anywhere else. Pass it on with std::ref.
+/// A line on the terminal that standard error is, as long as this object lives and no other one is made meanwhile;
+/// nothing anywhere else. It shows the time that has passed until somebody tells more. Pass it on with std::ref.
 class Progress {
 public:
-  explicit Progress(std::string label);
-  ~Progress(); ///< wipes the bar
+  /// @param unit  of what is counted, " s" and the like
+  explicit Progress(std::string label, std::string unit = "");
+  ~Progress(); ///< wipes the line
   Progress(const Progress &) = delete;
   Progress &operator=(const Progress &) = delete;
 
@@ -23,11 +27,15 @@ public:
   void wipe(); ///< before another line is printed
 
 private:
-  std::string label_;
-  bool terminal_;
+  void draw();
+
+  std::string label_, unit_;
+  Progress *around_; ///< what is shown again after this one
+  std::mutex guard_; ///< of what follows
+  size_t done_ = 0, total_ = 0;
   bool drawn_ = false;
   std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
-  std::chrono::steady_clock::time_point next_; ///< not drawn again before
+  std::jthread painter_; ///< none without a terminal
 };
 
 } // namespace qv::tool

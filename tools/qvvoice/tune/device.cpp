@@ -24,9 +24,11 @@ constexpr double above_noise_db = 6; ///< of talk in a recording with noise
 /// What explains a bad result of the library rather than a bad recording is what tuning is for.
 constexpr const char *about_the_library[] = {"canceller_on", "delay_found", "filter", "residual_echo", "near_end"};
 
-std::vector<int16_t> read(const std::string &path, int rate, double seconds) {
+/// @param channel  from 1; 0 is the only one
+std::vector<int16_t> read(const std::string &path, int channel, int rate, double seconds) {
   Source source;
   source.path = path;
+  source.channel = channel;
   Recording recording = read_audio(source);
   if (recording.file_rate < rate)
     throw InputError("{}: has {} Hz, the parameters are for {} Hz; record with at least that, or tune with --rate 8000",
@@ -166,9 +168,10 @@ void make_call(const Material &material, double far_from, double near_from, doub
 } // namespace
 
 void make_calls(const DeviceRecordings &device, int rate, int frame_ms, const std::string &folder) {
-  const std::vector<int16_t> mic = read(device.mic, rate, 2 * far_needed),
-                             near = read(device.near, rate, 2 * near_needed);
-  std::vector<int16_t> ref = read(device.ref, rate, 2 * far_needed);
+  const bool stereo = device.mic == device.ref;
+  const std::vector<int16_t> mic = read(device.mic, stereo ? 1 : 0, rate, 2 * far_needed),
+                             near = read(device.near, 0, rate, 2 * near_needed);
+  std::vector<int16_t> ref = read(device.ref, stereo ? 2 : 0, rate, 2 * far_needed);
   ref.resize(mic.size());
   const double delay = examine(device, mic, ref, rate, frame_ms);
   examine_near(device, near, ref, rate, frame_ms);

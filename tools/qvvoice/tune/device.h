@@ -6,7 +6,7 @@
 namespace qv::tool::tune {
 
 struct DeviceRecordings {
-  std::string mic, ref; ///< the device plays far-end speech while nobody talks
+  std::string mic, ref; ///< the device plays far-end speech while nobody talks; the same file: channels 1 and 2 of it
   std::string near;     ///< somebody talks while it plays nothing
 };
 

@@ -64,19 +64,24 @@ template <class Work> [[noreturn]] void serve(int socket, const Work &work) {
 
 } // namespace
 
-Evaluator::Evaluator(const std::string &folder, int rate, int frame_ms, int parallel)
-    : rate_(rate), frame_ms_(frame_ms) {
+void Evaluator::read(const std::string &folder) {
+  const Progress bar("reading calls");
   for (const std::string &path : measure::recording_folders(folder)) {
     measure::Subject subject = measure::read_folder(path);
-    if (subject.rate != rate)
+    if (subject.rate != rate_)
       continue;
     names_.push_back(fs::path(path).lexically_relative(folder).string());
     subjects_.push_back(std::move(subject));
   }
   if (subjects_.empty())
-    throw InputError("{}: has no recording at {} Hz; the parameters are for that rate", folder, rate);
+    throw InputError("{}: has no recording at {} Hz; the parameters are for that rate", folder, rate_);
   for (const measure::Subject &subject : subjects_)
     known_.emplace_back(subject);
+}
+
+Evaluator::Evaluator(const std::string &folder, int rate, int frame_ms, int parallel)
+    : rate_(rate), frame_ms_(frame_ms) {
+  read(folder);
   for (int i = 0; i < parallel; ++i)
     start_worker();
 }

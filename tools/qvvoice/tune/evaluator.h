@@ -36,6 +36,7 @@ private:
   struct Worker {
     int id, socket;
   };
+  void read(const std::string &folder);
   void start_worker();
 
   int rate_, frame_ms_;
