@@ -10,7 +10,8 @@
 namespace qv::tool::diagnose {
 namespace {
 
-constexpr double earliest_delay = -1, latest_delay = 2; // s, searched
+constexpr double earliest_delay = -1, latest_delay = 2; // s, searched; three times as far where nothing is found
+constexpr double long_window = 4, short_window = 1.25;  // s
 constexpr int search_rate = 4000;                       // Hz: at 1 kHz a clock 500 ppm off turns half a period in 1 s
 constexpr double search_seconds = 8;
 constexpr double grid_step = 0.001, grid_end = 0.05;
@@ -18,8 +19,7 @@ constexpr double least_clock = 100e-6; // below, windows of 4 s stay within a fe
 
 constexpr double usual_rates[] = {8000, 16000, 44100, 48000};
 
-DelaySearch search_for(double seconds) {
-  const double window = std::clamp(seconds / 3, 1.0, 4.0);
+DelaySearch search_with(double window) {
   return {.window = window, .hop = window / 4, .earliest = earliest_delay, .latest = latest_delay};
 }
 
@@ -30,19 +30,6 @@ Signal on_clock(SignalView ref, double clock, size_t length) {
       clock == 1 ? Signal(ref.begin(), ref.end()) : resample(ref.first(needed), unit, int(std::lround(unit * clock)));
   moved.resize(length);
   return moved;
-}
-
-/// Points that agree with others across at least a whole window; chance peaks agree with windows that overlap only.
-std::vector<DelayPoint> agreeing(const std::vector<DelayPoint> &points, double window) {
-  constexpr double sure = 20; // strength that needs no second window
-  std::vector<DelayPoint> kept;
-  bool any = false;
-  for (const std::vector<DelayPoint> &piece : pieces_of(points)) {
-    const double strongest = std::ranges::max(piece, {}, &DelayPoint::strength).strength;
-    any = any || piece.back().time - piece.front().time >= window || strongest >= sure;
-    kept.insert(kept.end(), piece.begin(), piece.end());
-  }
-  return any ? kept : std::vector<DelayPoint>();
 }
 
 std::vector<double> clocks() {
@@ -72,20 +59,27 @@ double agreement(const std::vector<DelayPoint> &points) {
   return best;
 }
 
+/// Value between the samples, on the straight line; enough where only the coarse clock is sought.
+double value_at(const Signal &signal, double place) {
+  const auto before = size_t(place);
+  return before + 1 < signal.size() ? std::lerp(signal[before], signal[before + 1], place - double(before)) : 0;
+}
+
 /// The clock at which the most windows agree. The first seconds with sound will do.
 double coarse_clock(const Signal &mic, const Signal &ref, int rate) {
   constexpr double clearly = 1.3; // times the agreement at one clock
   const auto sound = std::ranges::find_if(ref, [](double value) { return std::abs(value) > 0.01; }) - ref.begin();
   const Signal slow_mic = resample(mic, rate, search_rate), slow_ref = resample(ref, rate, search_rate);
-  const size_t length = size_t(search_seconds * search_rate);
   const DelaySearch search{
       .window = 1, .hop = 1, .earliest = earliest_delay, .latest = latest_delay, .least_strength = 6.5};
+  const double begin = double(sound) / rate * search_rate;
   double best = 1, most = 0, unmoved = 0;
   for (const double clock : clocks()) {
-    const auto begin = std::ptrdiff_t(double(sound) / rate * search_rate * clock);
-    const Signal moved = on_clock(slow_ref, clock, slow_mic.size());
-    const double found =
-        agreement(delay_points(excerpt(slow_mic, begin, length), excerpt(moved, begin, length), search_rate, search));
+    const auto first = std::ptrdiff_t(begin * clock);
+    Signal moved(size_t(search_seconds * search_rate));
+    for (size_t i = 0; i < moved.size(); ++i)
+      moved[i] = value_at(slow_ref, double(first + std::ptrdiff_t(i)) / clock);
+    const double found = agreement(delay_points(excerpt(slow_mic, first, moved.size()), moved, search_rate, search));
     if (clock == 1)
       unmoved = found;
     if (found > most) {
@@ -96,45 +90,93 @@ double coarse_clock(const Signal &mic, const Signal &ref, int rate) {
   return most > clearly * unmoved ? best : 1;
 }
 
-/// Follows the slope that is left until there is none.
-Alignment refined(const Signal &mic, const Signal &ref, int rate, double clock) {
-  const DelaySearch search = search_for(double(mic.size()) / rate);
-  Alignment found{clock, on_clock(ref, clock, mic.size()), {}};
-  for (int round = 0;; ++round) {
-    found.points = agreeing(delay_points(mic, found.ref, rate, search), search.window);
-    const auto drift = delay_history(found.points).drift_ppm;
-    if (round == 3 || !drift || std::abs(*drift) < 1e6 * least_clock)
-      return found;
-    found.clock *= 1 + 1e-6 * *drift;
-    found.ref = on_clock(ref, found.clock, mic.size());
+double total_strength(const std::vector<DelayPoint> &points) {
+  double sum = 0;
+  for (const DelayPoint &point : points)
+    sum += point.strength;
+  return sum;
+}
+
+/// Follows the slope of the points as long as that makes them stronger: in windows where the delay only jumps, a clock
+/// that moves makes them weaker.
+Alignment refined(const Signal &mic, const Signal &ref, int rate, double clock, const DelaySearch &search) {
+  constexpr int most_rounds = 5;
+  Alignment found;
+  double strength = 0, next = clock;
+  for (int round = 0; round < most_rounds; ++round) {
+    Alignment tried{next, on_clock(ref, next, mic.size()), {}, search.window};
+    tried.points = delay_points(mic, tried.ref, rate, search);
+    if (round > 0 && total_strength(tried.points) <= strength)
+      break;
+    strength = total_strength(tried.points);
+    found = std::move(tried);
+    const auto summary = summarise(found.points);
+    if (!summary || std::abs(summary->drift_ppm) < 1e6 * least_clock)
+      break;
+    next = found.clock * (1 + 1e-6 * summary->drift_ppm);
+    if (std::abs(next / clock - 1) > grid_end)
+      break;
   }
+  found.points = agreeing(found.points, search.window);
+  return found;
 }
 
 /// Share of the windows with sound in the reference that have a point.
 double covered(const Alignment &alignment, int rate) {
-  const DelaySearch search = search_for(double(alignment.ref.size()) / rate);
+  const double window = alignment.window;
   const auto talks = activity(alignment.ref, rate);
   size_t windows = 0;
-  for (double begin = 0; begin + search.window <= double(alignment.ref.size()) / rate; begin += search.hop) {
+  for (double begin = 0; begin + window <= double(alignment.ref.size()) / rate; begin += window / 4) {
     const auto first = talks.begin() + std::ptrdiff_t(begin / frame_seconds);
-    windows += std::count(first, first + std::ptrdiff_t(search.window / frame_seconds), true) >
-               std::ptrdiff_t(search.window / frame_seconds / 2);
+    windows += std::count(first, first + std::ptrdiff_t(window / frame_seconds), true) >
+               std::ptrdiff_t(window / frame_seconds / 2);
   }
   return windows > 0 ? double(alignment.points.size()) / double(windows) : 1;
 }
 
 } // namespace
 
+std::vector<DelayPoint> agreeing(const std::vector<DelayPoint> &points, double window) {
+  constexpr double sure = 20;    // strength that needs no second window
+  constexpr double same = 0.002; // s
+  std::vector<DelayPoint> kept;
+  for (const DelayPoint &point : points)
+    if (std::ranges::any_of(points, [&](const DelayPoint &other) {
+          const double apart = std::abs(other.time - point.time);
+          return std::abs(other.delay - point.delay) <= same && (apart >= window || other.strength >= sure);
+        }))
+      kept.push_back(point);
+  return kept;
+}
+
 Alignment align(const Signal &mic, const Signal &ref, int rate) {
-  constexpr double enough = 0.75;
-  Alignment same = refined(mic, ref, rate, 1);
-  if (energy(mic) == 0 || energy(ref) == 0 || covered(same, rate) >= enough)
-    return same;
-  const double clock = coarse_clock(mic, ref, rate);
-  if (clock == 1)
-    return same;
-  Alignment other = refined(mic, ref, rate, clock);
-  return other.points.size() > same.points.size() ? other : same;
+  // Shares of the windows; the more is tried, the more windows agree by chance.
+  constexpr double enough = 0.75, least_elsewhere = 0.4;
+  const DelaySearch usual = search_with(std::clamp(double(mic.size()) / rate / 3, 1.0, long_window));
+  Alignment best = refined(mic, ref, rate, 1, usual);
+  if (energy(mic) == 0 || energy(ref) == 0)
+    return best;
+  double most = covered(best, rate);
+  const auto offer = [&](Alignment other) {
+    if (const double share = covered(other, rate); share > most) {
+      most = share;
+      best = std::move(other);
+    }
+  };
+  const double usually = most;
+  most = std::max(most, least_elsewhere);
+  if (usually < enough) // what changes within a window leaves no clear peak
+    offer(refined(mic, ref, rate, 1, search_with(short_window)));
+  if (best.points.empty()) {
+    DelaySearch wide = usual;
+    wide.earliest = 3 * earliest_delay;
+    wide.latest = 3 * latest_delay;
+    offer(refined(mic, ref, rate, 1, wide));
+  }
+  if (most < enough)
+    if (const double clock = coarse_clock(mic, ref, rate); clock != 1)
+      offer(refined(mic, ref, rate, clock, usual));
+  return best;
 }
 
 } // namespace qv::tool::diagnose

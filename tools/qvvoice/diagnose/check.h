@@ -32,6 +32,7 @@ struct Check {
 
 struct Diagnosis {
   std::string verdict;
+  bool sure; ///< false: the verdict names an effect without its cause, or that something may be wrong
   State state;
   std::vector<Check> checks;
 };

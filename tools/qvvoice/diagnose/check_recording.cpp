@@ -1,10 +1,9 @@
-// What is recorded: the reference, the microphone, and whether they belong together.
+// How the two are recorded: clipping, levels, and what has been done to the microphone before.
 
 #include "diagnose/checks.h"
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 
 #include <fmt/format.h>
 
@@ -12,13 +11,6 @@
 
 namespace qv::tool::diagnose {
 namespace {
-
-int peak(const Samples &samples) {
-  int highest = 0;
-  for (const int sample : samples)
-    highest = std::max(highest, std::abs(sample));
-  return highest;
-}
 
 /// Number or null.
 nlohmann::json or_null(const std::optional<double> &value) { return value ? nlohmann::json(*value) : nullptr; }
@@ -69,91 +61,6 @@ QuietParts quiet_parts(SignalView mic, int rate) {
 
 } // namespace
 
-Check check_reference(const Evidence &evidence) {
-  const double threshold = parameter(evidence.setup, "aec.double_talk", "far_active_peak");
-  Check check{"reference", "Reference"};
-  check.numbers = {{"peak", peak(evidence.ref_samples)}, {"active_s", evidence.ref_active_seconds}};
-  check.limit = fmt::format("some frames with a peak of at least {:.0f}", threshold);
-  check.found = fmt::format("peak {} of 32768, heard by the library for {:.1f} of {:.1f} s", peak(evidence.ref_samples),
-                            evidence.ref_active_seconds, evidence.seconds());
-  check.state = evidence.ref_active_seconds > 0 ? State::ok : State::wrong;
-  if (check.state == State::wrong) {
-    check.found = (peak(evidence.ref_samples) == 0 ? "digital silence; " : "the reference is silent; ") + check.found;
-    check.next =
-        "Hand the samples that go to the loudspeaker to the library as the reference: without them no echo can "
-        "be removed. If nobody spoke at the far end, record a call in which somebody does.";
-  }
-  return check;
-}
-
-Check check_microphone(const Evidence &evidence) {
-  Check check{"microphone", "Microphone"};
-  const int highest = peak(evidence.mic_samples);
-  check.numbers = {{"peak", highest}};
-  check.limit = "not digital silence";
-  check.found = highest > 0 ? fmt::format("peak {} of 32768", highest) : "digital silence";
-  check.state = highest > 0 ? State::ok : State::wrong;
-  if (highest == 0)
-    check.next = "Look for a muted or unconnected microphone, or a wrong channel.";
-  return check;
-}
-
-Check check_same_recording(const Evidence &evidence) {
-  constexpr double least_db = -50;
-  Check check{"same_recording", "Two recordings"};
-  check.limit = fmt::format("a difference above {:.0f} dB of the microphone", least_db);
-  check.numbers["difference_db"] = nullptr;
-  double cross = 0;
-  for (size_t i = 0; i < evidence.mic.size(); ++i)
-    cross += evidence.mic[i] * evidence.ref[i];
-  const double mic = energy(evidence.mic), ref = energy(evidence.ref);
-  if (mic == 0 || ref == 0) {
-    check.found = "could not be measured: one of them is silent";
-    return check;
-  }
-  // What is left of the microphone after the best multiple of the reference; rounding alone leaves about -60 dB.
-  const double left_db = 10 * std::log10(std::max(1 - cross * cross / (mic * ref), 1e-12));
-  check.numbers["difference_db"] = left_db;
-  check.found = fmt::format("they differ by {:.1f} dB of the microphone", left_db);
-  check.state = left_db > least_db ? State::ok : State::wrong;
-  if (check.state == State::wrong) {
-    check.found = "microphone and reference are the same recording: " + check.found;
-    check.next = "One file or channel was given twice, or the board loops the playback back into the capture.";
-  }
-  return check;
-}
-
-Check check_echo_present(const Evidence &evidence) {
-  Check check{"echo_present", "Echo in the microphone"};
-  check.limit = "an echo, when the loudspeaker is heard";
-  check.numbers = {{"windows_with_echo", evidence.delay.points.size()}, {"echo_share", nullptr}};
-  if (evidence.ref_active_seconds == 0 || peak(evidence.mic_samples) == 0) {
-    check.found = "could not be measured: one of the two signals is silent";
-    return check;
-  }
-  if (evidence.delay.points.empty()) {
-    check.state = State::wrong;
-    check.found = "no echo of this reference in the microphone, at no delay from -1 to 2 s: another call, or another "
-                  "loudspeaker?";
-    check.next =
-        "If an echo is heard, this reference is not what the loudspeaker played: take it after every mixer, "
-        "volume and effect. If none is heard (a headset, a loudspeaker that is off), there is nothing to cancel.";
-    return check;
-  }
-  std::vector<double> shares;
-  for (const EchoWindow &window : evidence.echo.windows)
-    if (window.gain_db)
-      shares.push_back(window.coherent);
-  check.state = State::ok;
-  check.found = fmt::format("found in {} windows", evidence.delay.points.size());
-  if (!shares.empty()) {
-    check.numbers["echo_share"] = median(shares);
-    check.found += fmt::format("; where it is clear, {:.0f} % of the microphone's power follow the reference linearly",
-                               100 * median(shares));
-  }
-  return check;
-}
-
 Check check_clipping(const Evidence &evidence) {
   constexpr double most_ppm = 100; // one flat top of ten samples in six seconds
   const auto ppm = [](const Samples &samples) {
@@ -178,6 +85,7 @@ Check check_clipping(const Evidence &evidence) {
 
 Check check_levels(const Evidence &evidence) {
   constexpr double quiet = -46, loud = -10; // dBov: 20 dB below and 16 dB above the nominal speech level
+  constexpr double lost = -56;              // dBov: of 16 bits fewer than 8 are used
   constexpr double most_missed = 0.1;
   const auto mic = active_level_db(evidence.mic, evidence.setup.rate);
   const auto ref = active_level_db(evidence.ref, evidence.setup.rate);
@@ -194,8 +102,12 @@ Check check_levels(const Evidence &evidence) {
   check.numbers["ref_missed_share"] = missed;
   check.found = fmt::format("microphone {:.1f}, reference {:.1f} dBov", *mic, *ref);
   const auto fits = [](double level) { return level >= quiet && level <= loud; };
-  check.state = missed > most_missed ? State::wrong : fits(*mic) && fits(*ref) ? State::ok : State::note;
-  if (check.state == State::wrong) {
+  const bool lowest = std::min(*mic, *ref) < lost;
+  check.state = missed > most_missed || lowest ? State::wrong : fits(*mic) && fits(*ref) ? State::ok : State::note;
+  if (lowest) {
+    check.found = fmt::format("the {} is far too quiet: {}", *mic < *ref ? "microphone" : "reference", check.found);
+    check.next = "Raise its gain where it is converted or recorded: too few of the 16 bits are used.";
+  } else if (check.state == State::wrong) {
     check.found += fmt::format("; the library takes {:.0f} % of the reference's speech for silence", 100 * missed);
     check.next = "Raise the reference to the level at which the loudspeaker plays, or lower "
                  "aec.double_talk.far_active_peak: echo of "

@@ -4,26 +4,52 @@
 #include <map>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "diagnose/checks.h"
 
 namespace qv::tool::diagnose {
 namespace {
 
-constexpr Check (*all_checks[])(const Evidence &) = {
-    check_reference,    check_microphone,   check_same_recording, check_echo_present,  check_drift,    check_order,
-    check_reach,        check_steady_delay, check_volume,         check_clipping,      check_levels,   check_processed,
-    check_canceller_on, check_delay_found,  check_filter,         check_residual_echo, check_near_end,
+// Each before what it causes. A cause that makes others hard to measure comes first.
+constexpr Check (*causes[])(const Evidence &) = {
+    check_format,     check_length,         check_reference,
+    check_microphone, check_same_recording, check_echo_present,
+    check_drift,      check_order,          check_near_in_reference,
+    check_reach,      check_steady_delay,   check_clipping,
+    check_levels,     check_processed,      check_noise,
+    check_bandwidth,  check_distortion,     check_gain_control,
+    check_volume,     check_coupling,       check_canceller_on,
+};
+constexpr Check (*effects[])(const Evidence &) = {
+    check_delay_found,
+    check_filter,
+    check_residual_echo,
+    check_near_end,
 };
 
-std::string verdict_of(const std::vector<Check> &checks) {
-  const auto of_state = [&](State state) { return std::ranges::find(checks, state, &Check::state); };
-  if (const auto wrong = of_state(State::wrong); wrong != checks.end())
-    return fmt::format("{}: {}.", wrong->title, wrong->found);
-  const auto count = std::ranges::count(checks, State::unmeasured, &Check::state);
-  if (count > 0)
-    return fmt::format("Nothing wrong found, but {} of {} checks could not be measured.", count, checks.size());
-  return "Nothing wrong found.";
+std::string nothing_wrong(const std::vector<Check> &checks) {
+  std::string verdict = "Nothing wrong found";
+  if (const auto count = std::ranges::count(checks, State::unmeasured, &Check::state); count > 0)
+    verdict += fmt::format(", but {} of {} checks could not be measured", count, checks.size());
+  std::vector<std::string> notes;
+  for (const Check &check : checks)
+    if (check.state == State::note)
+      notes.push_back(check.title);
+  return verdict + (notes.empty() ? "." : fmt::format("; worth knowing: {}.", fmt::join(notes, ", ")));
+}
+
+void judge(Diagnosis &diagnosis) {
+  const std::vector<Check> &checks = diagnosis.checks;
+  const auto wrong = std::ranges::find(checks, State::wrong, &Check::state);
+  if (wrong == checks.end()) {
+    diagnosis.verdict = nothing_wrong(checks);
+    diagnosis.sure = std::ranges::all_of(checks, [](const Check &check) { return check.state == State::ok; });
+    return;
+  }
+  diagnosis.sure = wrong - checks.begin() < std::ssize(causes);
+  diagnosis.verdict =
+      fmt::format("{}: {}{}.", wrong->title, wrong->found, diagnosis.sure ? "" : "; no cause was found");
 }
 
 /// Words filled into lines, every line after a margin.
@@ -61,9 +87,11 @@ std::string to_string(State state) {
 
 Diagnosis diagnose(const Evidence &evidence) {
   Diagnosis diagnosis;
-  for (const auto check : all_checks)
+  for (const auto check : causes)
     diagnosis.checks.push_back(check(evidence));
-  diagnosis.verdict = verdict_of(diagnosis.checks);
+  for (const auto check : effects)
+    diagnosis.checks.push_back(check(evidence));
+  judge(diagnosis);
   diagnosis.state = std::ranges::max(diagnosis.checks, {}, &Check::state).state;
   return diagnosis;
 }
@@ -78,7 +106,10 @@ nlohmann::ordered_json to_json(const Diagnosis &diagnosis) {
                       {"limit", check.limit},
                       {"next", check.next},
                       {"numbers", check.numbers}});
-  return {{"verdict", diagnosis.verdict}, {"state", to_string(diagnosis.state)}, {"checks", checks}};
+  return {{"verdict", diagnosis.verdict},
+          {"sure", diagnosis.sure},
+          {"state", to_string(diagnosis.state)},
+          {"checks", checks}};
 }
 
 std::string to_text(const Diagnosis &diagnosis, size_t width) {

@@ -2,9 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numbers>
 
-#include "signal/spectrum.h"
+#include "diagnose/blocks.h"
 
 namespace qv::tool::diagnose {
 namespace {
@@ -13,43 +12,7 @@ constexpr size_t blocks_per_window = 31; // about a second
 constexpr double clear_coherence = 0.5;  // of a bin; chance gives about 0.06 over these blocks
 constexpr size_t fewest_clear_bins = 12;
 
-size_t block_length(int rate) { return size_t(rate) * 64 / 1000; }
-
-/// Periodic Hann window, scaled so that the summed power of the spectrum is that of the signal.
-Signal window_of(size_t length) {
-  Signal window(length);
-  const double scale = std::sqrt(8.0 / 3.0) / double(length);
-  for (size_t i = 0; i < length; ++i)
-    window[i] = scale * 0.5 * (1 - std::cos(2 * std::numbers::pi * double(i) / double(length)));
-  return window;
-}
-
 using Powers = std::vector<double>; ///< [bins]
-
-class Analyser {
-public:
-  explicit Analyser(int rate) : length_(block_length(rate)), transform_(length_), window_(window_of(length_)) {}
-
-  Spectrum spectrum(SignalView signal, std::ptrdiff_t begin) const {
-    Signal part = excerpt(signal, begin, length_);
-    for (size_t i = 0; i < length_; ++i)
-      part[i] *= window_[i];
-    return transform_.forward(part);
-  }
-
-private:
-  size_t length_;
-  Transform transform_;
-  Signal window_;
-};
-
-/// Power of a one-sided spectrum; its first and last bin hold little and count like the others.
-double total(const Spectrum &spectrum) {
-  double sum = 0;
-  for (const auto bin : spectrum)
-    sum += 2 * double(std::norm(bin));
-  return sum;
-}
 
 /// Averages over one window.
 struct Averages {
@@ -68,13 +31,6 @@ struct Averages {
   double coherent_power(size_t k) const { return ref[k] > 0 ? std::norm(cross[k]) / ref[k] : 0; }
   bool clear(size_t k) const { return mic[k] > 0 && coherent_power(k) / mic[k] > clear_coherence; }
 };
-
-double nearest_delay(const std::vector<DelayPoint> &points, double time) {
-  if (points.empty())
-    return 0;
-  const auto distance = [time](const DelayPoint &point) { return std::abs(point.time - time); };
-  return std::ranges::min_element(points, {}, distance)->delay;
-}
 
 /// Squared transfer of the echo path per bin, over the windows that show it; 0 where none does.
 Powers typical_transfer(const std::vector<Averages> &windows) {
@@ -122,7 +78,7 @@ double predict(const Powers &ref, const Powers &transfer, double gain_db) {
 } // namespace
 
 EchoModel model_echo(SignalView mic, SignalView ref, int rate, const std::vector<DelayPoint> &points) {
-  const Analyser analyser(rate);
+  const BlockAnalyser analyser(rate);
   const size_t length = block_length(rate), hop = length / 2, bins = length / 2 + 1;
   const size_t count = mic.size() < length ? 0 : (mic.size() - length) / hop + 1;
   std::vector<Averages> windows(count / blocks_per_window + 1, Averages(bins));
@@ -151,7 +107,7 @@ EchoModel model_echo(SignalView mic, SignalView ref, int rate, const std::vector
 }
 
 std::vector<double> block_powers(SignalView signal, int rate, size_t blocks) {
-  const Analyser analyser(rate);
+  const BlockAnalyser analyser(rate);
   const size_t hop = block_length(rate) / 2;
   std::vector<double> powers(blocks);
   for (size_t b = 0; b < blocks; ++b)

@@ -4,7 +4,7 @@
 #include <optional>
 #include <vector>
 
-#include "signal/correlation.h"
+#include "diagnose/blocks.h"
 #include "signal/signal.h"
 
 namespace qv::tool::diagnose {
@@ -31,8 +31,6 @@ struct EchoModel {
   std::vector<EchoBlock> blocks;
   bool found; ///< some window has a clear echo; without it `predicted` is 0
 };
-
-inline constexpr double block_hop = 0.032; ///< s
 
 /// Cross-spectra of microphone and aligned reference, averaged over a second, give the transfer of the echo
 /// path and the coherent part (Bendat and Piersol 2010, chapter 6).

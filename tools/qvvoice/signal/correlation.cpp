@@ -15,14 +15,24 @@ double parabola_top(double before, double middle, double after) {
   return bend < 0 ? 0.5 * (before - after) / bend : 0;
 }
 
+double square(std::complex<float> bin) {
+  const double re = double(bin.real()), im = double(bin.imag());
+  return re * re + im * im;
+}
+
 /// Correlation of a window's signal with its reference; index i stands for a lag of `first + i` samples when
-/// the signal was cut `first` samples after the reference.
+/// the signal was cut `first` samples after the reference. Bins in which the reference holds no more than rounding
+/// and the skirts of its window are left out.
 Signal correlate(const Transform &transform, SignalView signal, SignalView reference) {
+  constexpr double empty = 1e-8; // power against the strongest bin
   Spectrum cross = transform.forward(signal);
   const Spectrum by = transform.forward(reference);
+  double strongest = 0;
+  for (const auto bin : by)
+    strongest = std::max(strongest, square(bin));
   for (size_t k = 0; k < cross.size(); ++k) {
-    cross[k] *= std::conj(by[k]);
-    const double re = double(cross[k].real()), im = double(cross[k].imag()), squares = re * re + im * im;
+    cross[k] = square(by[k]) > empty * strongest ? cross[k] * std::conj(by[k]) : 0;
+    const double squares = square(cross[k]);
     cross[k] = squares > 0 ? cross[k] * float(1 / std::sqrt(squares)) : 0;
   }
   return transform.inverse(cross);

@@ -21,8 +21,9 @@ constexpr double near_levels_db[] = {0, -6, 6, 0, -6, 6}; ///< against the recor
 constexpr double fade_seconds = 0.01;
 constexpr double above_noise_db = 6; ///< of talk in a recording with noise
 
-/// What explains a bad result of the library rather than a bad recording is what tuning is for.
-constexpr const char *about_the_library[] = {"canceller_on", "delay_found", "filter", "residual_echo", "near_end"};
+/// What is no bad recording, but what tuning is for: a hard device, and a bad result of the library.
+constexpr const char *tuned_for[] = {"distortion", "coupling",      "canceller_on", "delay_found",
+                                     "filter",     "residual_echo", "near_end"};
 
 /// @param channel  from 1; 0 is the only one
 std::vector<int16_t> read(const std::string &path, int channel, int rate, double seconds) {
@@ -63,8 +64,7 @@ double examine(const DeviceRecordings &device, const Samples &mic, const Samples
   double follows = 1; // share of the echo that follows the reference linearly
   for (const diagnose::Check &check : diagnose::diagnose(evidence).checks) {
     follows = check.numbers.value("echo_share", follows);
-    if (check.state == diagnose::State::wrong &&
-        std::ranges::find(about_the_library, check.name) == std::end(about_the_library))
+    if (check.state == diagnose::State::wrong && std::ranges::find(tuned_for, check.name) == std::end(tuned_for))
       throw InputError("{} with {}: nothing to tune on: {}: {}. {}", device.mic, device.ref, check.title, check.found,
                        check.next);
   }
