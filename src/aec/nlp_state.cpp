@@ -52,8 +52,8 @@ void retune_suppressor(const AecNlpPara &para, AecNlpState &st, const FilterBank
   st.swCohSupEnable = para.swCohSupEnable;
   st.swSerSupEnable = para.swSerSupEnable;
   st.stSer.fSupExp = st.stCoh.fSupExp = para.fSupExp;
-  for (int32_t b = 0; b < st.swBandNum / 4 * 4; ++b)
-    st.stSer.pfBandSupFactor[b] = para.afBandSupFactor[b / 4];
+  for (int32_t b = 0; b < st.swBandNum / QV_GROUP_BANDS * QV_GROUP_BANDS; ++b)
+    st.stSer.pfBandSupFactor[b] = para.afBandSupFactor[b / QV_GROUP_BANDS];
   compute_bins(bank, st.stSer.pfBandSupFactor, st.stCoh.pfBinSupFactor);
 }
 

@@ -81,8 +81,8 @@ void add_diagnose(CLI::App &app) {
   verb->add_option("--ref-channel", options->ref_channel, "Channel of --ref, from 1")->needs(ref);
   verb->add_option("--para", options->para, "Binary parameter file (the default of the rate)")->type_name("FILE");
   verb->add_option("--rate", options->rate, "Rate to run at, Hz (8000 if the first input has no more, else 16000)")
-      ->check(CLI::IsMember({8000, 16000}));
-  verb->add_option("--frame-ms", options->frame_ms, "Frame length, ms (20)")->check(CLI::IsMember({16, 20}));
+      ->check(CLI::IsMember(served_rates));
+  verb->add_option("--frame-ms", options->frame_ms, "Frame length, ms (20)")->check(CLI::IsMember(served_frame_ms));
   verb->add_flag("--json", options->json, "Print the diagnosis as JSON");
   verb->callback([=] { run_diagnosis(*folder, *options); });
 }

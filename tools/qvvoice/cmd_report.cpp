@@ -159,7 +159,7 @@ void add_report(CLI::App &app) {
   verb->add_option("--para", options->para,
                    "Parameter files, packed or as text, or presets; the one for the recording's rate is taken")
       ->type_name("FILE");
-  verb->add_option("--frame-ms", options->frame_ms, "Frame length, ms (20)")->check(CLI::IsMember({16, 20}));
+  verb->add_option("--frame-ms", options->frame_ms, "Frame length, ms (20)")->check(CLI::IsMember(served_frame_ms));
   CLI::Option *against = verb->add_option("--against", options->against,
                                           "An output that was made elsewhere; with --set a folder of NAME.wav or "
                                           "NAME/out.wav")

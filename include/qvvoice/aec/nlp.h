@@ -13,12 +13,12 @@
 QV_BEGIN_DECLS
 
 typedef struct AecNlpPara {
-  int32_t swFrameLen;       ///< N
-  int32_t swBandNum;        ///< M, 24 or 32
-  int32_t swCohSupEnable;   ///< 1: coherence suppressor on
-  int32_t swSerSupEnable;   ///< 1: signal-to-echo-ratio suppressor on
-  float fSupExp;            ///< exponent on the gains of both
-  float afBandSupFactor[8]; ///< divisor of a gain's odds g/(1-g), per group of four bands
+  int32_t swFrameLen;                   ///< N
+  int32_t swBandNum;                    ///< M, 24 or 32
+  int32_t swCohSupEnable;               ///< 1: coherence suppressor on
+  int32_t swSerSupEnable;               ///< 1: signal-to-echo-ratio suppressor on
+  float fSupExp;                        ///< exponent on the gains of both
+  float afBandSupFactor[QV_MAX_GROUPS]; ///< divisor of a gain's odds g/(1-g), per group of bands
 } AecNlpPara;
 
 /// Signal-to-echo-ratio suppressor; band arrays [M].

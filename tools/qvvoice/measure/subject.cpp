@@ -52,7 +52,7 @@ Subject read_folder(const std::string &folder) {
   const std::filesystem::path path = folder;
   const auto in = [&](const char *name) { return (path / name).string(); };
   const Audio mic = read(in("mic.wav")).audio;
-  if (mic.rate != 8000 && mic.rate != 16000)
+  if (!rate_served(mic.rate))
     throw InputError("{}: has {} Hz; 8000 or 16000 Hz is needed", in("mic.wav"), mic.rate);
   const size_t length = mic.samples.size();
   Subject subject{path.filename().string(),
@@ -70,7 +70,7 @@ Subject read_folder(const std::string &folder) {
 
 Subject read_pair(const std::string &mic, const std::string &ref) {
   Recording near = read(mic), far = read(ref);
-  const int rate = near.file_rate <= 8000 ? 8000 : 16000;
+  const int rate = near.file_rate <= narrow_rate ? narrow_rate : wide_rate;
   convert_rate(near, rate);
   convert_rate(far, rate);
   far.audio.samples.resize(near.audio.samples.size());

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "dsp/layout.h"
 #include "support/error.h"
 
 namespace qv::tool::process {
@@ -70,7 +71,7 @@ Inputs read_inputs(const Options &options) {
   Inputs inputs;
   read_files(options, inputs);
   const int first_rate = inputs.given().front()->recording.file_rate;
-  inputs.rate = options.rate.value_or(first_rate <= 8000 ? 8000 : 16000);
+  inputs.rate = options.rate.value_or(first_rate <= narrow_rate ? narrow_rate : wide_rate);
   for (auto *input : {&inputs.mic, &inputs.ref, &inputs.far})
     if (*input)
       bring_to_rate(**input, inputs.rate, inputs.notes);
