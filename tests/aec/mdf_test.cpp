@@ -120,6 +120,21 @@ TEST(AdaptiveFilter, starts_again_after_fifty_frames_of_added_echo) {
   EXPECT_NE(out, silent) << "this reset does not mute";
 }
 
+// After a reset the filter runs as a new one that was given its leakage and its shares.
+TEST(AdaptiveFilter, a_reset_keeps_the_leakage_and_the_shares_only) {
+  const Layout &layout = all_layouts[2];
+  Filter used(layout), fresh(layout);
+  const Samples far = sampled(reference(false, 2, layout)), mic = sampled(echo_of(reference(false, 2, layout), layout));
+  used.run(mic, far);
+  EXPECT_EQ(used.st.swAdapted, 1);
+  used.st.swSatHold = 1;
+  AEC_MdfReset(&used.st);
+  fresh.st.fLeak = used.st.fLeak;
+  std::copy_n(used.st.pfProp, 2, fresh.st.pfProp);
+  EXPECT_EQ(used.run(mic, far), fresh.run(mic, far));
+  EXPECT_EQ(used.st.swFrameCnt, fresh.st.swFrameCnt);
+}
+
 TEST(AdaptiveFilter, survives_an_undefined_or_infinite_value_in_any_state) {
   const Layout &layout = all_layouts[0];
   const Signal ref = reference(true, 8, layout), echo = echo_of(ref, layout);
