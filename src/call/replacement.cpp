@@ -37,10 +37,7 @@ bool Replacement::init(const EqPara &eq) {
   return post::init(eq, spare_eq_, post::longest_response);
 }
 
-void Replacement::destroy() {
-  EQ_Destroy(&spare_eq_);
-  phase_ = Phase::steady;
-}
+void Replacement::destroy() { EQ_Destroy(&spare_eq_); }
 
 bool Replacement::fetch(const Published<VoicePara> &wanted) {
   const uint32_t version = wanted.version();

@@ -241,4 +241,26 @@ TEST(Suppressor, every_frame_is_that_of_the_formulas) {
   }
 }
 
+// Clicks of six units, the same in all signals: their powers' product is near the 1e-10 that is added to it.
+TEST(Suppressor, signals_next_to_silence_are_not_coherent) {
+  start(all_layouts[1]);
+  const AecNlpPara para = {n, bands, 0, 0, 1.f, {}};
+  AecNlpState st;
+  AEC_NlpInit(&para, &st);
+  AecDtdState dtd;
+  AEC_DtdInit(&g_stVoicePara.stAec.stDtd, &dtd);
+  Samples click(n, 0), out;
+  click[n / 2] = 6;
+  out = click;
+  SlowSpectrum near, far;
+  near.frame(click);
+  far.frame(click);
+  AEC_NlpProcess(click.data(), click.data(), out.data(), &dtd, &st, Signal(bins, 1.f).data(), 0.1f);
+  for (size_t k = 0; k < bins; ++k)
+    EXPECT_NEAR(st.pfCohFarNear[k], far.coherence(near, k), 1e-4) << k;
+  EXPECT_GT(st.pfCohFarNear[40], 0.05f);
+  EXPECT_LT(st.pfCohFarNear[40], 0.7f);
+  AEC_NlpDestory(&st);
+}
+
 } // namespace
