@@ -152,6 +152,7 @@ TEST(AdaptiveFilter, a_reset_keeps_the_leakage_and_the_shares_only) {
   AEC_MdfReset(&used.st);
   fresh.st.fLeak = used.st.fLeak;
   std::copy_n(used.st.pfProp, 2, fresh.st.pfProp);
+  EXPECT_EQ(std::pair(used.st.fPey, used.st.fPyy), std::pair(fresh.st.fPey, fresh.st.fPyy));
   EXPECT_EQ(used.run(mic, far), fresh.run(mic, far));
   EXPECT_EQ(used.st.swFrameCnt, fresh.st.swFrameCnt);
 }

@@ -207,6 +207,9 @@ TEST(Replacement, keeps_what_the_canceller_has_learnt) {
     image[c.word] = c.value;
     ASSERT_EQ(qv_call_replace_parameters(call.get(), image.data(), &effects), QV_VOICE_OK);
     EXPECT_EQ(effects, c.effects) << "word " << c.word << " = " << c.value;
+    run(call.get(), layout, Call(layout, 1));
+    ASSERT_EQ(qv_call_trace(call.get(), &after), QV_VOICE_OK);
+    EXPECT_TRUE(c.word != echo_delay || after.echo_delay == c.value) << after.echo_delay;
   }
   image[0] = 8000;
   EXPECT_EQ(qv_call_replace_parameters(call.get(), image.data(), &effects), QV_VOICE_REFUSED);

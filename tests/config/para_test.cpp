@@ -82,6 +82,7 @@ TEST(Fields, each_has_words_of_its_own_and_a_sensible_default) {
     for (const Field &field : fields) {
       for (int32_t i = 0; i < field.count(rate); ++i, ++count)
         words.insert(field.word(rate, i));
+      EXPECT_EQ(field.word_stride == 0, field.extent == Extent::scalar) << field.name;
       EXPECT_LE(field.least, field.preset) << field.name;
       EXPECT_GE(field.greatest, field.preset) << field.name;
       for (const double value : {field.least, field.preset, field.greatest})
