@@ -169,7 +169,7 @@ TEST(AdaptiveFilter, every_frame_is_that_of_the_formulas) {
     SCOPED_TRACE(at / n);
     const Before before(st);
     Samples out(n);
-    AEC_MdfProcess(&mic[at], &ref[at], out.data(), &st);
+    EXPECT_EQ(AEC_MdfProcess(&mic[at], &ref[at], out.data(), &st), 0);
     const Signal weights = adapted(before, st), emphasised(st.pfNearIn, st.pfNearIn + n);
     const Signal front = echo_estimate(st, before.foreground), back = echo_estimate(st, weights);
     const Signal front_error = emphasised - front, back_error = emphasised - back, apart = front - back;

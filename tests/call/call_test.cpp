@@ -170,6 +170,31 @@ TEST(Replacement, does_not_click_and_arrives) {
   }
 }
 
+// From one equaliser to another while it runs, to a longer one and to other coefficients of the same length.
+TEST(Replacement, an_equaliser_follows_another) {
+  const Samples noise = noise_samples(5, 320 * 12, 8000);
+  Image image{};
+  image[0] = 16000;
+  image[9] = qv::config::magic;
+  image[rx_equaliser] = image[rx_equaliser + 1] = 1;
+  image[rx_equaliser + 2] = 20000;
+  const CallPtr call = make_call(wide, image);
+  for (const auto &[half_taps, outer] : {std::pair{2, 3000}, {2, -5000}, {1, 12000}}) {
+    image[rx_equaliser + 1] = int16_t(half_taps);
+    image[rx_equaliser + 2] = int16_t(outer);
+    image[rx_equaliser + 3] = 16384;
+    ASSERT_EQ(qv_call_replace_parameters(call.get(), image.data(), nullptr), QV_VOICE_OK);
+    const CallPtr fresh = make_call(wide, image);
+    Samples out(noise.size()), expected(noise.size());
+    for (size_t at = 0; at < noise.size(); at += 320) {
+      ASSERT_EQ(qv_call_receive(call.get(), &noise[at], &out[at]), QV_VOICE_OK);
+      ASSERT_EQ(qv_call_receive(fresh.get(), &noise[at], &expected[at]), QV_VOICE_OK);
+    }
+    EXPECT_NE(Samples(out.begin(), out.begin() + 320), Samples(expected.begin(), expected.begin() + 320));
+    EXPECT_EQ(Samples(out.begin() + 4 * 320, out.end()), Samples(expected.begin() + 4 * 320, expected.end()));
+  }
+}
+
 // Another level curve, exponent and equaliser leave the filter and the delay where they were; a fixed delay does not.
 TEST(Replacement, keeps_what_the_canceller_has_learnt) {
   const Layout layout = wide;
