@@ -82,6 +82,8 @@ TEST(Calls, refuse_what_they_cannot_run) {
   qv_call *call = nullptr;
   const qv_call_config config = config_of(wide);
   EXPECT_EQ(qv_call_create_from_file(&config, "/nowhere/at.all", &call), QV_VOICE_NO_FILE);
+  EXPECT_EQ(qv_call_create_from_file(nullptr, "/nowhere/at.all", &call), QV_VOICE_BAD_ARGUMENT);
+  EXPECT_EQ(qv_call_create_from_file(&config, nullptr, &call), QV_VOICE_BAD_ARGUMENT);
   EXPECT_EQ(qv_call_create(&config, nullptr, &call), QV_VOICE_BAD_ARGUMENT);
 }
 
@@ -139,7 +141,7 @@ TEST(Replacement, does_not_click_and_arrives) {
        {Case{"nothing", {}, 0}, Case{"an equaliser of 257 taps, phase reversed", long_response, 0},
         Case{"gain control on", {{rx_gain_control, 1}}, 0},
         Case{"noise reducer on", {{rx_reducer, 1}, {111, 32767}}, QV_CALL_RECEIVE_PAUSES},
-        Case{"all at once", {{rx_reducer, 1}, {rx_gain_control, 1}, {300, 1}}, QV_CALL_RECEIVE_PAUSES}}) {
+        Case{"all at once", {{rx_reducer, 1}, {rx_gain_control, 1}, {141, 192}, {300, 1}}, QV_CALL_RECEIVE_PAUSES}}) {
     SCOPED_TRACE(c.what);
     Image changed = plain;
     for (const auto &[word, value] : c.words)
