@@ -22,9 +22,9 @@ struct Filter {
   Filter() {
     start(all_layouts[1]);
     const AecMdfPara para = {n, partitions * n, 8000};
-    AEC_MdfInit(&para, &st);
+    EXPECT_EQ(AEC_MdfInit(&para, &st), 0);
   }
-  ~Filter() { AEC_MdfDestory(&st); }
+  ~Filter() { EXPECT_EQ(AEC_MdfDestory(&st), 0); }
 };
 
 double dot(const Signal &a, const Signal &b) {

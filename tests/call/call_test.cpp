@@ -238,6 +238,10 @@ TEST(Replacement, keeps_what_the_canceller_has_learnt) {
     ASSERT_EQ(qv_call_trace(call.get(), &after), QV_VOICE_OK);
     EXPECT_TRUE(c.word != echo_delay || after.echo_delay == c.value) << after.echo_delay;
   }
+  const CallPtr fresh = make_call(layout, image); // the given delay holds from the start
+  run(fresh.get(), layout, Call(layout, 1));
+  ASSERT_EQ(qv_call_trace(fresh.get(), &after), QV_VOICE_OK);
+  EXPECT_EQ(after.echo_delay, 160);
   image[0] = 8000;
   EXPECT_EQ(qv_call_replace_parameters(call.get(), image.data(), &effects), QV_VOICE_REFUSED);
 }
