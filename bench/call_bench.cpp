@@ -18,10 +18,7 @@
 
 namespace {
 
-struct Layout {
-  int32_t rate, frame_len;
-};
-constexpr Layout layouts[] = {{8000, 128}, {8000, 160}, {16000, 256}, {16000, 320}};
+using qv::Layout, qv::layouts;
 constexpr int32_t frames = 400;
 constexpr int32_t calls_per_thread = 4; ///< in turn, so that caches see several calls
 constexpr int32_t rounds = 5;           ///< the best counts: the machine may be busy

@@ -22,11 +22,7 @@ namespace {
 
 using Samples = std::vector<int16_t>;
 
-struct Layout {
-  int32_t rate; ///< Hz
-  int32_t n;    ///< frame length, samples
-};
-constexpr Layout layouts[] = {{8000, 128}, {8000, 160}, {16000, 256}, {16000, 320}};
+using qv::Layout, qv::layouts;
 constexpr int32_t frames = 250; ///< of the call that every benchmark runs round
 
 // Transforms of one frame: noise reducer 1 + 1, adaptive filter 5 + 4, suppressor 4 + 1, comfort noise 1 + 1;
@@ -52,14 +48,14 @@ Samples speech_like(uint32_t seed, int32_t length, int32_t rate, float level) {
 class Call {
 public:
   explicit Call(Layout layout)
-      : layout_(layout), far_(speech_like(1, frames * layout.n, layout.rate, 3000.f)),
-        mic_(speech_like(2, frames * layout.n, layout.rate, 1000.f)), out_(size_t(layout.n)),
-        played_(size_t(layout.n)) {
+      : layout_(layout), far_(speech_like(1, frames * layout.frame_len, layout.rate, 3000.f)),
+        mic_(speech_like(2, frames * layout.frame_len, layout.rate, 1000.f)), out_(size_t(layout.frame_len)),
+        played_(size_t(layout.frame_len)) {
     for (size_t i = 40; i < mic_.size(); ++i)
       mic_[i] = int16_t(mic_[i] + far_[i - 40] / 4);
     qv::config::Image image = qv::config::default_image(layout.rate);
     image[161] = 32; // half length of the transmit equaliser, which is off but for its own row
-    if (QV_VOICE_InitImage(image.data(), layout.rate, layout.n) != QV_VOICE_OK)
+    if (QV_VOICE_InitImage(image.data(), layout.rate, layout.frame_len) != QV_VOICE_OK)
       std::abort();
     for (int32_t i = 0; i < frames; ++i)
       tx_frame();
@@ -68,13 +64,13 @@ public:
   Call(const Call &) = delete;
   Call &operator=(const Call &) = delete;
 
-  const int16_t *mic() const { return mic_.data() + frame_ * layout_.n; }
-  const int16_t *far() const { return far_.data() + frame_ * layout_.n; }
+  const int16_t *mic() const { return mic_.data() + frame_ * layout_.frame_len; }
+  const int16_t *far() const { return far_.data() + frame_ * layout_.frame_len; }
   int16_t *out() { return out_.data(); }
   int16_t *played() { return played_.data(); }
   void step() { frame_ = (frame_ + 1) % frames; }
-  void tx_frame() { QV_VOICE_ProcessTx(mic(), far(), out(), uint32_t(layout_.n)), step(); }
-  void rx_frame() { QV_VOICE_ProcessRx(far(), played(), uint32_t(layout_.n)), step(); }
+  void tx_frame() { QV_VOICE_ProcessTx(mic(), far(), out(), uint32_t(layout_.frame_len)), step(); }
+  void rx_frame() { QV_VOICE_ProcessRx(far(), played(), uint32_t(layout_.frame_len)), step(); }
 
 private:
   Layout layout_;
@@ -95,7 +91,7 @@ void run_transforms(Transforms count, int32_t n, const std::vector<float> &in, s
 using Work = std::function<void(Call &)>;
 
 void add(const std::string &name, Layout layout, Work work) {
-  benchmark::RegisterBenchmark((name + "/" + std::to_string(layout.n)).c_str(), [=](benchmark::State &state) {
+  benchmark::RegisterBenchmark((name + "/" + std::to_string(layout.frame_len)).c_str(), [=](benchmark::State &state) {
     Call call(layout);
     for ([[maybe_unused]] auto _ : state)
       work(call);
@@ -104,7 +100,7 @@ void add(const std::string &name, Layout layout, Work work) {
 
 void add_layout(Layout layout) {
   VoiceProcess &st = g_stVoiceProcess;
-  const int32_t n = layout.n;
+  const int32_t n = layout.frame_len;
   add("tx", layout, [](Call &call) { call.tx_frame(); });
   add("rx", layout, [](Call &call) { call.rx_frame(); });
 
@@ -164,7 +160,7 @@ public:
   void Finalize() override {
     std::printf("%-16s", "us per frame");
     for (const Layout layout : layouts)
-      std::printf(" %5d/%d", layout.rate, layout.n);
+      std::printf(" %5d/%d", layout.rate, layout.frame_len);
     for (const char *name : {"tx", "rx", "noise_reducer", "delay", "adaptive_filter", "suppressor", "gain_control",
                              "equaliser", "comfort_noise", "tx_transforms", "rx_transforms"})
       print_row(name, [=, this](const std::string &n) { return time(name, n); });
@@ -184,7 +180,7 @@ private:
   template <class Value> static void print_row(const char *name, Value value) {
     std::printf("\n%-16s", name);
     for (const Layout layout : layouts)
-      std::printf(" %*.3f", layout.rate < 10000 ? 8 : 9, value(std::to_string(layout.n)));
+      std::printf(" %*.3f", layout.rate < 10000 ? 8 : 9, value(std::to_string(layout.frame_len)));
   }
 
   std::map<std::string, double> least_;

@@ -107,7 +107,7 @@ void silence_against_speech(benchmark::State &state, Path path, int rate, int fr
 
 int main(int argc, char **argv) {
   for (const auto &[name, path] : {std::pair{"transmit/", transmit}, {"receive/", receive}})
-    for (const auto &[rate, frame] : {std::pair{8000, 128}, {8000, 160}, {16000, 256}, {16000, 320}})
+    for (const auto &[rate, frame] : qv::layouts)
       benchmark::RegisterBenchmark((name + std::to_string(frame)).c_str(), silence_against_speech, path, rate, frame)
           ->Iterations(rounds);
   benchmark::Initialize(&argc, argv);

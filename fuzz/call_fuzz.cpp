@@ -9,10 +9,7 @@
 
 namespace {
 
-struct Layout {
-  int32_t rate, frame_len;
-};
-constexpr Layout layouts[] = {{8000, 128}, {8000, 160}, {16000, 256}, {16000, 320}};
+using qv::Layout, qv::layouts;
 
 /// Takes bytes from the front of the input; what is missing is zero.
 class Input {
@@ -46,13 +43,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   qv::config::Image image;
   input.take(&choice, 1);
   input.take(image.data(), sizeof image);
-  const Layout layout = layouts[choice % 4];
+  const Layout layout = layouts[choice % layouts.size()];
   image[qv::config::rate_word] = int16_t(layout.rate);
   image[qv::config::magic_word] = qv::config::magic;
   expect(QV_VOICE_InitImage(image.data(), layout.rate, layout.frame_len));
   constexpr int repeats = 4; // a frame again and again lets averages settle
   while (!input.empty()) {
-    int16_t far[320], mic[320], played[320], sent[320];
+    int16_t far[QV_MAX_FRAME], mic[QV_MAX_FRAME], played[QV_MAX_FRAME], sent[QV_MAX_FRAME];
     input.take(far, sizeof far);
     input.take(mic, sizeof mic);
     for (int i = 0; i < repeats; ++i)

@@ -3,10 +3,10 @@
 /// One transmit and one receive stream for the whole process; for more, and for parameters replaced while a call runs,
 /// see call.h; for blocks of other lengths than a frame, stream.h.
 ///
-/// Threads. One thread may transmit while another receives, and any number read the trace; no frame blocks, prints, locks
-/// or touches the heap, with one exception: comfort noise is drawn from the C library's rand(), whose lock any other
-/// thread of the process may hold (the calls of call.h have a generator of their own). Forbidden is initialisation or
-/// tear-down while any other function runs, and two calls of the same direction at the same time.
+/// Threads. One thread may transmit while another receives, and any number read the trace; no frame blocks, prints,
+/// locks or touches the heap, with one exception: comfort noise is drawn from the C library's rand(), whose lock any
+/// other thread of the process may hold (the calls of call.h have a generator of their own). Forbidden is
+/// initialisation or tear-down while any other function runs, and two calls of the same direction at the same time.
 ///
 /// Frames are mono signed 16-bit PCM of `frameLen` samples: 128 or 160 at 8000 Hz, 256 or 320 at
 /// 16000 Hz (16 or 20 ms).
@@ -45,7 +45,8 @@ QV_API int32_t QV_VOICE_Init(const char *path, int32_t sampleRate, int32_t frame
 
 /// The same initialisation from 500 words in memory (firmware that keeps them in flash).
 /// @param image  [500] words in the host's byte order, not kept
-/// @return as above; QV_VOICE_REFUSED also for an image whose word 9 is not 1111 when the layout asked for is not served,
+/// @return as above; QV_VOICE_REFUSED also for an image whose word 9 is not 1111 when the layout asked for is not
+/// served,
 ///         or is another one than that of the last converted values
 QV_API int32_t QV_VOICE_InitImage(const int16_t *image, int32_t sampleRate, int32_t frameLen);
 
@@ -89,8 +90,8 @@ QV_API int32_t QV_VOICE_GetLatency(int32_t *tx, int32_t *rx);
 
 /// One path's noise reducer in its last frame.
 typedef struct QvVoiceNoiseTrace {
-  float noise_db;        ///< mean noise power of the bands, 10 log10, 16-bit scale; -100 when none
-  float mean_gain;       ///< mean band gain, linear, 0 and up; the log-spectral estimator lifts bands above 1; 1 while off
+  float noise_db;  ///< mean noise power of the bands, 10 log10, 16-bit scale; -100 when none
+  float mean_gain; ///< mean band gain, linear, 0 and up; the log-spectral estimator lifts bands above 1; 1 while off
   float speech_presence; ///< mean probability of speech over the bands, 0..1; 1 while off
 } QvVoiceNoiseTrace;
 

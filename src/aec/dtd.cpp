@@ -12,10 +12,10 @@ constexpr int32_t far_silent = 0, single_talk = 1, double_talk = 2;
 constexpr float residual_keep = 0.92f;
 constexpr float near_power_min = 100.f; // below it a band says nothing about the near end
 
-/// Copies group values to their four bands each.
-template <class Value> void expand(const Value (&groups)[8], Value *bands, int32_t band_count) {
-  for (int32_t b = 0; b < band_count / 4 * 4; ++b)
-    bands[b] = groups[b / 4];
+/// Copies group values to their bands.
+template <class Value> void expand(const Value (&groups)[QV_MAX_GROUPS], Value *bands, int32_t band_count) {
+  for (int32_t b = 0; b < band_count / QV_GROUP_BANDS * QV_GROUP_BANDS; ++b)
+    bands[b] = groups[b / QV_GROUP_BANDS];
 }
 
 /// What the suppressor would let through: per band, across bands, over time, and against the microphone.

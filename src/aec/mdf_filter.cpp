@@ -14,6 +14,17 @@ namespace qv::aec {
 
 namespace {
 
+// Where no source is named, a value is this system's choice; the published output depends on each.
+
+// Shares of the step per partition. Before training they fall by exp(2.4) = 11 times over the whole filter, as an echo
+// tail does; their sum stays below 1.
+constexpr float tail_exponent = -2.4f, untrained_sum = 0.8f;
+constexpr float first_share = 0.7f; // before scaling to that sum
+// Trained: proportional to the partition's amplitude, and a tenth of the largest for each, so that none stands still.
+constexpr float equal_share = 0.1f, trained_sum = 0.99f;
+
+constexpr float path_floor = 10.f; // energy that the two echo estimates differ by at least
+
 /// Echo estimate of one path: its block stands in the second half of `time`.
 void estimate_echo(const float *weights, float *time, AecMdfState &st, const Services &dsp) {
   VOICE_SpectralMulAccum(st.pfFarSpec, weights, st.pfEchoSpec, st.swFftLen, st.swPartNum);
@@ -49,13 +60,13 @@ void take_frame(const int16_t *mic, const int16_t *ref, AecMdfState &st, const S
 void filter_foreground(AecMdfState &st, const Services &dsp) { estimate_echo(st.pfWFg, st.pfErrTime, st, dsp); }
 
 void design_shares(AecMdfState &st) {
-  const auto decay = float(std::exp(double(-2.4f / float(st.swPartNum))));
-  st.pfProp[0] = 0.7f;
+  const auto decay = float(std::exp(double(tail_exponent / float(st.swPartNum))));
+  st.pfProp[0] = first_share;
   for (int32_t j = 1; j < st.swPartNum; ++j)
     st.pfProp[j] = decay * st.pfProp[j - 1];
   const float sum = VOICE_VecSum(st.pfProp, st.swPartNum);
   for (int32_t j = 0; j < st.swPartNum; ++j)
-    st.pfProp[j] = 0.8f * st.pfProp[j] / sum;
+    st.pfProp[j] = untrained_sum * st.pfProp[j] / sum;
 }
 
 // Proportionate adaptation: partitions with larger weights get larger shares of the step.
@@ -70,11 +81,11 @@ void renew_shares(AecMdfState &st) {
   const float largest = std::max(1.f, *std::max_element(st.pfProp, st.pfProp + m));
   float sum = 1.f;
   for (int32_t j = 0; j < m; ++j) {
-    st.pfProp[j] += 0.1f * largest;
+    st.pfProp[j] += equal_share * largest;
     sum += st.pfProp[j];
   }
   for (int32_t j = 0; j < m; ++j)
-    st.pfProp[j] = 0.99f * st.pfProp[j] / sum;
+    st.pfProp[j] = trained_sum * st.pfProp[j] / sum;
 }
 
 // Partition j made the previous frame's error from the block that is now j + 1.
@@ -119,7 +130,7 @@ void filter_background(Energies &frame, AecMdfState &st, const Services &dsp) {
   frame.far = energies[1];
   frame.foreground = energies[2];
   frame.background = energies[3];
-  frame.paths = 10.f + energies[4];
+  frame.paths = path_floor + energies[4];
 }
 
 void analyse_error(AecMdfState &st, const Services &dsp) {

@@ -7,19 +7,39 @@
 #include "aec/mdf_stages.h"
 #include "dsp/fma.h"
 #include "dsp/sample.h"
+#include "dsp/smoothing.h"
 #include "qvvoice/dsp/vector.h"
 
 namespace qv::aec {
 
 namespace {
 
-constexpr float clip_level = 32000.f;       // a microphone sample from here on counts as clipped
+// Where no source is named, a value is this system's choice; the published output depends on each.
+
+constexpr float clip_level = 32000.f;       // a microphone sample from here on counts as clipped: -0.2 dB of full scale
 constexpr int32_t diverge_limit = 50;       // frames
-constexpr double energy_limit = 1e9;        // per transform point; full scale stays below it
-constexpr float excess_per_point = 10000.f; // error above the microphone's energy that counts as divergence
+constexpr double energy_limit = 1e9;        // per transform point: twice the power of full scale over a frame
+constexpr float excess_per_point = 10000.f; // error above the microphone's energy that counts as divergence, -47 dB
 
 // Thresholds of the comparison, in units of the variance that it is held against.
 constexpr float refresh_short = 0.5f, refresh_long = 0.25f, reset_all = 4.f;
+
+/// A recursive average of the paths' difference, and the variance of such an average: its weights squared.
+struct Averaging {
+  double keep; ///< per frame
+  constexpr float weight() const { return float(1 - keep); }
+  constexpr float variance_keep() const { return float(keep * keep); }
+  constexpr float variance_weight() const { return float((1 - keep) * (1 - keep)); }
+
+  float average(float old, float now) const { return recursive_average(old, float(keep), now, weight()); }
+  float variance(float old, const Energies &frame) const {
+    return variance_keep() * old + variance_weight() * frame.foreground * frame.paths;
+  }
+};
+constexpr Averaging short_time = {0.6}, long_time = {0.85}; // 2 and 6 frames to 1 / e
+static_assert(short_time.weight() == 0.4f && short_time.variance_keep() == 0.36f);
+static_assert(short_time.variance_weight() == 0.16f && long_time.weight() == 0.15f);
+static_assert(long_time.variance_keep() == 0.7225f && long_time.variance_weight() == 0.0225f);
 
 float signed_square(float x) { return x * std::fabs(x); }
 
@@ -52,10 +72,10 @@ void clear_path_averages(AecMdfState &st) { st.fDavg1 = st.fDavg2 = st.fDvar1 = 
 void compare_paths(Energies &frame, AecMdfState &st, FrameReport &report) {
   const float gain = frame.foreground - frame.background;
   const float variance = frame.foreground * frame.paths;
-  st.fDavg1 = 0.6f * st.fDavg1 + 0.4f * gain;
-  st.fDavg2 = 0.85f * st.fDavg2 + 0.15f * gain;
-  st.fDvar1 = 0.36f * st.fDvar1 + 0.16f * frame.foreground * frame.paths;
-  st.fDvar2 = 0.7225f * st.fDvar2 + 0.0225f * frame.foreground * frame.paths;
+  st.fDavg1 = short_time.average(st.fDavg1, gain);
+  st.fDavg2 = long_time.average(st.fDavg2, gain);
+  st.fDvar1 = short_time.variance(st.fDvar1, frame);
+  st.fDvar2 = long_time.variance(st.fDvar2, frame);
 
   const bool better = signed_square(gain) > variance || signed_square(st.fDavg1) > refresh_short * st.fDvar1 ||
                       signed_square(st.fDavg2) > refresh_long * st.fDvar2;

@@ -15,8 +15,8 @@
 namespace {
 
 constexpr int32_t max_bins = QV_MAX_FRAME + 1;
-constexpr float psd_keep = 0.9f; // time constant of the smoothed spectra: ten frames
-constexpr double coherence_floor = 1e-10;
+constexpr float psd_keep = 0.9f;          // time constant of the smoothed spectra: ten frames
+constexpr double coherence_floor = 1e-10; // added to the product of two powers: silence is not coherent
 
 /// Puts one frame of the four signals at an offset of their analysis buffers.
 void store_frame(const int16_t *mic, const int16_t *far, const int16_t *err, int32_t offset, AecNlpState &st) {

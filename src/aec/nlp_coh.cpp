@@ -11,19 +11,30 @@
 
 namespace {
 
+// Where no source is named, a value is this system's choice; the published output depends on each.
+
 constexpr int32_t first_mean_bin = 11, last_mean_bin = 71; // about 300 to 2000 Hz, where speech has its power
+
+// Mean coherence of the error with the microphone, and incoherence of the far end with it. Near end only: the filter
+// took nothing away and the far end is not in the microphone. Two thresholds each, so that the state does not flicker.
+constexpr double near_only_error = 0.98, near_only_far = 0.9;
+constexpr double echo_error = 0.95, echo_far = 0.8;
+
+constexpr float echo_seen = 0.75f;        // incoherence of the far end below which its minimum notes an echo
+constexpr double minimum_rise = 0.0004;   // of the minimum per frame: 0 is forgotten in 2500 frames
+constexpr double recovered_margin = 1.05; // a diverged filter is back with 0.2 dB less than the microphone
 
 /// Near end only, echo possible, or in between: the state stays.
 void judge_near_end(double error_coherence, double far_incoherence, AecNlpCohState &coh) {
-  if (error_coherence > 0.98 && far_incoherence > 0.9)
+  if (error_coherence > near_only_error && far_incoherence > near_only_far)
     coh.swEchoState = 0;
-  else if (error_coherence < 0.95 || far_incoherence < 0.8)
+  else if (error_coherence < echo_error || far_incoherence < echo_far)
     coh.swEchoState = 1;
 }
 
 void choose_gain(const float *error_coherence, const float *far_incoherence, float mean_incoherence, int32_t bins,
                  AecNlpCohState &coh) {
-  if (mean_incoherence < coh.fXdAvgMin && mean_incoherence < 0.75f)
+  if (mean_incoherence < coh.fXdAvgMin && mean_incoherence < echo_seen)
     coh.fXdAvgMin = mean_incoherence;
   const bool never_coherent = coh.fXdAvgMin == 1.f;
   if (coh.swEchoState == 0)
@@ -33,13 +44,13 @@ void choose_gain(const float *error_coherence, const float *far_incoherence, flo
   else
     for (int32_t k = 0; k < bins; ++k)
       coh.pfHnl[k] = std::min(error_coherence[k], far_incoherence[k]);
-  coh.fXdAvgMin = float(std::min(double(coh.fXdAvgMin) + 0.0004 / double(coh.fMult), 1.0));
+  coh.fXdAvgMin = float(std::min(double(coh.fXdAvgMin) + minimum_rise / double(coh.fMult), 1.0));
 }
 
 /// A filter whose output has more energy than the microphone has diverged, until it has clearly less.
 bool diverged(double near_power, double error_power, AecNlpCohState &coh) {
   if (coh.swDivergeState != 0)
-    coh.swDivergeState = !(1.05 * error_power < near_power);
+    coh.swDivergeState = !(recovered_margin * error_power < near_power);
   else
     coh.swDivergeState = error_power > near_power;
   return coh.swDivergeState != 0;

@@ -8,6 +8,8 @@
 
 namespace {
 
+constexpr int32_t wide_frame = 200; // samples: longer frames are of 16000 Hz, where an echo is remembered twice as long
+
 constexpr float echo_suppression_db = -40.f;        // without near-end speech
 constexpr float echo_suppression_active_db = -15.f; // with near-end speech
 
@@ -40,7 +42,7 @@ bool init_suppressor(const AecNlpPara &para, AecNlpState &st, const FilterBank &
   st.stSer.fEchoSupActive = echo_suppression_active_db;
   st.stCoh.swEchoState = 1;
   st.stCoh.fXdAvgMin = 1.f;
-  st.stCoh.fMult = para.swFrameLen < 200 ? 1.f : 2.f;
+  st.stCoh.fMult = para.swFrameLen < wide_frame ? 1.f : 2.f;
   if (!take(st, owned))
     return false;
   hann_window(st.pfWindow, st.swFftLen);
@@ -52,8 +54,8 @@ void retune_suppressor(const AecNlpPara &para, AecNlpState &st, const FilterBank
   st.swCohSupEnable = para.swCohSupEnable;
   st.swSerSupEnable = para.swSerSupEnable;
   st.stSer.fSupExp = st.stCoh.fSupExp = para.fSupExp;
-  for (int32_t b = 0; b < st.swBandNum / 4 * 4; ++b)
-    st.stSer.pfBandSupFactor[b] = para.afBandSupFactor[b / 4];
+  for (int32_t b = 0; b < st.swBandNum / QV_GROUP_BANDS * QV_GROUP_BANDS; ++b)
+    st.stSer.pfBandSupFactor[b] = para.afBandSupFactor[b / QV_GROUP_BANDS];
   compute_bins(bank, st.stSer.pfBandSupFactor, st.stCoh.pfBinSupFactor);
 }
 

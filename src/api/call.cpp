@@ -47,7 +47,7 @@ bool convert_marked(const int16_t *words, int32_t rate, int32_t frame_len, Voice
 
 bool start(qv_call &c) {
   const int32_t rate = c.para.swSampleRate, n = c.para.swFrameLen;
-  return qv::take_transforms(c.tx_fft, {n, 2 * n}) && qv::take_bank(c.bank, float(rate), band_count(rate), n) &&
+  return qv::take_transforms(c.tx_fft, {n, 2 * n}) && qv::take_bank(c.bank, float(rate), qv::band_count(rate), n) &&
          c.call.init(c.para, true);
 }
 

@@ -6,6 +6,8 @@
 
 namespace qv::api {
 
+static_assert(QV_VOICE_PARA_WORDS == config::word_count);
+
 /// Reads the first 500 words, little-endian on any host; a null path cannot be opened.
 QvVoiceStatus read_image(const char *path, config::Image &image);
 

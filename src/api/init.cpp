@@ -3,6 +3,7 @@
 #include "api/image_file.h"
 #include "api/process_call.h"
 #include "config/convert.h"
+#include "dsp/layout.h"
 
 VoiceProcess g_stVoiceProcess;
 int32_t g_swRet;
@@ -28,7 +29,7 @@ QvVoiceStatus start() {
   const int32_t rate = g_stVoicePara.swSampleRate, frame_len = g_stVoicePara.swFrameLen;
   VOICE_FftInit();
   const bool transforms = qv::has_all_transforms(g_stFft);
-  const bool bank = qv::take_process_bank(float(rate), qv::config::band_count(rate), frame_len);
+  const bool bank = qv::take_process_bank(float(rate), qv::band_count(rate), frame_len);
   if (transforms && bank && process_call.init(g_stVoicePara, false))
     return QV_VOICE_OK;
   VOICE_FftDestroy();
@@ -47,7 +48,7 @@ QvVoiceStatus initialise(const int16_t *image, int32_t sample_rate, int32_t fram
 /// An unmarked image converts nothing, so the layout asked for must be the one that the block holds, if it holds one.
 bool layout_held(int32_t sample_rate, int32_t frame_len) {
   const VoicePara &held = g_stVoicePara;
-  return qv::config::layout_served(sample_rate, frame_len) &&
+  return qv::layout_served(sample_rate, frame_len) &&
          (held.swFrameLen == 0 || (held.swSampleRate == sample_rate && held.swFrameLen == frame_len));
 }
 

@@ -1,4 +1,5 @@
-/// @file process_call.h  The one call behind the entry points of qvvoice.h: its records are exported, its noise is rand().
+/// @file process_call.h  The one call behind the entry points of qvvoice.h: its records are exported, its noise is
+/// rand().
 #pragma once
 
 #include "call/call.h"

@@ -3,16 +3,17 @@
 #include <algorithm>
 #include <utility>
 
+#include "dsp/layout.h"
 #include "dsp/sample.h"
 #include "post/stages.h"
-#include "qvvoice/dsp/filter_bank.h"
 
 namespace qv {
 
 namespace {
 
-constexpr int32_t crossing_frames = 3; // two of 128 samples fill the longest history, the third fades
-constexpr int32_t silent_frames = 3;   // the same for the equaliser and for two overlapping stages in front
+/// The shortest frames that fill the longest history of an equaliser, and one that fades.
+constexpr int32_t crossing_frames = (2 * EQ_MAX_HALF_TAPS - 2 + shortest_frame - 1) / shortest_frame + 1;
+constexpr int32_t silent_frames = 3; // that fill the equaliser and two overlapping stages in front
 
 bool same_response(const EqPara &a, const EqPara &b) {
   if (a.swEqEnable == 0 || b.swEqEnable == 0)
@@ -36,10 +37,7 @@ bool Replacement::init(const EqPara &eq) {
   return post::init(eq, spare_eq_, post::longest_response);
 }
 
-void Replacement::destroy() {
-  EQ_Destroy(&spare_eq_);
-  phase_ = Phase::steady;
-}
+void Replacement::destroy() { EQ_Destroy(&spare_eq_); }
 
 bool Replacement::fetch(const Published<VoicePara> &wanted) {
   const uint32_t version = wanted.version();

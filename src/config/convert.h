@@ -7,9 +7,6 @@
 
 namespace qv::config {
 
-/// 128 or 160 samples at 8000 Hz, 256 or 320 at 16000 Hz.
-bool layout_served(int32_t rate, int32_t frame_len);
-
 /// VOICE_SetPara_1 into a block of one's own. @return false, and nothing written, where that returns 2
 bool convert(const int16_t *file, int32_t rate, int32_t frame_len, VoicePara &block);
 

@@ -7,13 +7,16 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string_view>
+#include <type_traits>
 
+#include "dsp/layout.h"
 #include "qvvoice/config/para.h"
 
 namespace qv::config {
 
-inline constexpr int32_t word_count = 500;
+inline constexpr int32_t word_count = std::extent_v<VoiceParaFile>;
 inline constexpr int32_t rate_word = 0;
 inline constexpr int32_t magic_word = 9;
 inline constexpr int16_t magic = 1111; ///< word 9 of a file that is to be converted
@@ -45,23 +48,57 @@ constexpr float unit_of(Encoding encoding) {
 /// How many elements a field has.
 enum class Extent {
   scalar, ///< one
-  groups, ///< one per band group: 6 at 8000 Hz, 8 at 16000 Hz
+  groups, ///< one per group of bands
   taps,   ///< EQ_MAX_HALF_TAPS
 };
 
-constexpr int32_t band_count(int32_t rate) { return rate == 8000 ? 24 : 32; }
-constexpr int32_t group_count(int32_t rate) { return band_count(rate) / 4; }
+/// One element of a slot or the slots of an array: how a word gets there.
+struct Slot {
+  Encoding encoding;
+  Extent extent;
+  void (*store)(VoicePara &block, int32_t element, int16_t word);
+};
 
-struct Field {
+/// Whether an encoding makes values of the type that a slot has.
+template <class Value> constexpr bool makes(Encoding encoding) {
+  switch (encoding) {
+  case Encoding::integer:
+    return std::is_same_v<Value, int32_t>;
+  case Encoding::int16:
+    return std::is_same_v<Value, int16_t>;
+  default:
+    return std::is_same_v<Value, float>;
+  }
+}
+
+/// The slot of a member of one of the block's records; its extent follows from the member's type.
+/// @tparam record  the record, from the block: a pointer to member or a function
+template <Encoding encoding, auto record, auto member> constexpr Slot slot() {
+  using Member = std::remove_reference_t<decltype(std::invoke(record, std::declval<VoicePara &>()).*member)>;
+  using Value = std::remove_extent_t<Member>;
+  constexpr size_t count = std::is_array_v<Member> ? std::extent_v<Member> : 1;
+  static_assert(makes<Value>(encoding), "the encoding makes values of another type than the slot has");
+  static_assert(count == 1 || count == QV_MAX_GROUPS || count == EQ_MAX_HALF_TAPS, "an array that no extent covers");
+  return {encoding,
+          count == 1               ? Extent::scalar
+          : count == QV_MAX_GROUPS ? Extent::groups
+                                   : Extent::taps,
+          [](VoicePara &block, [[maybe_unused]] int32_t element, int16_t word) {
+            const auto value = Value(Value(word) * Value(unit_of(encoding)));
+            if constexpr (count == 1)
+              std::invoke(record, block).*member = value;
+            else
+              (std::invoke(record, block).*member)[element] = value;
+          }};
+}
+
+struct Field : Slot {
   std::string_view section; ///< module and path in the text form: "tx.agc"
   std::string_view key;     ///< the field in the text form
   std::string_view name;    ///< field of the configuration record
-  Encoding encoding;
-  Extent extent;
-  int32_t word_base;   ///< word of element i = word_base + word_groups * groups + word_stride * i
-  int32_t word_groups; ///< the echo canceller's rows move with the number of groups
+  int32_t word_base;        ///< word of element i = word_base + word_groups * groups + word_stride * i
+  int32_t word_groups;      ///< the echo canceller's rows move with the number of groups
   int32_t word_stride;
-  size_t offset;         ///< bytes from the start of VoicePara to element 0; elements are adjacent
   std::string_view unit; ///< "" for switches and pure numbers
   float least, greatest; ///< sensible range, in `unit`
   float preset;          ///< default, in `unit`
@@ -78,119 +115,123 @@ struct Field {
 
 namespace table {
 
-constexpr size_t aec = offsetof(VoicePara, stAec);
-constexpr size_t delay = aec + offsetof(AecPara, stDelay);
-constexpr size_t nlp = aec + offsetof(AecPara, stNlp);
-constexpr size_t dtd = aec + offsetof(AecPara, stDtd);
+constexpr AecPara &aec(VoicePara &block) { return block.stAec; }
+constexpr AecDelayPara &delay(VoicePara &block) { return block.stAec.stDelay; }
+constexpr AecNlpPara &nlp(VoicePara &block) { return block.stAec.stNlp; }
+constexpr AecDtdPara &dtd(VoicePara &block) { return block.stAec.stDtd; }
 
 using enum Encoding;
-using enum Extent;
+
+template <Encoding encoding, auto record, auto member> inline constexpr Slot at = slot<encoding, record, member>();
 
 // clang-format off
 inline constexpr std::array echo_canceller = std::to_array<Field>({
-  {"aec", "enable", "swAecEnable", integer, scalar, 10, 0, 0, aec + offsetof(AecPara, swAecEnable), "", 0, 1, 1,
+  {at<integer, aec, &AecPara::swAecEnable>, "aec", "enable", "swAecEnable", 10, 0, 0, "", 0, 1, 1,
    "runs the echo canceller"},
-  {"aec", "track_delay", "swDelayEstEnable", integer, scalar, 11, 0, 0, delay + offsetof(AecDelayPara, swDelayEstEnable), "", 0, 1, 1,
+  {at<integer, delay, &AecDelayPara::swDelayEstEnable>, "aec", "track_delay", "swDelayEstEnable", 11, 0, 0, "", 0, 1, 1,
    "tracks the echo delay; otherwise the given one holds"},
-  {"aec", "echo_delay", "swEchoDelay", integer, scalar, 12, 0, 0, aec + offsetof(AecPara, swEchoDelay), "samples", 0, 4096, 0,
+  {at<integer, aec, &AecPara::swEchoDelay>, "aec", "echo_delay", "swEchoDelay", 12, 0, 0, "samples", 0, AEC_MAX_DELAY, 0,
    "delay of the echo behind the reference: fixed, or where the tracking starts"},
-  {"aec.suppressor", "echo_ratio", "swSerSupEnable", integer, scalar, 13, 0, 0, nlp + offsetof(AecNlpPara, swSerSupEnable), "", 0, 1, 0,
+  {at<integer, nlp, &AecNlpPara::swSerSupEnable>, "aec.suppressor", "echo_ratio", "swSerSupEnable", 13, 0, 0, "", 0, 1, 0,
    "shapes the output by signal-to-echo ratios per band; it then takes precedence over coherence"},
-  {"aec.suppressor", "coherence", "swCohSupEnable", integer, scalar, 14, 0, 0, nlp + offsetof(AecNlpPara, swCohSupEnable), "", 0, 1, 1,
+  {at<integer, nlp, &AecNlpPara::swCohSupEnable>, "aec.suppressor", "coherence", "swCohSupEnable", 14, 0, 0, "", 0, 1, 1,
    "shapes the output by coherence per bin"},
-  {"aec.suppressor", "exponent", "fSupExp", whole, scalar, 15, 0, 0, nlp + offsetof(AecNlpPara, fSupExp), "", 1, 8, 1,
+  {at<whole, nlp, &AecNlpPara::fSupExp>, "aec.suppressor", "exponent", "fSupExp", 15, 0, 0, "", 1, 8, 1,
    "exponent on the suppressors' gains: higher cuts deeper"},
-  {"aec.double_talk", "far_echo_power", "afBandFarThr", whole, groups, 16, 0, 2, dtd + offsetof(AecDtdPara, afBandFarThr), "power", 0, 32767, 5,
+  {at<whole, dtd, &AecDtdPara::afBandFarThr>, "aec.double_talk", "far_echo_power", "afBandFarThr", 16, 0, 2, "power", 0, 32767, 5,
    "far-end band power from which a band can hold echo; below it the band passes"},
-  {"aec.suppressor", "odds_divisor", "afBandSupFactor", whole, groups, 17, 0, 2, nlp + offsetof(AecNlpPara, afBandSupFactor), "", 0, 100, 1,
+  {at<whole, nlp, &AecNlpPara::afBandSupFactor>, "aec.suppressor", "odds_divisor", "afBandSupFactor", 17, 0, 2, "", 0, 100, 1,
    "divisor of a gain's odds: above 1 cuts deeper, 0 lifts the gain to nearly 1"},
-  {"aec.double_talk", "judge", "aswBandJudgeEnable", integer, groups, 16, 2, 7, dtd + offsetof(AecDtdPara, aswBandJudgeEnable), "", 0, 1, 1,
+  {at<integer, dtd, &AecDtdPara::aswBandJudgeEnable>, "aec.double_talk", "judge", "aswBandJudgeEnable", 16, 2, 7, "", 0, 1, 1,
    "judges the group's bands for near-end speech; otherwise they count as speech"},
-  {"aec.double_talk", "far_judge_power", "afBandFarMin", whole, groups, 17, 2, 7, dtd + offsetof(AecDtdPara, afBandFarMin), "power", 0, 32767, 1,
+  {at<whole, dtd, &AecDtdPara::afBandFarMin>, "aec.double_talk", "far_judge_power", "afBandFarMin", 17, 2, 7, "power", 0, 32767, 1,
    "far-end band power that a band must exceed to be judged"},
-  {"aec.double_talk", "residual_low", "afResLow", whole, groups, 18, 2, 7, dtd + offsetof(AecDtdPara, afResLow), "power", 0, 32767, 11,
+  {at<whole, dtd, &AecDtdPara::afResLow>, "aec.double_talk", "residual_low", "afResLow", 18, 2, 7, "power", 0, 32767, 11,
    "residual band power up to which there is no near-end speech"},
-  {"aec.double_talk", "residual_high", "afResHigh", whole, groups, 19, 2, 7, dtd + offsetof(AecDtdPara, afResHigh), "power", 0, 32767, 42,
+  {at<whole, dtd, &AecDtdPara::afResHigh>, "aec.double_talk", "residual_high", "afResHigh", 19, 2, 7, "power", 0, 32767, 42,
    "residual band power above which near-end speech is certain"},
-  {"aec.double_talk", "ratio_low", "afRatioLow", q15, groups, 20, 2, 7, dtd + offsetof(AecDtdPara, afRatioLow), "ratio", 0, 1, 0.0033f,
+  {at<q15, dtd, &AecDtdPara::afRatioLow>, "aec.double_talk", "ratio_low", "afRatioLow", 20, 2, 7, "ratio", 0, 1, 0.0033f,
    "residual-to-microphone power ratio up to which there is no near-end speech"},
-  {"aec.double_talk", "ratio_high", "afRatioHigh", q15, groups, 21, 2, 7, dtd + offsetof(AecDtdPara, afRatioHigh), "ratio", 0, 1, 0.0334f,
+  {at<q15, dtd, &AecDtdPara::afRatioHigh>, "aec.double_talk", "ratio_high", "afRatioHigh", 21, 2, 7, "ratio", 0, 1, 0.0334f,
    "residual-to-microphone power ratio above which near-end speech is certain"},
-  {"aec.double_talk", "drop_factor", "afResDropFactor", whole, groups, 22, 2, 7, dtd + offsetof(AecDtdPara, afResDropFactor), "", 0, 10, 0,
+  {at<whole, dtd, &AecDtdPara::afResDropFactor>, "aec.double_talk", "drop_factor", "afResDropFactor", 22, 2, 7, "", 0, 10, 0,
    "a band whose residual falls below this factor times its average holds no near-end speech"},
-  {"aec.double_talk", "count_from", "swCountBandStart", integer, scalar, 16, 9, 0, dtd + offsetof(AecDtdPara, swCountBandStart), "band", 0, 31, 3,
+  {at<integer, dtd, &AecDtdPara::swCountBandStart>, "aec.double_talk", "count_from", "swCountBandStart", 16, 9, 0, "band", 0, QV_MAX_BANDS - 1, 3,
    "first band that is counted for the double-talk decision"},
-  {"aec.double_talk", "count_to", "swCountBandEnd", integer, scalar, 17, 9, 0, dtd + offsetof(AecDtdPara, swCountBandEnd), "band", 1, 32, 9,
+  {at<integer, dtd, &AecDtdPara::swCountBandEnd>, "aec.double_talk", "count_to", "swCountBandEnd", 17, 9, 0, "band", 1, QV_MAX_BANDS, 9,
    "band after the last one that is counted"},
-  {"aec.double_talk", "count_min", "swCountMin", integer, scalar, 18, 9, 0, dtd + offsetof(AecDtdPara, swCountMin), "bands", 0, 32, 3,
+  {at<integer, dtd, &AecDtdPara::swCountMin>, "aec.double_talk", "count_min", "swCountMin", 18, 9, 0, "bands", 0, QV_MAX_BANDS, 3,
    "counted bands that make double talk"},
-  {"aec.double_talk", "single_talk_hang", "swSingleTalkHang", integer, scalar, 19, 9, 0, dtd + offsetof(AecDtdPara, swSingleTalkHang), "frames", 0, 100, 12,
+  {at<integer, dtd, &AecDtdPara::swSingleTalkHang>, "aec.double_talk", "single_talk_hang", "swSingleTalkHang", 19, 9, 0, "frames", 0, 100, 12,
    "frames without near-end evidence before single talk mutes"},
-  {"aec.double_talk", "presence_start", "fPresenceThrInit", q15, scalar, 20, 9, 0, dtd + offsetof(AecDtdPara, fPresenceThrInit), "", 0, 1, 0.15f,
+  {at<q15, dtd, &AecDtdPara::fPresenceThrInit>, "aec.double_talk", "presence_start", "fPresenceThrInit", 20, 9, 0, "", 0, 1, 0.15f,
    "start of the adaptive presence threshold"},
-  {"aec.double_talk", "presence_step", "fPresenceThrStep", q15, scalar, 21, 9, 0, dtd + offsetof(AecDtdPara, fPresenceThrStep), "", 0, 1, 0.0116f,
+  {at<q15, dtd, &AecDtdPara::fPresenceThrStep>, "aec.double_talk", "presence_step", "fPresenceThrStep", 21, 9, 0, "", 0, 1, 0.0116f,
    "change of that threshold per decided frame"},
-  {"aec.double_talk", "presence_max", "fPresenceThrMax", q15, scalar, 22, 9, 0, dtd + offsetof(AecDtdPara, fPresenceThrMax), "", 0, 1, 0.15f,
+  {at<q15, dtd, &AecDtdPara::fPresenceThrMax>, "aec.double_talk", "presence_max", "fPresenceThrMax", 22, 9, 0, "", 0, 1, 0.15f,
    "upper bound of that threshold"},
-  {"aec.double_talk", "presence_min", "fPresenceThrMin", q15, scalar, 23, 9, 0, dtd + offsetof(AecDtdPara, fPresenceThrMin), "", 0, 1, 0.07f,
+  {at<q15, dtd, &AecDtdPara::fPresenceThrMin>, "aec.double_talk", "presence_min", "fPresenceThrMin", 23, 9, 0, "", 0, 1, 0.07f,
    "lower bound of that threshold"},
-  {"aec.double_talk", "far_active_peak", "fFarActiveThr", whole, scalar, 24, 9, 0, dtd + offsetof(AecDtdPara, fFarActiveThr), "peak", 0, 32767, 22,
+  {at<whole, dtd, &AecDtdPara::fFarActiveThr>, "aec.double_talk", "far_active_peak", "fFarActiveThr", 24, 9, 0, "peak", 0, 32767, 22,
    "largest reference sample below which a frame counts as silent"},
 });
 
-constexpr std::array<Field, 2> noise_reducer(std::string_view section, int32_t word, size_t at) {
+template <AnrPara VoicePara::*record>
+constexpr std::array<Field, 2> noise_reducer(std::string_view section, int32_t word) {
   return {{
-    {section, "enable", "swAnrEnable", integer, scalar, word, 0, 0, at + offsetof(AnrPara, swAnrEnable), "", 0, 1, 1,
+    {at<integer, record, &AnrPara::swAnrEnable>, section, "enable", "swAnrEnable", word, 0, 0, "", 0, 1, 1,
      "runs the noise reducer"},
-    {section, "noise_scale", "fNoiseScale", q15, scalar, word + 1, 0, 0, at + offsetof(AnrPara, fNoiseScale), "", 0, 1, 0.8f,
+    {at<q15, record, &AnrPara::fNoiseScale>, section, "noise_scale", "fNoiseScale", word + 1, 0, 0, "", 0, 1, 0.8f,
      "factor on the tracked noise power: lower keeps more of speech and noise"},
   }};
 }
 
-constexpr std::array<Field, 11> gain_control(std::string_view section, int32_t word, size_t at) {
+template <AgcPara VoicePara::*record>
+constexpr std::array<Field, 11> gain_control(std::string_view section, int32_t word) {
   return {{
-    {section, "enable", "swAgcEnable", integer, scalar, word, 0, 0, at + offsetof(AgcPara, swAgcEnable), "", 0, 1, 1,
+    {at<integer, record, &AgcPara::swAgcEnable>, section, "enable", "swAgcEnable", word, 0, 0, "", 0, 1, 1,
      "runs the gain control"},
-    {section, "knee_gain_db", "fKneeGainDb", q5, scalar, word + 1, 0, 0, at + offsetof(AgcPara, fKneeGainDb), "dB", -40, 40, 0,
+    {at<q5, record, &AgcPara::fKneeGainDb>, section, "knee_gain_db", "fKneeGainDb", word + 1, 0, 0, "dB", -40, 40, 0,
      "gain at the upper knee"},
-    {section, "reserved_db", "fReservedDb", q5, scalar, word + 2, 0, 0, at + offsetof(AgcPara, fReservedDb), "dB", -90, 0, 0,
+    {at<q5, record, &AgcPara::fReservedDb>, section, "reserved_db", "fReservedDb", word + 2, 0, 0, "dB", -90, 0, 0,
      "carried, without effect"},
-    {section, "knee_low_db", "fKneeLowDb", q5, scalar, word + 3, 0, 0, at + offsetof(AgcPara, fKneeLowDb), "dB", -90, 0, -60,
+    {at<q5, record, &AgcPara::fKneeLowDb>, section, "knee_low_db", "fKneeLowDb", word + 3, 0, 0, "dB", -90, 0, -60,
      "lower knee of the level curve, dB of a full-scale square wave"},
-    {section, "knee_high_db", "fKneeHighDb", q5, scalar, word + 4, 0, 0, at + offsetof(AgcPara, fKneeHighDb), "dB", -90, 0, -12,
+    {at<q5, record, &AgcPara::fKneeHighDb>, section, "knee_high_db", "fKneeHighDb", word + 4, 0, 0, "dB", -90, 0, -12,
      "upper knee of the level curve, dB of a full-scale square wave"},
-    {section, "slope_low", "fSlopeLow", q12, scalar, word + 5, 0, 0, at + offsetof(AgcPara, fSlopeLow), "dB/dB", 0, 4, 1,
+    {at<q12, record, &AgcPara::fSlopeLow>, section, "slope_low", "fSlopeLow", word + 5, 0, 0, "dB/dB", 0, 4, 1,
      "slope at or below the lower knee: above 1 expands"},
-    {section, "slope_mid", "fSlopeMid", q12, scalar, word + 6, 0, 0, at + offsetof(AgcPara, fSlopeMid), "dB/dB", 0, 4, 1,
+    {at<q12, record, &AgcPara::fSlopeMid>, section, "slope_mid", "fSlopeMid", word + 6, 0, 0, "dB/dB", 0, 4, 1,
      "slope between the knees: below 1 lifts quiet talkers, by (1 - slope) times the distance from the upper knee"},
-    {section, "slope_high", "fSlopeHigh", q12, scalar, word + 7, 0, 0, at + offsetof(AgcPara, fSlopeHigh), "dB/dB", 0, 4, 0.5f,
+    {at<q12, record, &AgcPara::fSlopeHigh>, section, "slope_high", "fSlopeHigh", word + 7, 0, 0, "dB/dB", 0, 4, 0.5f,
      "slope above the upper knee: below 1 limits"},
-    {section, "ramp_low", "swRampLow", integer, scalar, word + 8, 0, 0, at + offsetof(AgcPara, swRampLow), "samples", 0, 32767, 320,
+    {at<integer, record, &AgcPara::swRampLow>, section, "ramp_low", "swRampLow", word + 8, 0, 0, "samples", 0, 32767, 320,
      "samples over which the gain moves at or below the lower knee"},
-    {section, "ramp_mid", "swRampMid", integer, scalar, word + 9, 0, 0, at + offsetof(AgcPara, swRampMid), "samples", 0, 32767, 320,
+    {at<integer, record, &AgcPara::swRampMid>, section, "ramp_mid", "swRampMid", word + 9, 0, 0, "samples", 0, 32767, 320,
      "samples over which the gain moves between the knees"},
-    {section, "ramp_high", "swRampHigh", integer, scalar, word + 10, 0, 0, at + offsetof(AgcPara, swRampHigh), "samples", 0, 32767, 160,
+    {at<integer, record, &AgcPara::swRampHigh>, section, "ramp_high", "swRampHigh", word + 10, 0, 0, "samples", 0, 32767, 160,
      "samples over which the gain moves above the upper knee"},
   }};
 }
 
-constexpr std::array<Field, 3> equaliser(std::string_view section, int32_t word, size_t at) {
+template <EqPara VoicePara::*record>
+constexpr std::array<Field, 3> equaliser(std::string_view section, int32_t word) {
   return {{
-    {section, "enable", "swEqEnable", integer, scalar, word, 0, 0, at + offsetof(EqPara, swEqEnable), "", 0, 1, 0,
+    {at<integer, record, &EqPara::swEqEnable>, section, "enable", "swEqEnable", word, 0, 0, "", 0, 1, 0,
      "runs the equaliser"},
-    {section, "half_taps", "swHalfTapNum", int16, scalar, word + 1, 0, 0, at + offsetof(EqPara, swHalfTapNum), "taps", 1, EQ_MAX_HALF_TAPS, 1,
+    {at<int16, record, &EqPara::swHalfTapNum>, section, "half_taps", "swHalfTapNum", word + 1, 0, 0, "taps", 1, EQ_MAX_HALF_TAPS, 1,
      "stored half of the symmetric response, centre included: 2H - 1 taps, H - 1 samples of delay"},
-    {section, "coef", "afCoef", q15, taps, word + 2, 0, 1, at + offsetof(EqPara, afCoef), "", -1, 1, 0,
+    {at<q15, record, &EqPara::afCoef>, section, "coef", "afCoef", word + 2, 0, 1, "", -1, 1, 0,
      "stored half of the response, the centre tap last"},
   }};
 }
 
 inline constexpr std::array comfort_noise = std::to_array<Field>({
-  {"tx.cng", "enable", "swCngEnable", integer, scalar, 440, 0, 0, offsetof(VoicePara, stCngTx) + offsetof(CngPara, swCngEnable), "", 0, 1, 1,
+  {at<integer, &VoicePara::stCngTx, &CngPara::swCngEnable>, "tx.cng", "enable", "swCngEnable", 440, 0, 0, "", 0, 1, 1,
    "runs the comfort noise generator"},
-  {"tx.cng", "noise_level", "fNoiseLevel", whole, scalar, 441, 0, 0, offsetof(VoicePara, stCngTx) + offsetof(CngPara, fNoiseLevel), "", 0, 32767, 1,
+  {at<whole, &VoicePara::stCngTx, &CngPara::fNoiseLevel>, "tx.cng", "noise_level", "fNoiseLevel", 441, 0, 0, "", 0, 32767, 1,
    "amplitude of the noise source: the product with noise_gain counts"},
-  {"tx.cng", "noise_gain", "fNoiseGain", whole, scalar, 442, 0, 0, offsetof(VoicePara, stCngTx) + offsetof(CngPara, fNoiseGain), "", 0, 32767, 8,
+  {at<whole, &VoicePara::stCngTx, &CngPara::fNoiseGain>, "tx.cng", "noise_gain", "fNoiseGain", 442, 0, 0, "", 0, 32767, 8,
    "amplitude of the noise source: the product with noise_level counts"},
 });
 // clang-format on
@@ -208,14 +249,12 @@ template <size_t... sizes> constexpr auto join(const std::array<Field, sizes> &.
 
 } // namespace table
 
-inline constexpr std::array fields = table::join(table::echo_canceller, //
-                                                 table::noise_reducer("tx.anr", 100, offsetof(VoicePara, stAnrTx)),
-                                                 table::noise_reducer("rx.anr", 110, offsetof(VoicePara, stAnrRx)),
-                                                 table::gain_control("tx.agc", 120, offsetof(VoicePara, stAgcTx)),
-                                                 table::gain_control("rx.agc", 140, offsetof(VoicePara, stAgcRx)),
-                                                 table::equaliser("tx.eq", 160, offsetof(VoicePara, stEqTx)),
-                                                 table::equaliser("rx.eq", 300, offsetof(VoicePara, stEqRx)), //
-                                                 table::comfort_noise);
+inline constexpr std::array fields = table::join(
+    table::echo_canceller, //
+    table::noise_reducer<&VoicePara::stAnrTx>("tx.anr", 100), table::noise_reducer<&VoicePara::stAnrRx>("rx.anr", 110),
+    table::gain_control<&VoicePara::stAgcTx>("tx.agc", 120), table::gain_control<&VoicePara::stAgcRx>("rx.agc", 140),
+    table::equaliser<&VoicePara::stEqTx>("tx.eq", 160), table::equaliser<&VoicePara::stEqRx>("rx.eq", 300), //
+    table::comfort_noise);
 
 struct Section {
   std::string_view name;
@@ -244,7 +283,7 @@ int16_t encode(const Field &field, double value);
 /// The value of a word in the field's unit.
 constexpr double decode(const Field &field, int16_t word) { return double(word) * unit_of(field.encoding); }
 
-/// Every field at its default. @param rate  8000 or 16000, in Hz
+/// Every field at its default. @param rate  a served one, in Hz
 Image default_image(int32_t rate);
 
 } // namespace qv::config

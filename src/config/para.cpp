@@ -1,7 +1,5 @@
 #include "qvvoice/config/para.h"
 
-#include <cstring>
-
 #include "config/convert.h"
 #include "config/fields.h"
 
@@ -9,30 +7,17 @@ VoicePara g_stVoicePara;
 
 static_assert(sizeof(VoicePara) ==
                   4 + sizeof(AecPara) + 2 * (sizeof(AnrPara) + sizeof(AgcPara) + sizeof(EqPara) + sizeof(CngPara)),
-              "every slot of the parameter block is 32 bits wide, without gaps");
+              "the records of the parameter block follow each other without gaps");
 
 namespace {
 
+using namespace qv;
 using namespace qv::config;
 
-template <class Slot> void store(std::byte *slot, Slot value) { std::memcpy(slot, &value, sizeof value); }
-
-void convert_word(Encoding encoding, int16_t word, std::byte *slot) {
-  switch (encoding) {
-  case Encoding::integer:
-    return store(slot, int32_t(word));
-  case Encoding::int16:
-    return store(slot, word);
-  default:
-    return store(slot, float(word) * unit_of(encoding));
-  }
-}
-
 void convert_words(const int16_t *file, int32_t rate, VoicePara &block) {
-  auto *bytes = reinterpret_cast<std::byte *>(&block);
   for (const Field &field : fields)
     for (int32_t i = 0; i < field.count(rate); ++i)
-      convert_word(field.encoding, file[field.word(rate, i)], bytes + field.offset + size_t(i) * sizeof(float));
+      field.store(block, i, file[field.word(rate, i)]);
 }
 
 void set_sizes(int32_t rate, int32_t frame_len, VoicePara &block) {
@@ -43,8 +28,8 @@ void set_sizes(int32_t rate, int32_t frame_len, VoicePara &block) {
   AecPara &aec = block.stAec;
   aec.swFrameLen = aec.stMdf.swFrameLen = aec.stNlp.swFrameLen = aec.stDtd.swFrameLen = frame_len;
   aec.stNlp.swBandNum = aec.stDtd.swBandNum = bands;
-  aec.stDelay.swBlockLen = frame_len / 2;
-  aec.stMdf.swFilterLen = 2 * frame_len;
+  aec.stDelay.swBlockLen = frame_len / blocks_per_frame;
+  aec.stMdf.swFilterLen = filter_frames * frame_len;
   aec.stMdf.swSampleRate = rate;
 
   for (AnrPara *anr : {&block.stAnrTx, &block.stAnrRx}) {
@@ -63,7 +48,7 @@ void set_sizes(int32_t rate, int32_t frame_len, VoicePara &block) {
 
 /// Tuning that the file does not carry.
 void set_fixed_tuning(VoicePara &block) {
-  block.stAec.stDelay.swHistorySize = 32; // blocks: 0.32 s of bulk delay at 20 ms
+  block.stAec.stDelay.swHistorySize = delay_candidates;
   block.stAec.stDelay.swLookahead = 0;
   block.stAec.stDtd.swFarSilentHang = 5; // frames
   for (AnrPara *anr : {&block.stAnrTx, &block.stAnrRx}) {
@@ -77,11 +62,6 @@ void set_fixed_tuning(VoicePara &block) {
 }
 
 } // namespace
-
-bool qv::config::layout_served(int32_t rate, int32_t frame_len) {
-  return (rate == 8000 && (frame_len == 128 || frame_len == 160)) ||
-         (rate == 16000 && (frame_len == 256 || frame_len == 320));
-}
 
 bool qv::config::convert(const int16_t *file, int32_t rate, int32_t frame_len, VoicePara &block) {
   if (!layout_served(rate, frame_len) || file[rate_word] != rate)

@@ -3,8 +3,9 @@
 #include <kissfft/kiss_fftr.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
+#include <initializer_list>
+#include <iterator>
 
 #include "dsp/services.h"
 #include "qvvoice/dsp/memory.h"
@@ -13,13 +14,13 @@ FftState g_stFft;
 
 namespace {
 
-constexpr std::array<int32_t, 6> lengths = {128, 256, 512, 160, 320, 640};
+constexpr std::initializer_list<int32_t> lengths = {128, 256, 512, 160, 320, 640};
 constexpr int32_t max_bins = QV_MAX_FRAME + 1;
 
 /// The configuration for a length; null, with the message, when there is none.
 const FftConfig *config_of(const FftState &fft, int32_t len) {
   for (size_t slot = 0; slot < lengths.size(); ++slot)
-    if (lengths[slot] == len && fft.config[slot])
+    if (lengths.begin()[slot] == len && fft.config[slot])
       return fft.config[slot];
   std::puts("Error: No support for FFT length!");
   return nullptr;
@@ -53,8 +54,8 @@ namespace qv {
 bool take_transforms(FftState &fft, std::initializer_list<int32_t> wanted) {
   bool all = true;
   for (size_t slot = 0; slot < lengths.size(); ++slot)
-    if (std::find(wanted.begin(), wanted.end(), lengths[slot]) != wanted.end())
-      all &= (fft.config[slot] = FftInit(lengths[slot])) != nullptr;
+    if (std::find(wanted.begin(), wanted.end(), lengths.begin()[slot]) != wanted.end())
+      all &= (fft.config[slot] = FftInit(lengths.begin()[slot])) != nullptr;
   return all;
 }
 
@@ -96,7 +97,7 @@ void inverse_transform(const FftState &fft, const float *in, float *out, int32_t
 
 } // namespace qv
 
-void VOICE_FftInit(void) { qv::take_transforms(g_stFft, {128, 256, 512, 160, 320, 640}); }
+void VOICE_FftInit(void) { qv::take_transforms(g_stFft, lengths); }
 
 void VOICE_FftDestroy(void) { qv::give_back_transforms(g_stFft); }
 

@@ -34,6 +34,6 @@ struct Services {
 };
 
 /// Those behind g_stFft and g_stFilterBand, for the exported functions of the modules.
-inline const Services process_services{g_stFft, process_bank};
+inline constexpr Services process_services{g_stFft, process_bank};
 
 } // namespace qv

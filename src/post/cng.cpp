@@ -5,6 +5,7 @@
 #include "dsp/arrays.h"
 #include "dsp/bins.h"
 #include "dsp/fma.h"
+#include "dsp/layout.h"
 #include "dsp/sample.h"
 #include "dsp/smoothing.h"
 #include "post/stages.h"
@@ -27,7 +28,9 @@ constexpr auto owned = [](CngState &st, auto visit) {
     visit(*array, n + 1);
 };
 
-int32_t band_count(const CngState &st) { return st.swFrameLen <= 160 ? 24 : 32; }
+int32_t band_count(const CngState &st) {
+  return qv::band_count(st.swFrameLen <= qv::longest_narrow_frame ? qv::narrow_rate : qv::wide_rate);
+}
 
 /// Follows the amplitude of noise and residual echo in each band.
 void follow_level(CngState &st, const float *noise_band, const float *err_band) {

@@ -120,6 +120,43 @@ TEST(AdaptiveFilter, starts_again_after_fifty_frames_of_added_echo) {
   EXPECT_NE(out, silent) << "this reset does not mute";
 }
 
+// Twice the power of full scale over a frame is no signal: at once, not after fifty frames.
+TEST(AdaptiveFilter, absurd_energies_mute_and_start_again_at_once) {
+  for (const double share : {0.99, 1.01}) {
+    Filter filter(all_layouts[3]);
+    const Samples mic(320, 0), ref = sampled(white_noise(320, 8000.f, 1));
+    double energy = 0;
+    for (size_t i = 0; i < ref.size(); ++i)
+      energy += std::pow(ref[i] - (i ? 0.9 * ref[i - 1] : 0), 2);
+    const auto gain = float(std::sqrt(share * 640 * 1e9 / energy));
+    Signal impulse(640, 0.f);
+    impulse[0] = 640.f * gain;
+    VOICE_Fft(impulse.data(), filter.st.pfWBg, 640);
+    VOICE_Fft(impulse.data(), filter.st.pfWFg, 640);
+    const bool absurd = share > 1;
+    EXPECT_EQ(filter.run(mic, ref) == mic, absurd);
+    EXPECT_EQ(filter.st.swFrameCnt, absurd ? 0 : 1);
+    EXPECT_EQ(filter.st.swDivergeCnt, absurd ? 0 : 1);
+    EXPECT_NEAR(filter.st.pfWFg[0], absurd ? 0 : gain, 1e-4);
+  }
+}
+
+// After a reset the filter runs as a new one that was given its leakage and its shares.
+TEST(AdaptiveFilter, a_reset_keeps_the_leakage_and_the_shares_only) {
+  const Layout &layout = all_layouts[2];
+  Filter used(layout), fresh(layout);
+  const Samples far = sampled(reference(false, 2, layout)), mic = sampled(echo_of(reference(false, 2, layout), layout));
+  used.run(mic, far);
+  EXPECT_EQ(used.st.swAdapted, 1);
+  used.st.swSatHold = 1;
+  AEC_MdfReset(&used.st);
+  fresh.st.fLeak = used.st.fLeak;
+  std::copy_n(used.st.pfProp, 2, fresh.st.pfProp);
+  EXPECT_EQ(std::pair(used.st.fPey, used.st.fPyy), std::pair(fresh.st.fPey, fresh.st.fPyy));
+  EXPECT_EQ(used.run(mic, far), fresh.run(mic, far));
+  EXPECT_EQ(used.st.swFrameCnt, fresh.st.swFrameCnt);
+}
+
 TEST(AdaptiveFilter, survives_an_undefined_or_infinite_value_in_any_state) {
   const Layout &layout = all_layouts[0];
   const Signal ref = reference(true, 8, layout), echo = echo_of(ref, layout);

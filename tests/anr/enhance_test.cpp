@@ -1,6 +1,8 @@
 // The gain rule: the log-spectral-amplitude gain against its formula, the bounds of the SNRs, and the decisions on
 // speech presence at their thresholds.
 
+#include <numbers>
+
 #include "qvvoice/anr/anr.h"
 #include "support.h"
 
@@ -104,6 +106,32 @@ TEST(GainRule, ratios_are_bounded_and_decision_directed) {
     EXPECT_EQ(r.enh.pfPriorSnrPrev[inner], r.enh.pfPriorSnr[inner]) << what;
     EXPECT_FLOAT_EQ(r.enh.pfAvgSnr[inner], 0.7f + 0.3f * 0.5f) << what << ": of the frame before";
   }
+}
+
+// A Bartlett-Hann window over the root of its energy. At the low edge band i takes upper neighbours from distance w - i
+// on only.
+TEST(GainRule, smoothing_is_a_bartlett_hann_window) {
+  for (const int32_t count : {3, 24, 32, 70})
+    for (const int32_t half_width : {0, 1, 3, 4, 32, 40}) {
+      const int32_t w = std::clamp(half_width, 1, 32);
+      const auto tap = [&](int32_t distance) {
+        const double t = double(distance) / (2 * w + 2);
+        return 0.62 - 0.48 * std::fabs(t) + 0.38 * std::cos(2 * std::numbers::pi * t);
+      };
+      double energy = 0;
+      for (int32_t d = -w; d <= w; ++d)
+        energy += tap(d) * tap(d);
+      const std::vector<float> in = noise_values(uint32_t(count + w), size_t(count));
+      std::vector<float> out(in.size(), 9);
+      std::vector<double> expected(in.size());
+      for (int32_t i = 0; i < count; ++i)
+        for (int32_t d = -w; d <= w; ++d)
+          if (i + d >= 0 && i + d < count && (d <= 0 || i >= w - d))
+            expected[size_t(i)] += tap(d) * in[size_t(i + d)] / std::sqrt(energy);
+      ANR_Smoothing(count, half_width, in.data(), out.data());
+      for (size_t i = 0; i < out.size(); ++i)
+        EXPECT_NEAR(out[i], expected[i], 1e-5) << count << " bands, half width " << half_width << ", band " << i;
+    }
 }
 
 } // namespace

@@ -82,6 +82,8 @@ TEST(Calls, refuse_what_they_cannot_run) {
   qv_call *call = nullptr;
   const qv_call_config config = config_of(wide);
   EXPECT_EQ(qv_call_create_from_file(&config, "/nowhere/at.all", &call), QV_VOICE_NO_FILE);
+  EXPECT_EQ(qv_call_create_from_file(nullptr, "/nowhere/at.all", &call), QV_VOICE_BAD_ARGUMENT);
+  EXPECT_EQ(qv_call_create_from_file(&config, nullptr, &call), QV_VOICE_BAD_ARGUMENT);
   EXPECT_EQ(qv_call_create(&config, nullptr, &call), QV_VOICE_BAD_ARGUMENT);
 }
 
@@ -139,7 +141,7 @@ TEST(Replacement, does_not_click_and_arrives) {
        {Case{"nothing", {}, 0}, Case{"an equaliser of 257 taps, phase reversed", long_response, 0},
         Case{"gain control on", {{rx_gain_control, 1}}, 0},
         Case{"noise reducer on", {{rx_reducer, 1}, {111, 32767}}, QV_CALL_RECEIVE_PAUSES},
-        Case{"all at once", {{rx_reducer, 1}, {rx_gain_control, 1}, {300, 1}}, QV_CALL_RECEIVE_PAUSES}}) {
+        Case{"all at once", {{rx_reducer, 1}, {rx_gain_control, 1}, {141, 192}, {300, 1}}, QV_CALL_RECEIVE_PAUSES}}) {
     SCOPED_TRACE(c.what);
     Image changed = plain;
     for (const auto &[word, value] : c.words)
@@ -167,6 +169,31 @@ TEST(Replacement, does_not_click_and_arrives) {
     }
     EXPECT_EQ(Samples(there_and_back.end() - 50 * n, there_and_back.end()),
               Samples(tone.end() - 50 * n, tone.end())); // switched off again
+  }
+}
+
+// From one equaliser to another while it runs, to a longer one and to other coefficients of the same length.
+TEST(Replacement, an_equaliser_follows_another) {
+  const Samples noise = noise_samples(5, 320 * 12, 8000);
+  Image image{};
+  image[0] = 16000;
+  image[9] = qv::config::magic;
+  image[rx_equaliser] = image[rx_equaliser + 1] = 1;
+  image[rx_equaliser + 2] = 20000;
+  const CallPtr call = make_call(wide, image);
+  for (const auto &[half_taps, outer] : {std::pair{2, 3000}, {2, -5000}, {1, 12000}}) {
+    image[rx_equaliser + 1] = int16_t(half_taps);
+    image[rx_equaliser + 2] = int16_t(outer);
+    image[rx_equaliser + 3] = 16384;
+    ASSERT_EQ(qv_call_replace_parameters(call.get(), image.data(), nullptr), QV_VOICE_OK);
+    const CallPtr fresh = make_call(wide, image);
+    Samples out(noise.size()), expected(noise.size());
+    for (size_t at = 0; at < noise.size(); at += 320) {
+      ASSERT_EQ(qv_call_receive(call.get(), &noise[at], &out[at]), QV_VOICE_OK);
+      ASSERT_EQ(qv_call_receive(fresh.get(), &noise[at], &expected[at]), QV_VOICE_OK);
+    }
+    EXPECT_NE(Samples(out.begin(), out.begin() + 320), Samples(expected.begin(), expected.begin() + 320));
+    EXPECT_EQ(Samples(out.begin() + 4 * 320, out.end()), Samples(expected.begin() + 4 * 320, expected.end()));
   }
 }
 
@@ -207,7 +234,14 @@ TEST(Replacement, keeps_what_the_canceller_has_learnt) {
     image[c.word] = c.value;
     ASSERT_EQ(qv_call_replace_parameters(call.get(), image.data(), &effects), QV_VOICE_OK);
     EXPECT_EQ(effects, c.effects) << "word " << c.word << " = " << c.value;
+    run(call.get(), layout, Call(layout, 1));
+    ASSERT_EQ(qv_call_trace(call.get(), &after), QV_VOICE_OK);
+    EXPECT_TRUE(c.word != echo_delay || after.echo_delay == c.value) << after.echo_delay;
   }
+  const CallPtr fresh = make_call(layout, image); // the given delay holds from the start
+  run(fresh.get(), layout, Call(layout, 1));
+  ASSERT_EQ(qv_call_trace(fresh.get(), &after), QV_VOICE_OK);
+  EXPECT_EQ(after.echo_delay, 160);
   image[0] = 8000;
   EXPECT_EQ(qv_call_replace_parameters(call.get(), image.data(), &effects), QV_VOICE_REFUSED);
 }

@@ -44,6 +44,30 @@ TEST(Para, words_of_the_band_groups_land_in_their_fields) {
   }
 }
 
+// What the file does not carry, over whatever an application has left in the exported block.
+TEST(Para, layout_and_fixed_tuning_are_written_anew) {
+  for (const Layout &layout : all_layouts) {
+    VoicePara &p = g_stVoicePara;
+    p.stAec.stDelay.swLookahead = p.stAec.stDelay.swHistorySize = p.stAgcTx.swSampleRate = p.stAgcRx.swSampleRate = 3;
+    ASSERT_EQ(VOICE_SetPara_1(counting_image(layout.rate).data(), layout.rate, layout.frame_len), 0);
+    EXPECT_EQ(p.stAec.stDelay.swLookahead, 0);
+    EXPECT_EQ(p.stAec.stDelay.swHistorySize, 32);
+    EXPECT_EQ(p.stAec.stDelay.swBlockLen, layout.frame_len / 2);
+    EXPECT_EQ(p.stAec.stMdf.swFilterLen, 2 * layout.frame_len);
+    for (const int32_t rate :
+         {int32_t(p.swSampleRate), p.stAec.stMdf.swSampleRate, p.stAnrTx.swSampleRate, p.stAnrRx.swSampleRate,
+          p.stAgcTx.swSampleRate, p.stAgcRx.swSampleRate, p.stCngTx.swSampleRate})
+      EXPECT_EQ(rate, layout.rate);
+    for (const int32_t n :
+         {int32_t(p.swFrameLen), p.stAec.swFrameLen, p.stAec.stMdf.swFrameLen, p.stAec.stNlp.swFrameLen,
+          p.stAec.stDtd.swFrameLen, p.stAnrTx.swFrameLen, p.stAnrRx.swFrameLen, p.stAgcTx.swFrameLen,
+          p.stAgcRx.swFrameLen, int32_t(p.stEqTx.swFrameLen), int32_t(p.stEqRx.swFrameLen), p.stCngTx.swFrameLen})
+      EXPECT_EQ(n, layout.frame_len);
+    for (const int32_t b : {p.stAec.stNlp.swBandNum, p.stAec.stDtd.swBandNum, p.stAnrTx.swBandNum, p.stAnrRx.swBandNum})
+      EXPECT_EQ(b, layout.bands);
+  }
+}
+
 TEST(Para, other_rate_keeps_what_it_does_not_write) {
   const Image wide = counting_image(16000), narrow = counting_image(8000);
   ASSERT_EQ(VOICE_SetPara_1(wide.data(), 16000, 320), 0);
@@ -82,6 +106,7 @@ TEST(Fields, each_has_words_of_its_own_and_a_sensible_default) {
     for (const Field &field : fields) {
       for (int32_t i = 0; i < field.count(rate); ++i, ++count)
         words.insert(field.word(rate, i));
+      EXPECT_EQ(field.word_stride == 0, field.extent == Extent::scalar) << field.name;
       EXPECT_LE(field.least, field.preset) << field.name;
       EXPECT_GE(field.greatest, field.preset) << field.name;
       for (const double value : {field.least, field.preset, field.greatest})

@@ -1,5 +1,6 @@
 // What the signal path uses in part only: scalar functions, reductions, filters over time.
 
+#include <array>
 #include <utility>
 
 #include "qvvoice/dsp/filter.h"
@@ -49,6 +50,7 @@ TEST(Vector, reductions_keep_their_order_and_take_extremes) {
   EXPECT_EQ(VOICE_VvMultAdd16(rails + 1, rails + 1, 2), 2147483648.f);
   EXPECT_EQ(VOICE_VvMultAdd16(rails, rails, -1), 0.f);
   EXPECT_EQ(VOICE_VecSum(nullptr, -1), 0.f);
+  EXPECT_EQ(VOICE_VecMean(std::array{9.f, 1.f, 2.f, 6.f, 9.f}.data(), 1, 3), 3.f);
 }
 
 TEST(Filter, preemphasis_of_values_is_that_of_samples_across_frames) {

@@ -89,8 +89,8 @@ void add_diagnose(CLI::App &app) {
   verb->add_option("--ref-channel", options->ref_channel, "Channel of --ref, from 1")->needs("--ref");
   add_parameters(*verb, options->para, "Parameters (balanced, for the rate and frame length)");
   verb->add_option("--rate", options->rate, "Rate to run at, Hz (8000 if the first input has no more, else 16000)")
-      ->check(CLI::IsMember({8000, 16000}));
-  verb->add_option("--frame-ms", options->frame_ms, "Frame length, ms (20)")->check(CLI::IsMember({16, 20}));
+      ->check(CLI::IsMember(served_rates));
+  verb->add_option("--frame-ms", options->frame_ms, "Frame length, ms (20)")->check(CLI::IsMember(served_frame_ms));
   verb->add_flag("--json", options->json, "Print the diagnosis as JSON");
   verb->callback([=] { run_diagnosis(*recordings, *options); });
 }

@@ -165,7 +165,7 @@ void add_measure(CLI::App &app) {
   add_parameters(*verb, options->para, "Parameters (balanced); of several those for the recording's rate are taken")
       ->excludes(out);
   verb->add_option("--frame-ms", options->frame_ms, "Frame length, ms (20); a set takes both")
-      ->check(CLI::IsMember({16, 20}));
+      ->check(CLI::IsMember(served_frame_ms));
   verb->add_option("--against", options->against, "Another run beside it: its --json, or an output as with --out")
       ->type_name("PATH");
   verb->add_option("-j", options->jobs, "Processes at a time for a set (one per core)")

@@ -92,10 +92,10 @@ void add_settings(CLI::App &verb, Options &options) {
   const std::string group = "Settings";
   add_parameters(verb, options.para, "Parameters (balanced, for the rate and frame length)")->group(group);
   verb.add_option("--rate", options.rate, "Rate to run at, Hz (8000 if the first input has no more, else 16000)")
-      ->check(CLI::IsMember({8000, 16000}))
+      ->check(CLI::IsMember(served_rates))
       ->group(group);
   verb.add_option("--frame-ms", options.frame_ms, "Frame length, ms (20)")
-      ->check(CLI::IsMember({16, 20}))
+      ->check(CLI::IsMember(served_frame_ms))
       ->group(group);
   verb.add_flag("--compensate", options.compensate, "Take the library's delay out of the results")->group(group);
 }

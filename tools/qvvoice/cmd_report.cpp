@@ -162,7 +162,7 @@ void add_report(CLI::App &app) {
       ->type_name("PATH")
       ->required();
   add_parameters(*verb, options->para, "Parameters (balanced); of several those for the recording's rate are taken");
-  verb->add_option("--frame-ms", options->frame_ms, "Frame length, ms (20)")->check(CLI::IsMember({16, 20}));
+  verb->add_option("--frame-ms", options->frame_ms, "Frame length, ms (20)")->check(CLI::IsMember(served_frame_ms));
   CLI::Option *against = verb->add_option("--against", options->against,
                                           "An output that was made elsewhere; with --set a folder of NAME.wav or "
                                           "NAME/out.wav")

@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 
+#include "dsp/layout.h"
 #include "scene/draw.h"
 #include "scene/render.h"
 #include "support/error.h"
@@ -33,7 +34,7 @@ struct Options {
   scene::Part part = scene::Part::tune;
   scene::Family family = scene::Family::usual;
   std::string out;
-  std::vector<int> rates = {8000, 16000};
+  std::vector<int> rates{std::begin(served_rates), std::end(served_rates)};
 };
 
 struct Job {
@@ -102,7 +103,7 @@ void add_scene(CLI::App &app) {
       ->transform(CLI::CheckedTransformer(
           std::map<std::string, scene::Family>{{"usual", scene::Family::usual}, {"hard", scene::Family::hard}}));
   verb->add_option("-o,--out", options->out, "Folder of the results, made when missing")->type_name("DIR")->required();
-  verb->add_option("--rate", options->rates, "Hz (8000 and 16000)")->check(CLI::IsMember({8000, 16000}));
+  verb->add_option("--rate", options->rates, "Hz (8000 and 16000)")->check(CLI::IsMember(served_rates));
   verb->callback([options] { make_scenes(*options); });
 }
 

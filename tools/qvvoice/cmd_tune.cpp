@@ -176,8 +176,8 @@ void add_tune(CLI::App &app) {
   add_parameters(*verb, options->para, "Where to start (balanced, for the rate and frame length)", "--base");
   verb->add_option("--name", options->name, "Name to write into the file")->default_str("tuned");
   options->name = "tuned";
-  verb->add_option("--rate", options->rate, "Hz (16000)")->check(CLI::IsMember({8000, 16000}));
-  verb->add_option("--frame-ms", options->frame_ms, "Frame length, ms (20)")->check(CLI::IsMember({16, 20}));
+  verb->add_option("--rate", options->rate, "Hz (16000)")->check(CLI::IsMember(served_rates));
+  verb->add_option("--frame-ms", options->frame_ms, "Frame length, ms (20)")->check(CLI::IsMember(served_frame_ms));
   verb->add_option("--budget", options->search.budget, "Evaluations of the whole set (300)")
       ->check(CLI::Range(1, 1000000));
   verb->add_option("--minutes", options->search.minutes, "Evaluate nothing more after so long")

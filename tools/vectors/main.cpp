@@ -15,6 +15,7 @@
 #include <string>
 
 #include "call.h"
+#include "dsp/layout.h"
 #include "parameters.h"
 #include "qvvoice/qvvoice.h"
 
@@ -23,11 +24,6 @@ namespace {
 namespace fs = std::filesystem;
 using vectors::Call;
 using vectors::StageSet;
-
-struct Layout {
-  int32_t rate, frame_len;
-};
-constexpr Layout layouts[] = {{8000, 128}, {8000, 160}, {16000, 256}, {16000, 320}};
 
 /// 16-bit samples or words, little-endian on any machine.
 void write_words(const fs::path &path, std::span<const int16_t> words) {
@@ -55,7 +51,7 @@ void require_ok(int32_t status) {
 }
 
 /// Runs the whole frames of a call through both paths.
-void process(const Call &call, const fs::path &parameters, const Layout &layout, const fs::path &stem) {
+void process(const Call &call, const fs::path &parameters, const qv::Layout &layout, const fs::path &stem) {
   std::srand(1); // the comfort noise draws from the C library's generator
   require_ok(QV_VOICE_Init(parameters.c_str(), layout.rate, layout.frame_len));
   const auto n = size_t(layout.frame_len);
@@ -79,7 +75,7 @@ void write_rate(const fs::path &folder, int32_t rate, std::string_view only) {
   for (const StageSet &set : vectors::stage_sets) {
     const fs::path parameters = folder / (name + "-" + std::string(set.name) + ".par");
     write_words(parameters, vectors::make_image(set, rate));
-    for (const Layout &layout : layouts) {
+    for (const qv::Layout &layout : qv::layouts) {
       const std::string stem = name + "-" + std::to_string(layout.frame_len) + "-" + std::string(set.name);
       if (layout.rate == rate && stem.find(only) != stem.npos)
         process(call, parameters, layout, folder / stem);
@@ -92,7 +88,7 @@ int write_vectors(const fs::path &folder, std::string_view only) {
   if (dladdr(reinterpret_cast<const void *>(QV_VOICE_Version), &library))
     std::cerr << "library: " << library.dli_fname << "\n";
   fs::create_directories(folder);
-  for (const int32_t rate : {8000, 16000})
+  for (const int32_t rate : qv::served_rates)
     write_rate(folder, rate, only);
   return 0;
 }

@@ -1,37 +1,38 @@
 /// @file dtd.h  Double-talk detector: one talk state per frame, one far-end flag per band.
 ///
 /// Band powers are those of dsp/filter_bank.h over spectra scaled by 1/2N of Hann-windowed 16-bit
-/// samples. Configuration is per group of four bands: 6 groups at 8000 Hz, 8 at 16000 Hz.
+/// samples. Configuration is per group of QV_GROUP_BANDS bands.
 #ifndef QVVOICE_AEC_DTD_H
 #define QVVOICE_AEC_DTD_H
 
 #include <stdint.h>
 
+#include "qvvoice/dsp/layout.h"
 #include "qvvoice/export.h"
 
 QV_BEGIN_DECLS
 
 typedef struct AecDtdPara {
-  int32_t swFrameLen;            ///< N
-  int32_t swBandNum;             ///< B, 24 or 32
-  float fFarActiveThr;           ///< peak of the reference that counts as active, 16-bit scale
-  int32_t swFarSilentHang;       ///< quiet frames to exceed before state 0, 5
-  float afBandFarThr[8];         ///< far-end band power from which a band is excited
-  int32_t aswBandJudgeEnable[8]; ///< 1: the group is judged, else its presence is 1
-  float afBandFarMin[8];         ///< far-end band power to exceed for a band to be judged
-  float afResLow[8];             ///< lower knee of the residual band power
-  float afResHigh[8];            ///< upper knee of the residual band power
-  float afRatioLow[8];           ///< lower knee of the residual-to-microphone power ratio
-  float afRatioHigh[8];          ///< upper knee of that ratio
-  float afResDropFactor[8];      ///< presence is 0 below this factor times the time average
-  int32_t swCountBandStart;      ///< first counted band
-  int32_t swCountBandEnd;        ///< end of the counted bands, exclusive
-  int32_t swCountMin;            ///< counted bands needed for state 2
-  int32_t swSingleTalkHang;      ///< frames below swCountMin to exceed before state 1
-  float fPresenceThrInit;        ///< start of the adaptive presence threshold
-  float fPresenceThrStep;        ///< its change per decided frame
-  float fPresenceThrMax;         ///< its upper bound
-  float fPresenceThrMin;         ///< its lower bound
+  int32_t swFrameLen;                        ///< N
+  int32_t swBandNum;                         ///< B, 24 or 32
+  float fFarActiveThr;                       ///< peak of the reference that counts as active, 16-bit scale
+  int32_t swFarSilentHang;                   ///< quiet frames to exceed before state 0, 5
+  float afBandFarThr[QV_MAX_GROUPS];         ///< far-end band power from which a band is excited
+  int32_t aswBandJudgeEnable[QV_MAX_GROUPS]; ///< 1: the group is judged, else its presence is 1
+  float afBandFarMin[QV_MAX_GROUPS];         ///< far-end band power to exceed for a band to be judged
+  float afResLow[QV_MAX_GROUPS];             ///< lower knee of the residual band power
+  float afResHigh[QV_MAX_GROUPS];            ///< upper knee of the residual band power
+  float afRatioLow[QV_MAX_GROUPS];           ///< lower knee of the residual-to-microphone power ratio
+  float afRatioHigh[QV_MAX_GROUPS];          ///< upper knee of that ratio
+  float afResDropFactor[QV_MAX_GROUPS];      ///< presence is 0 below this factor times the time average
+  int32_t swCountBandStart;                  ///< first counted band
+  int32_t swCountBandEnd;                    ///< end of the counted bands, exclusive
+  int32_t swCountMin;                        ///< counted bands needed for state 2
+  int32_t swSingleTalkHang;                  ///< frames below swCountMin to exceed before state 1
+  float fPresenceThrInit;                    ///< start of the adaptive presence threshold
+  float fPresenceThrStep;                    ///< its change per decided frame
+  float fPresenceThrMax;                     ///< its upper bound
+  float fPresenceThrMin;                     ///< its lower bound
 } AecDtdPara;
 
 typedef struct AecDtdState {
@@ -40,17 +41,17 @@ typedef struct AecDtdState {
   float fFarActiveThr;
   int32_t swFarSilentHang;
   int32_t swFarSilentCnt; ///< quiet reference frames in a row
-  float afBandFarThr[32];
-  float afRatio[32];     ///< residual-to-microphone ratio of this frame
-  float afResFreqSm[32]; ///< residual of this frame, smoothed across bands
-  float afResTimeSm[32]; ///< residual, smoothed over time
-  int32_t aswBandJudgeEnable[32];
-  float afBandFarMin[32];
-  float afResLow[32];
-  float afResHigh[32];
-  float afRatioLow[32];
-  float afRatioHigh[32];
-  float afResDropFactor[32];
+  float afBandFarThr[QV_MAX_BANDS];
+  float afRatio[QV_MAX_BANDS];     ///< residual-to-microphone ratio of this frame
+  float afResFreqSm[QV_MAX_BANDS]; ///< residual of this frame, smoothed across bands
+  float afResTimeSm[QV_MAX_BANDS]; ///< residual, smoothed over time
+  int32_t aswBandJudgeEnable[QV_MAX_BANDS];
+  float afBandFarMin[QV_MAX_BANDS];
+  float afResLow[QV_MAX_BANDS];
+  float afResHigh[QV_MAX_BANDS];
+  float afRatioLow[QV_MAX_BANDS];
+  float afRatioHigh[QV_MAX_BANDS];
+  float afResDropFactor[QV_MAX_BANDS];
   int32_t swCountBandStart;
   int32_t swCountBandEnd;
   int32_t swCountMin;
@@ -60,9 +61,9 @@ typedef struct AecDtdState {
   float fPresenceThrStep;
   float fPresenceThrMax;
   float fPresenceThrMin;
-  float fPresenceThr;           ///< current presence threshold
-  int32_t swTalkState;          ///< 0 far end silent, 1 single talk, 2 double talk or undecided
-  int32_t aswBandFarActive[32]; ///< 2 when the band's far-end power reached its threshold, else 0
+  float fPresenceThr;                     ///< current presence threshold
+  int32_t swTalkState;                    ///< 0 far end silent, 1 single talk, 2 double talk or undecided
+  int32_t aswBandFarActive[QV_MAX_BANDS]; ///< 2 when the band's far-end power reached its threshold, else 0
 } AecDtdState;
 
 QV_API void AEC_DtdInit(const AecDtdPara *para, AecDtdState *st);

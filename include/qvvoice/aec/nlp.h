@@ -13,12 +13,12 @@
 QV_BEGIN_DECLS
 
 typedef struct AecNlpPara {
-  int32_t swFrameLen;       ///< N
-  int32_t swBandNum;        ///< M, 24 or 32
-  int32_t swCohSupEnable;   ///< 1: coherence suppressor on
-  int32_t swSerSupEnable;   ///< 1: signal-to-echo-ratio suppressor on
-  float fSupExp;            ///< exponent on the gains of both
-  float afBandSupFactor[8]; ///< divisor of a gain's odds g/(1-g), per group of four bands
+  int32_t swFrameLen;                   ///< N
+  int32_t swBandNum;                    ///< M, 24 or 32
+  int32_t swCohSupEnable;               ///< 1: coherence suppressor on
+  int32_t swSerSupEnable;               ///< 1: signal-to-echo-ratio suppressor on
+  float fSupExp;                        ///< exponent on the gains of both
+  float afBandSupFactor[QV_MAX_GROUPS]; ///< divisor of a gain's odds g/(1-g), per group of bands
 } AecNlpPara;
 
 /// Signal-to-echo-ratio suppressor; band arrays [M].
@@ -100,7 +100,8 @@ QV_API void AEC_NlpCohCancel(const float *cohErr, const float *incohFar, const f
 /// @param noise,floor  [count]
 QV_API void AEC_NlpGainFloorCal(const float *noise, float *floor, int32_t count, float floorDb);
 
-/// Gain factor of an amplitude estimator (Gamma(1.5) 1F1(-0.5; 1; -x) / sqrt x, interpolated).
+/// Gain factor of an amplitude estimator: (Gamma(5/4) 1F1(-1/4; 1; -x))^2 / sqrt x, interpolated in steps of 1/2.
+/// @param x  below 0 the factor is 1; from 10 on 1 + 0.1296 / x
 QV_API float AEC_NlpHypergeomGainCal(float x);
 
 /// k1-th and k2-th largest of v[first] .. v[last]; both outputs get the k1-th when k1 >= k2.

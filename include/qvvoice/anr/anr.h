@@ -88,15 +88,15 @@ QV_API void ANR_Destroy(AnrState *state);
 QV_API void ANR_Process(const int16_t *in, int16_t *out, AnrState *state);
 
 /// Seeds tracker and gain rule from the band energies of the first frame.
-/// @param bandPow  [bandNum]; bandNum <= 32
+/// @param bandPow  [bandNum]; bandNum <= QV_MAX_BANDS
 QV_API void ANR_First_Frm(const float *bandPow, int32_t bandNum, AnrState *state);
 
 /// Tracks the noise of one frame into `pfNoise`.
-/// @param bandPow  [bandNum], 3 <= bandNum <= 32
+/// @param bandPow  [bandNum], 3 <= bandNum <= QV_MAX_BANDS
 QV_API void ANR_Noise_Est(const float *bandPow, int32_t bandNum, AnrNoiseEst *est);
 
 /// Gain of one frame into `pfGain`, against `pfNoiseBand`.
-/// @param bandPow  [bandNum]; bandNum <= 32
+/// @param bandPow  [bandNum]; bandNum <= QV_MAX_BANDS
 QV_API void ANR_Enhance(const float *bandPow, int32_t bandNum, AnrEnhance *enh);
 
 /// Smooths across bands with a Bartlett-Hann window of 2 * halfWidth + 1 points (Ha and Pearce

@@ -7,12 +7,10 @@
 
 #include <stdint.h>
 
+#include "qvvoice/dsp/layout.h"
 #include "qvvoice/export.h"
 
 QV_BEGIN_DECLS
-
-#define QV_MAX_FRAME 320 ///< longest frame, in samples
-#define QV_MAX_BANDS 32  ///< most bands
 
 typedef struct FilterBand {
   int32_t *leftBand;  ///< [binCount] lower band that the bin feeds
@@ -27,7 +25,8 @@ typedef struct FilterBand {
 extern QV_API FilterBand g_stFilterBand;
 extern QV_API int32_t g_aswBandTable[QV_MAX_FRAME]; ///< leftBand of bins 0 .. N - 1; 0 above
 
-/// Builds the bank. @param sampleRate  Hz  @param bandCount  2 .. 32  @param frameLen  bins, at most 320
+/// Builds the bank. @param sampleRate  Hz  @param bandCount  2 .. QV_MAX_BANDS
+/// @param frameLen    bins, at most QV_MAX_FRAME
 QV_API void VOICE_SignalInit(int32_t sampleRate, int32_t bandCount, int32_t frameLen);
 QV_API void VOICE_SignalDestroy(void);
 

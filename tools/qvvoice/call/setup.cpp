@@ -14,9 +14,9 @@ namespace qv::tool {
 using namespace qv::config;
 
 void check_layout(int rate, int frame_ms) {
-  if (rate != 8000 && rate != 16000)
+  if (!rate_served(rate))
     throw InputError("rate: {} Hz is not served; 8000 or 16000 is", rate);
-  if (frame_ms != 16 && frame_ms != 20)
+  if (!std::ranges::count(served_frame_ms, frame_ms))
     throw InputError("frame: {} ms is not served; 16 or 20 is", frame_ms);
 }
 
@@ -39,7 +39,7 @@ void warn_about(const std::string &name) {
 
 Setup make_setup(const std::optional<std::string> &para, int rate, int frame_ms) {
   check_layout(rate, frame_ms);
-  const int frame_len = rate / 1000 * frame_ms;
+  const int frame_len = frame_length(rate, frame_ms);
   const std::string name = para.value_or(para::default_preset(rate, frame_len));
   const Image image = read_image(name);
   if (image[rate_word] != rate)

@@ -43,7 +43,7 @@ Check check_canceller_on(const Evidence &evidence) {
 
 Check check_delay_found(const Evidence &evidence) {
   Check check{"delay_found", "Delay found by the library"};
-  const double block = evidence.frame_seconds() / 2, tail = 2 * evidence.frame_seconds();
+  const double block = evidence.frame_seconds() / blocks_per_frame, tail = filter_frames * evidence.frame_seconds();
   check.limit =
       fmt::format("{:.0f} ms before to {:.0f} ms behind the echo, most of the time", ms(tail - block), ms(block));
   check.numbers = {{"error_ms", nullptr}, {"share_found", nullptr}, {"first_found_s", nullptr}};

@@ -87,9 +87,9 @@ Check check_reach(const Evidence &evidence) {
   const Setup &setup = evidence.setup;
   const bool tracks = parameter(setup, "aec", "track_delay") == 1;
   const double fixed = parameter(setup, "aec", "echo_delay") / setup.rate;
-  const double tail = 2.0 * setup.frame_len / setup.rate;
-  constexpr int candidates = 31; // half frames that the tracking looks back
-  const double reach = std::min(AEC_MAX_DELAY, candidates * setup.frame_len / 2) / double(setup.rate);
+  const double tail = double(filter_frames * setup.frame_len) / setup.rate;
+  const int look_back = (delay_candidates - 1) * setup.frame_len / blocks_per_frame;
+  const double reach = std::min(AEC_MAX_DELAY, look_back) / double(setup.rate);
   const double least = tracks ? 0 : fixed, most = tracks ? reach : fixed + tail;
 
   Check check{"reach", "Reach of the library"};

@@ -23,7 +23,7 @@ void check_suppressor(const Values &values, Findings &findings) {
                 "both suppressors are on; echo_ratio alone then shapes the sound, coherence only replaces a "
                 "diverged filter's output");
   constexpr double deep_divisor = 10; // a gain of 0.5 becomes 0.09
-  for (int32_t g = 0; g < config::group_count(values.rate()); ++g) {
+  for (int32_t g = 0; g < group_count(values.rate()); ++g) {
     const double divisor = values("aec.suppressor.odds_divisor", g);
     if (divisor == 0)
       out.warning("odds_divisor", "{} has 0, which lifts its gain to nearly 1; echo there is heard",
@@ -35,7 +35,7 @@ void check_suppressor(const Values &values, Findings &findings) {
 }
 
 void check_knees(const Values &values, SectionFindings &out) {
-  for (int32_t g = 0; g < config::group_count(values.rate()); ++g) {
+  for (int32_t g = 0; g < group_count(values.rate()); ++g) {
     const double res_low = values(out.path("residual_low"), g), res_high = values(out.path("residual_high"), g);
     const double ratio_low = values(out.path("ratio_low"), g), ratio_high = values(out.path("ratio_high"), g);
     if (res_low > res_high)
@@ -59,7 +59,7 @@ void check_knees(const Values &values, SectionFindings &out) {
 void check_count(const Values &values, SectionFindings &out) {
   const int from = std::max(int(values(out.path("count_from"))), 0);
   const int to = int(values(out.path("count_to"))), need = int(values(out.path("count_min")));
-  const int bands = config::band_count(values.rate()), counted = std::min(to, bands) - from;
+  const int bands = band_count(values.rate()), counted = std::min(to, bands) - from;
   const char *muted = "the near-end talker is muted whenever the far end talks";
   const char *open = "every frame counts as double talk: single talk is never muted, and faint echo stays";
   if (counted <= 0)

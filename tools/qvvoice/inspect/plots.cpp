@@ -31,7 +31,7 @@ double decibels(double power, double lowest) { return std::max(10 * std::log10(s
 /// A line that is level across each group's bands.
 std::vector<ChartPoint> per_group(const Values &values, const std::string &key, double lowest) {
   std::vector<ChartPoint> points;
-  for (int32_t g = 0; g < config::group_count(values.rate()); ++g) {
+  for (int32_t g = 0; g < group_count(values.rate()); ++g) {
     const double y = decibels(values(key, g), lowest);
     points.push_back({4.0 * g, y});
     points.push_back({4.0 * g + 4, y});
@@ -40,7 +40,7 @@ std::vector<ChartPoint> per_group(const Values &values, const std::string &key, 
 }
 
 void shade_unjudged(const Values &values, SvgPanel &panel) {
-  for (int32_t g = 0; g < config::group_count(values.rate()); ++g)
+  for (int32_t g = 0; g < group_count(values.rate()); ++g)
     if (values("aec.double_talk.judge", g) != 1)
       panel.shade(4.0 * g, 4.0 * g + 4);
 }
@@ -56,7 +56,7 @@ void draw_groups(const Values &values, const Lines &lines, double lowest, SvgPan
 }
 
 Axis group_axis(const Values &values) {
-  const int32_t groups = config::group_count(values.rate());
+  const int32_t groups = group_count(values.rate());
   Axis axis{"Hz, at the edges of the groups of four bands", 0, 4.0 * groups, 4, {"0"}};
   for (int32_t g = 0; g < groups; ++g)
     axis.labels.push_back(fmt::format("{:.0f}", group_range(values.rate(), g).high));

@@ -52,7 +52,7 @@ Subject read_folder(const std::string &folder) {
   const std::filesystem::path path = folder;
   const auto in = [&](const char *name) { return (path / name).string(); };
   const Audio mic = read(in("mic.wav")).audio;
-  if (mic.rate != 8000 && mic.rate != 16000)
+  if (!rate_served(mic.rate))
     throw InputError("{}: has {} Hz; 8000 or 16000 Hz is needed", in("mic.wav"), mic.rate);
   const size_t length = mic.samples.size();
   Subject subject{path.filename().string(),

@@ -8,7 +8,7 @@
 namespace qv::tool::para {
 
 double band_hz(int32_t rate, double band) {
-  const double last = config::band_count(rate) - 1;
+  const double last = band_count(rate) - 1;
   const double wanted = bark(float(rate) * 0.5f) * std::clamp(band, 0.0, last) / last;
   double low = 0, high = rate * 0.5;
   while (high - low > 0.01) {

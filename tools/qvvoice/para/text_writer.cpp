@@ -51,7 +51,7 @@ std::string field_line(const Field &field, const Image &image) {
 
 std::string group_ranges(int32_t rate) {
   std::vector<std::string> ranges;
-  for (int32_t g = 0; g < config::group_count(rate); ++g) {
+  for (int32_t g = 0; g < group_count(rate); ++g) {
     const HzRange range = group_range(rate, g);
     ranges.push_back(fmt::format("{:.0f}-{:.0f}", range.low, range.high));
   }

@@ -13,9 +13,6 @@ namespace qv::tool::para {
 using config::Field;
 using config::Image;
 
-/// Whether the library has this rate, and so knows where the fields of a file lie.
-constexpr bool rate_served(int64_t rate) { return rate == 8000 || rate == 16000; }
-
 /// "tx.agc.knee_low_db"
 std::string path_of(const Field &field);
 

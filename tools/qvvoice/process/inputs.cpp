@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 
+#include "dsp/layout.h"
 #include "support/error.h"
 
 namespace qv::tool::process {
@@ -122,7 +123,7 @@ Inputs open_inputs(const Options &options) {
     if (stereo)
       check_stereo(*source, *reader);
     if (inputs.rate == 0)
-      inputs.rate = options.rate.value_or(reader->rate() <= 8000 ? 8000 : 16000);
+      inputs.rate = options.rate.value_or(reader->rate() <= narrow_rate ? narrow_rate : wide_rate);
     input.emplace(role, *source, reader, inputs.rate);
   }
   return inputs;
