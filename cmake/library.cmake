@@ -16,6 +16,7 @@ target_include_directories(qvvoice_fields PUBLIC ${PROJECT_SOURCE_DIR}/src ${PRO
 # Compiles the sources once: NAME, then the compiler's options for them.
 function(qvvoice_compile name)
   qvvoice_add_kissfft(${name}_kissfft ${ARGN})
+  qvvoice_add_kissfft_lanes(${name}_kissfft_lanes ${ARGN})
   add_library(${name}_objects OBJECT ${QVVOICE_SOURCES})
   target_include_directories(${name}_objects PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/include)
   # No contraction and no reassociation: every build gives the same bits. Neither errno nor trapping
@@ -23,14 +24,15 @@ function(qvvoice_compile name)
   target_compile_options(${name}_objects PRIVATE -ffp-contract=off -fno-math-errno -fno-trapping-math -fno-exceptions
     -fno-rtti ${ARGN})
   target_compile_definitions(${name}_objects PRIVATE QVVOICE_VERSION="${PROJECT_VERSION}")
-  target_link_libraries(${name}_objects PRIVATE qvvoice_warnings ${name}_kissfft)
+  target_link_libraries(${name}_objects PRIVATE qvvoice_warnings ${name}_kissfft ${name}_kissfft_lanes)
   set_target_properties(${name}_objects PROPERTIES POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON)
 endfunction()
 
 # Makes a library NAME of TYPE, SHARED or STATIC, from what qvvoice_compile(OBJECTS) has compiled.
 function(qvvoice_link name type objects)
-  add_library(${name} ${type} $<TARGET_OBJECTS:${objects}_objects> $<TARGET_OBJECTS:qvvoice_fields>)
+  add_library(${name} ${type} $<TARGET_OBJECTS:${objects}_objects> $<TARGET_OBJECTS:${objects}_kissfft_lanes>
+    $<TARGET_OBJECTS:qvvoice_fields>)
   target_include_directories(${name}
     PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   if(QVVOICE_KISSFFT STREQUAL "source")
