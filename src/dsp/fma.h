@@ -9,6 +9,7 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <type_traits>
 
 namespace qv {
 
@@ -69,7 +70,9 @@ inline constexpr bool has_fma = false;
 
 /// a * b + c, rounded once.
 template <class Real> inline Real fma(Real a, Real b, Real c) {
-  if constexpr (has_fma)
+  if constexpr (has_fma && std::is_same_v<Real, double>)
+    return __builtin_fma(a, b, c); // std::fma of doubles is a call without optimisation
+  else if constexpr (has_fma)
     return std::fma(a, b, c);
   else
     return emulated::fma(a, b, c);

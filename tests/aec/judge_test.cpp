@@ -77,6 +77,7 @@ TEST(DoubleTalk, every_judgement_is_that_of_the_formulas) {
                            0.07f};
   AecDtdState st;
   AEC_DtdInit(&para, &st);
+  EXPECT_EQ(std::ranges::count(std::span(st.aswBandFarActive, bands), 2), bands);
   SlowJudge slow{para};
   int32_t kinds[3] = {}, partial = 0;
   for (uint32_t frame = 0; frame < 600; ++frame) {
@@ -98,6 +99,7 @@ TEST(DoubleTalk, every_judgement_is_that_of_the_formulas) {
     ASSERT_NEAR(st.fPresenceThr, slow.threshold, 1e-5) << "frame " << frame;
     for (size_t b = 0; b < bands; ++b) {
       ASSERT_EQ(error[b], passed[b]);
+      ASSERT_NEAR(st.afResTimeSm[b] / slow.average[b], 1, 1e-4) << "frame " << frame << ", band " << b;
       ASSERT_NEAR(presence[b], slow.presence[b], 1e-3) << "frame " << frame << ", band " << b;
       partial += presence[b] > 0.1f && presence[b] < 0.9f;
     }
@@ -152,7 +154,8 @@ TEST(Suppressor, every_frame_is_that_of_the_formulas) {
     AEC_NlpInit(&para, &st);
     AecDtdState dtd;
     AecDtdPara judged = g_stVoicePara.stAec.stDtd;
-    judged.afBandFarThr[2] = judged.afBandFarThr[5] = 1e9f; // bands without echo, up to the last
+    judged.afBandFarThr[0] = judged.afBandFarThr[2] = judged.afBandFarThr[5] =
+        1e9f; // bands without echo, up to the last
     AEC_DtdInit(&judged, &dtd);
     SlowSpectrum near, far, error, echo;
     Signal anr(bins), tail(n);

@@ -85,6 +85,7 @@ TEST(Trace, suppressor_gain_is_its_mean_one_while_passing_none_while_muted) {
     const Layout &layout = all_layouts[1];
     start(layout, suppressor);
     EXPECT_EQ(trace().suppressor_gain, 1.f);
+    EXPECT_EQ(trace().talk_state, 2);
     const Call call(layout, 150);
     Samples out(160);
     int32_t passed = 0, muted = 0, between = 0;
@@ -101,6 +102,36 @@ TEST(Trace, suppressor_gain_is_its_mean_one_while_passing_none_while_muted) {
     EXPECT_EQ(passed + muted + between, 150);
     EXPECT_GT(std::min({passed, muted, between}), 5);
   }
+}
+
+// Means over the bands of both reducers, with the presence that mixes the two gains: gain = floor^(1 - p) present^p.
+TEST(Trace, noise_is_that_of_the_reducers) {
+  const Layout &layout = all_layouts[1];
+  ASSERT_EQ(QV_VOICE_InitImage(busy_image(8000).data(), 8000, 160), QV_VOICE_OK);
+  EXPECT_EQ(trace().tx_noise.noise_db, -100.f);
+  const Call call(layout, 100);
+  Samples sent(160), played(160);
+  int32_t between = 0;
+  for (size_t at = 0; at < call.mic.size(); at += 160) {
+    VOICE_Process(&call.far[at], played.data(), &call.mic[at], sent.data(), 0);
+    const QvVoiceTrace t = trace();
+    for (const auto &[state, shown] : {std::pair{&process.stAnrTx, &t.tx_noise}, {&process.stAnrRx, &t.rx_noise}}) {
+      const AnrEnhance &enh = state->stEnhance;
+      double noise = 0, gain = 0, presence = 0;
+      for (size_t b = 0; b < 24; ++b) {
+        noise += double(enh.pfNoiseBand[b]) / 24;
+        gain += double(enh.pfGain[b]) / 24;
+        const double p = std::log(enh.pfGain[b] / 0.1) / std::log(enh.pfGainH1[b] / 0.1);
+        presence += std::clamp(p, 0.0, 1.0) / 24;
+      }
+      EXPECT_NEAR(shown->noise_db, noise > 0 ? 10 * std::log10(noise) : -100, 1e-3);
+      EXPECT_NEAR(shown->mean_gain, gain, 1e-4);
+      EXPECT_NEAR(shown->speech_presence, presence, 1e-3);
+      between += presence > 0.1 && presence < 0.9;
+    }
+  }
+  EXPECT_GT(between, 20);
+  EXPECT_EQ(QV_VOICE_Destory(), QV_VOICE_OK);
 }
 
 } // namespace

@@ -193,7 +193,7 @@ TEST(Replacement, an_equaliser_follows_another) {
       ASSERT_EQ(qv_call_receive(fresh.get(), &noise[at], &expected[at]), QV_VOICE_OK);
     }
     EXPECT_NE(Samples(out.begin(), out.begin() + 320), Samples(expected.begin(), expected.begin() + 320));
-    EXPECT_EQ(Samples(out.begin() + 4 * 320, out.end()), Samples(expected.begin() + 4 * 320, expected.end()));
+    EXPECT_EQ(Samples(out.begin() + 3 * 320, out.end()), Samples(expected.begin() + 3 * 320, expected.end()));
   }
 }
 
@@ -238,6 +238,15 @@ TEST(Replacement, keeps_what_the_canceller_has_learnt) {
     ASSERT_EQ(qv_call_trace(call.get(), &after), QV_VOICE_OK);
     EXPECT_TRUE(c.word != echo_delay || after.echo_delay == c.value) << after.echo_delay;
   }
+  // The canceller goes and comes in the pause; while it runs, the output may not be the microphone.
+  for (const auto &[enabled, status] : {std::pair{0, QV_VOICE_OK}, {1, QV_VOICE_BAD_ARGUMENT}}) {
+    image[canceller] = int16_t(enabled);
+    ASSERT_EQ(qv_call_replace_parameters(call.get(), image.data(), nullptr), QV_VOICE_OK);
+    run(call.get(), layout, Call(layout, 20));
+    Samples buffer(320), silent(320);
+    EXPECT_EQ(qv_call_transmit(call.get(), buffer.data(), silent.data(), buffer.data()), status) << enabled;
+  }
+
   const CallPtr fresh = make_call(layout, image); // the given delay holds from the start
   run(fresh.get(), layout, Call(layout, 1));
   ASSERT_EQ(qv_call_trace(fresh.get(), &after), QV_VOICE_OK);

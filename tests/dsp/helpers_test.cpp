@@ -57,9 +57,11 @@ TEST(Filter, preemphasis_of_values_is_that_of_samples_across_frames) {
   const auto signal = noise_samples(1, 480, 32767);
   std::vector<float> values(signal.begin(), signal.end()), expected(signal.size());
   float memory = 0, memory16 = 0;
-  VOICE_FilterPreemph16(signal.data(), &memory16, expected.data(), 480, 0.9f);
-  for (const auto &[at, count] : {std::pair{0, 1}, {1, 159}, {160, 320}})
+  for (const auto &[at, count] : {std::pair{0, 1}, {1, 159}, {160, 320}, {0, 0}}) {
+    VOICE_FilterPreemph16(&signal[size_t(at)], &memory16, &expected[size_t(at)], count, 0.9f);
     VOICE_FilterPreemph(&values[size_t(at)], &memory, &values[size_t(at)], count, 0.9f);
+  }
+  EXPECT_NEAR(expected[479], signal[479] - 0.9 * signal[478], 0.01);
   EXPECT_EQ(values, expected);
   EXPECT_EQ(memory, memory16);
 }
