@@ -50,10 +50,9 @@ void synthesise(int16_t *out, AnrState &st, const qv::Services &dsp) {
 
 } // namespace
 
-void qv::anr::process(const int16_t *in, int16_t *out, AnrState &state, const Services &dsp) {
+void qv::anr::follow(const int16_t *in, AnrState &state, const Services &dsp) {
   const int32_t n = state.swFrameLen;
   if (state.swAnrEnable == 0) {
-    std::copy_n(in, n, out);
     std::fill_n(state.pfBinGain, n, 1.f);
     return;
   }
@@ -61,7 +60,15 @@ void qv::anr::process(const int16_t *in, int16_t *out, AnrState &state, const Se
   update_gains(state);
   compute_bins(dsp.bank, state.stEnhance.pfGain, state.pfBinGain);
   state.pfBinGain[n] = 0;
-  apply_bin_gains(state.pfSpectrum, state.pfBinGain, n);
+}
+
+void qv::anr::process(const int16_t *in, int16_t *out, AnrState &state, const Services &dsp) {
+  follow(in, state, dsp);
+  if (state.swAnrEnable == 0) {
+    std::copy_n(in, state.swFrameLen, out);
+    return;
+  }
+  apply_bin_gains(state.pfSpectrum, state.pfBinGain, state.swFrameLen);
   taper_low_bins(state.pfSpectrum);
   synthesise(out, state, dsp);
 }

@@ -12,6 +12,10 @@ bool init(const AnrPara &para, AnrState &state);
 /// Takes over the tuning of a record for the same layout, between two frames; the tracked noise stays.
 void retune(const AnrPara &para, AnrState &state);
 
+/// Takes a frame in and leaves its gains in `pfBinGain`, without an output: for those who apply the gains themselves. Off:
+/// gains of 1.
+void follow(const int16_t *in, AnrState &state, const Services &dsp);
+
 /// ANR_Process.
 void process(const int16_t *in, int16_t *out, AnrState &state, const Services &dsp);
 

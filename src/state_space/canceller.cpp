@@ -1,0 +1,227 @@
+#include "state_space/canceller.h"
+
+#include "dsp/arrays.h"
+#include "dsp/sample.h"
+#include "qvvoice/dsp/layout.h"
+
+namespace qv::state_space {
+
+namespace {
+
+constexpr FilterKind steady_kind{over_partitions, 0.9995, 1};
+constexpr FilterKind quick_kind{0, 0.98, 0.05f};
+
+constexpr float follow_below = 0.7f; // the quick filter's error over the steady one's
+constexpr float throw_back_above = 3;
+constexpr float least_followed = 100; // mean square of an error that is worth it
+constexpr float muted_below = 2;      // mean square: dither at most
+constexpr float far_speech = 1000;    // mean square of a reference from which the path can be learnt
+constexpr float unbounded = 1e15f;    // energy that no frame has; false for an undefined one: a filter has run away
+constexpr float found_peak = 6;       // of an arrival, over the rms
+constexpr int32_t found_frames = 3;   // for which it must last
+constexpr float not_cancelled = 0.5f; // error over microphone: the filter does not hold the echo
+constexpr int32_t room_in_front = 3;  // partitions kept for an echo that comes earlier than it was found
+constexpr int32_t room_behind = 5;    // partitions that its reverberation needs at the least
+
+constexpr auto owned = [](Canceller &c, auto visit) {
+  for (SplitSpectrum *spectrum : {&c.steady_error, &c.quick_error, &c.windowed_error}) {
+    visit(spectrum->re, c.stride);
+    visit(spectrum->im, c.stride);
+  }
+};
+
+int64_t energy_of(const int16_t *samples, int32_t n) {
+  int64_t sum = 0;
+  for (int32_t i = 0; i < n; ++i)
+    sum += int32_t(samples[i]) * samples[i];
+  return sum;
+}
+
+/// An echo that lies in front of the filter or too near its end: moves the bulk delay to it.
+void align(Canceller &c) {
+  const Arrival &a = c.arrival;
+  c.far_frames = c.reference.power_at(0) > far_speech ? c.far_frames + 1 : 0;
+  const int32_t frame = a.lag / c.n, place = frame - c.delay;
+  const bool found = a.peak > found_peak && a.lasting >= found_frames && c.far_frames > found_frames &&
+                     c.steady.energy > not_cancelled * c.mic_energy;
+  if (!found || (place >= 0 && place <= c.steady.partitions - room_behind))
+    return;
+  const int32_t wanted = std::clamp(frame - room_in_front, 0, c.most_delay), by = wanted - c.delay;
+  if (by == 0)
+    return;
+  shift(by, c.steady);
+  shift(by, c.quick);
+  forget(c.drift);
+  c.delay = wanted;
+}
+
+/// Estimates of both filters, time samples. @param echo  [2][2N] written, the last N of each hold
+void estimate(float (&echo)[2][2 * QV_MAX_FRAME], Canceller &c) {
+  for (Filter *f : {&c.steady, &c.quick}) {
+    rotate(c.drift.turn, *f);
+    predict(c.reference, c.delay, *f);
+  }
+  const SplitSpectrum steady = c.steady.echo[0], quick = c.quick.echo[0];
+  c.transform.inverse({{steady.re, steady.im}, {quick.re, quick.im}, {}, {}}, {echo[0], echo[1], nullptr, nullptr});
+}
+
+/// The errors' spectra: of both filters' for their updates, of the one that goes on for arrival and suppressor.
+void analyse(float (&blocks)[2][2 * QV_MAX_FRAME], const float *error, Canceller &c) {
+  float arriving[2 * QV_MAX_FRAME] = {}, windowed[2 * QV_MAX_FRAME];
+  for (int32_t i = 0; i < c.n; ++i)
+    arriving[c.n + i] = error[i] * c.arrival.window[i];
+  window_error(error, windowed, c.suppressor);
+  c.transform.forward({blocks[0], blocks[1], arriving, windowed},
+                      {c.steady_error, c.quick_error, c.windowed_error, c.suppressor.error});
+}
+
+/// The steady filter follows a quick one that leaves less; a quick one that leaves much more starts again from it.
+void compare(bool following, Canceller &c) {
+  if (following) {
+    follow(c.quick, c.steady);
+    c.steady.energy = c.quick.energy;
+  } else if (c.quick.energy > throw_back_above * c.steady.energy) {
+    copy_path(c.steady, c.quick);
+    c.quick.energy = c.steady.energy;
+  }
+}
+
+/// Errors of both filters in place of their estimates, behind N zeros; filters that have run away start again.
+void subtract(const int16_t *mic, float (&errors)[2][2 * QV_MAX_FRAME], Canceller &c) {
+  const int32_t n = c.n;
+  const float scale = 1 / float(2 * n), weight = 1 - c.energy_keep;
+  Filter *filters[] = {&c.steady, &c.quick};
+  for (int32_t f = 0; f < 2; ++f) {
+    float *error = errors[f] + n;
+    std::fill_n(errors[f], n, 0.f);
+    float energy = 0;
+    for (int32_t i = 0; i < n; ++i) {
+      error[i] = float(mic[i]) - scale * error[i];
+      energy += error[i] * error[i];
+    }
+    filters[f]->energy += weight * (energy - filters[f]->energy);
+  }
+  c.report.mic_energy_prev = c.report.mic_energy;
+  c.report.mic_energy = energy_of(mic, n);
+  const auto energy = float(c.report.mic_energy);
+  c.muted = energy < muted_below * float(n);
+  c.mic_energy += weight * (energy - c.mic_energy);
+  if (c.steady.energy < unbounded && c.quick.energy < unbounded)
+    return;
+  forget(c.drift);
+  for (int32_t f = 0; f < 2; ++f) {
+    reset(*filters[f]);
+    std::copy_n(mic, n, errors[f] + n);
+  }
+}
+
+/// Sample around which the path's energy lies behind the reference.
+int32_t centre_of(const Canceller &c) {
+  float most = 0;
+  int32_t place = 0;
+  for (int32_t p = 0; p < c.steady.partitions; ++p) {
+    const SplitSpectrum w = c.steady.path[p];
+    float power = 0;
+    for (int32_t k = 0; k < c.n; ++k)
+      power += w.re[k] * w.re[k] + w.im[k] * w.im[k];
+    if (power > most) {
+      most = power;
+      place = p;
+    }
+  }
+  return (c.delay + place) * c.n + c.n / 2;
+}
+
+void report(const int16_t *out, Canceller &c) {
+  const Suppressor &s = c.suppressor;
+  FrameReport &r = c.report;
+  r.path_changed = s.change.changed;
+  r.single_talk = s.single_talk;
+  r.talking = s.talker.talking;
+  r.far_heard = s.far_frames > 0;
+  r.echo_centre = centre_of(c);
+  r.filter_delay = c.delay * c.n;
+  r.drift_ppm = c.drift.ppm();
+  r.residual_power = s.residual_power;
+  r.explained = c.mic_energy > 0 ? std::clamp(1 - c.steady.energy / c.mic_energy, 0.f, 1.f) : 0;
+  r.gain = s.gain;
+  r.out_energy = energy_of(out, c.n);
+}
+
+} // namespace
+
+bool init(int32_t rate, int32_t frame_len, const Tuning &tuning, bool noise_reduced, uint32_t seed, Canceller &c) {
+  const Shape shape = shape_of(rate, frame_len, tuning.tail_ms);
+  c = {};
+  c.n = frame_len;
+  c.stride = shape.stride;
+  c.most_delay = shape.delays - room_in_front;
+  c.energy_keep = shape.keep(0.85);
+  const bool taken[] = {
+      take(c, owned),
+      c.transform.init(2 * frame_len),
+      init(shape, c.reference),
+      init(shape, steady_kind, c.steady),
+      init(shape, quick_kind, c.quick),
+      init(shape, c.arrival),
+      init(shape, c.drift),
+      init(shape, noise_reduced, seed, c.suppressor),
+      c.to_lags.init(c.arrival.length),
+  };
+  retune(tuning, c);
+  return std::ranges::all_of(taken, [](bool done) { return done; });
+}
+
+void destroy(Canceller &c) {
+  give_back(c, owned);
+  c.transform.destroy();
+  c.to_lags.destroy();
+  destroy(c.reference);
+  destroy(c.steady);
+  destroy(c.quick);
+  destroy(c.arrival);
+  destroy(c.drift);
+  destroy(c.suppressor);
+}
+
+void retune(const Tuning &tuning, Canceller &c) { tune(tuning, c.suppressor); }
+
+void cancel(const int16_t *mic, const int16_t *ref, int16_t *error, Canceller &c) {
+  const int32_t n = c.n;
+  push(ref, c.reference, c.transform);
+  push(c.reference.at(0), c.arrival);
+  constrain(c.steady, c.quick, c.transform);
+
+  float errors[2][2 * QV_MAX_FRAME];
+  estimate(errors, c);
+  subtract(mic, errors, c);
+  const bool following = c.quick.energy < follow_below * c.steady.energy && c.steady.energy > least_followed * float(n);
+  const float *going_on = errors[following ? 1 : 0] + n;
+  analyse(errors, going_on, c);
+  if (!c.muted) {
+    adapt(c.reference, c.delay, c.steady_error, c.steady);
+    adapt(c.reference, c.delay, c.quick_error, c.quick);
+  }
+  search(c.windowed_error, c.arrival, c.to_lags);
+  align(c);
+  compare(following, c);
+  observe(c.steady, c.reference.power_at(c.delay) > far_speech, c.drift);
+  to_samples(error, n, [&](int32_t i) { return going_on[i]; });
+  c.report.linear_energy = energy_of(error, n);
+}
+
+void suppress(const float *noise_gain, int16_t *out, Canceller &c) {
+  Suppressor &s = c.suppressor;
+  float samples[QV_MAX_FRAME];
+  const EchoState state{c.steady.echo[0], c.steady.uncertainty, c.reference.power_at(c.delay), c.muted};
+  suppress(state, c.arrival, noise_gain, c.transform, samples, s);
+  to_samples(out, c.n, [&](int32_t i) { return samples[i]; });
+  if (s.change.changed) {
+    copy_path(c.steady, c.quick);
+    open(c.steady, c.quick);
+    open(c.steady, c.steady);
+  }
+  report(out, c);
+}
+
+} // namespace qv::state_space

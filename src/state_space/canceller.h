@@ -1,0 +1,64 @@
+/// @file canceller.h  The state-space echo canceller: in place of the one in aec/, around the noise reducer.
+///
+/// A frame has two halves. cancel() takes the echo's estimate off the microphone; the noise reducer hears what is left,
+/// so that no gain of its own stands between loudspeaker and filter; suppress() takes off what is left of the echo and
+/// applies the noise reducer's gain. The output is a frame late.
+#pragma once
+
+#include "state_space/drift.h"
+#include "state_space/suppressor.h"
+
+namespace qv::state_space {
+
+/// What a frame did, for the trace.
+struct FrameReport {
+  bool path_changed = false;
+  bool single_talk = false; ///< only the far end is heard: the output is the background
+  bool talking = false;     ///< the near end talks
+  bool far_heard = false;
+  int32_t echo_centre = 0;  ///< samples after the reference around which the path's energy lies
+  int32_t filter_delay = 0; ///< samples of bulk delay in front of the filters
+  float drift_ppm = 0;      ///< by which the microphone's clock is faster
+  float residual_power = 0; ///< expected residual echo, mean square
+  float explained = 0;      ///< share of the microphone's power that the filter took off, lately
+  float gain = 1;           ///< mean over the bins, before noise reduction
+  // Energies of one frame; the output lags by a frame.
+  int64_t mic_energy = 0, mic_energy_prev = 0, linear_energy = 0, out_energy = 0;
+};
+
+struct Canceller {
+  int32_t n = 0;
+  int32_t delay = 0; ///< frames of bulk delay in front of the filters
+  int32_t most_delay = 0;
+  float energy_keep = 0;
+  float mic_energy = 0;     ///< averaged as the filters' errors
+  int32_t far_frames = 0;   ///< in a row in which the reference says something
+  bool muted = false;       ///< the microphone's frame was digital silence
+  BatchTransform transform; ///< of 2N points
+  BatchTransform to_lags;
+  Reference reference;
+  Filter steady; ///< whose estimate counts
+  Filter quick;  ///< trusts the error more; where it leaves less, the steady one follows
+  Arrival arrival;
+  Drift drift;
+  Suppressor suppressor;
+  SplitSpectrum steady_error{}, quick_error{}, windowed_error{}; ///< [stride]
+  int32_t stride = 0;
+  FrameReport report;
+};
+
+/// Takes all memory. @param noise_reduced  whether a noise reducer follows  @param seed  of what fills, any value
+/// @return whether memory was there; what could be had is in `c` either way, for destroy()
+bool init(int32_t rate, int32_t frame_len, const Tuning &tuning, bool noise_reduced, uint32_t seed, Canceller &c);
+void destroy(Canceller &c);
+
+/// Takes over tuning between two frames; the length of the tail stays, and what was learnt.
+void retune(const Tuning &tuning, Canceller &c);
+
+/// @param mic,ref  [N]  @param error  [N] the microphone without the echo's estimate; may be `mic`
+void cancel(const int16_t *mic, const int16_t *ref, int16_t *error, Canceller &c);
+
+/// @param noise_gain  [N] per bin  @param out  [N]
+void suppress(const float *noise_gain, int16_t *out, Canceller &c);
+
+} // namespace qv::state_space
