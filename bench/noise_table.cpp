@@ -82,11 +82,10 @@ Material make_material(int rate) {
 Signal reduce_noise(const Signal &in, int rate, int frame_ms, double noise_scale) {
   Setup setup = make_setup({}, rate, frame_ms);
   for (const qv::config::Field &field : qv::config::fields) {
-    int16_t &word = setup.para[size_t(field.word(rate, 0))];
     if (field.name == "swAgcEnable" || field.name == "swEqEnable")
-      word = 0;
+      set_value(field, setup.para, 0, 0);
     if (field.name == "fNoiseScale")
-      word = qv::config::encode(field, noise_scale);
+      set_value(field, setup.para, 0, noise_scale);
   }
   return to_signal(run_rx(setup, to_samples(in), {.compensate = true, .progress = {}}).played);
 }

@@ -29,11 +29,11 @@ qv::config::Image everything_on(int rate) {
   qv::config::Image image = qv::config::default_image(rate);
   for (const qv::config::Field &field : qv::config::fields) {
     if (field.name == "swEqEnable")
-      image[size_t(field.word(rate, 0))] = 1;
+      set_value(field, image, 0, 1);
     if (field.name == "swHalfTapNum")
-      image[size_t(field.word(rate, 0))] = 65;
+      set_value(field, image, 0, 65);
     if (field.name == "afCoef")
-      image[size_t(field.word(rate, 64))] = 32767;
+      set_value(field, image, 64, 1); // the nearest below
   }
   return image;
 }

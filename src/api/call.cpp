@@ -15,7 +15,7 @@
 #include "qvvoice/dsp/memory.h"
 
 struct qv_call {
-  VoicePara para{}; ///< last given
+  qv::Parameters parameters{}; ///< last given
   VoiceProcess state{};
   FftState tx_fft{};
   FilterBand band{};
@@ -41,14 +41,14 @@ qv_call_config whole_config(const qv_call_config &given) {
 /// The generator's states are 1 .. 2^31 - 2.
 uint32_t generator_seed(uint32_t seed) { return seed % 2147483646u + 1; }
 
-bool convert_marked(const int16_t *words, int32_t rate, int32_t frame_len, VoicePara &para) {
-  return words[magic_word] == magic && convert(words, rate, frame_len, para);
+bool convert_marked(const int16_t *words, int32_t rate, int32_t frame_len, qv::Parameters &parameters) {
+  return words[magic_word] == magic && convert(words, rate, frame_len, parameters);
 }
 
 bool start(qv_call &c) {
-  const int32_t rate = c.para.swSampleRate, n = c.para.swFrameLen;
+  const int32_t rate = c.parameters.block.swSampleRate, n = c.parameters.block.swFrameLen;
   return qv::take_transforms(c.tx_fft, {n, 2 * n}) && qv::take_bank(c.bank, float(rate), qv::band_count(rate), n) &&
-         c.call.init(c.para, true);
+         c.call.init(c.parameters, true);
 }
 
 bool overlap(const int16_t *a, const int16_t *b, int32_t n) {
@@ -64,14 +64,14 @@ int32_t qv_call_create(const qv_call_config *config, const int16_t *words, qv_ca
   if (!config || config->size < least_config || !words || !call)
     return QV_VOICE_BAD_ARGUMENT;
   const qv_call_config whole = whole_config(*config);
-  VoicePara para{};
-  if (!convert_marked(words, whole.sample_rate, whole.frame_length, para))
+  qv::Parameters parameters{};
+  if (!convert_marked(words, whole.sample_rate, whole.frame_length, parameters))
     return QV_VOICE_REFUSED;
   void *memory = VOICE_Alloc(sizeof(qv_call));
   if (!memory)
     return QV_VOICE_OUT_OF_MEMORY;
   auto *made = new (memory) qv_call(generator_seed(whole.noise_seed));
-  made->para = para;
+  made->parameters = parameters;
   if (!start(*made)) {
     qv_call_destroy(made);
     return QV_VOICE_OUT_OF_MEMORY;
@@ -119,13 +119,15 @@ int32_t qv_call_receive(qv_call *call, const int16_t *in, int16_t *out) {
 int32_t qv_call_replace_parameters(qv_call *call, const int16_t *words, uint32_t *effects) {
   if (!call || !words)
     return QV_VOICE_BAD_ARGUMENT;
-  VoicePara para{};
-  if (!convert_marked(words, call->para.swSampleRate, call->para.swFrameLen, para))
+  const VoicePara &held = call->parameters.block;
+  qv::Parameters parameters{};
+  if (!convert_marked(words, held.swSampleRate, held.swFrameLen, parameters) ||
+      !qv::replaceable(call->parameters, parameters))
     return QV_VOICE_REFUSED;
   if (effects)
-    *effects = qv::effects_of_change(call->para, para);
-  call->para = para;
-  call->call.replace(para);
+    *effects = qv::effects_of_change(call->parameters, parameters);
+  call->parameters = parameters;
+  call->call.replace(parameters);
   return QV_VOICE_OK;
 }
 

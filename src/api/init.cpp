@@ -24,13 +24,13 @@ void release() {
 
 bool is_marked(const int16_t *image) { return image[qv::config::magic_word] == qv::config::magic; }
 
-/// Starts every stage with what the parameter block holds.
+/// Starts every stage with what the last converted image left.
 QvVoiceStatus start() {
   const int32_t rate = g_stVoicePara.swSampleRate, frame_len = g_stVoicePara.swFrameLen;
   VOICE_FftInit();
   const bool transforms = qv::has_all_transforms(g_stFft);
   const bool bank = qv::take_process_bank(float(rate), qv::band_count(rate), frame_len);
-  if (transforms && bank && process_call.init(g_stVoicePara, false))
+  if (transforms && bank && process_call.init({g_stVoicePara, qv::config::process_echo_control}, false))
     return QV_VOICE_OK;
   VOICE_FftDestroy();
   VOICE_SignalDestroy();

@@ -30,7 +30,8 @@ bool receive_pauses(int32_t reduces, const VoicePara &to) { return (reduces != 0
 
 } // namespace
 
-bool Call::init(const VoicePara &para, bool replaceable) {
+bool Call::init(const Parameters &parameters, bool replaceable) {
+  const VoicePara &para = parameters.block;
   state_ = {};
   state_.swSampleRate = para.swSampleRate;
   state_.swFrameLen = para.swFrameLen;
@@ -84,12 +85,17 @@ void Call::note_latency(const VoicePara &para) {
   rx_latency_ = (rx_overlaps ? para.swFrameLen : 0) + delay_of(para.stEqRx);
 }
 
-void Call::replace(const VoicePara &para) {
-  wanted_.write(para);
-  note_latency(para);
+void Call::replace(const Parameters &parameters) {
+  wanted_.write(parameters);
+  note_latency(parameters.block);
 }
 
-uint32_t effects_of_change(const VoicePara &from, const VoicePara &to) {
+bool replaceable(const Parameters &from, const Parameters &to) {
+  return from.echo_control.enable == to.echo_control.enable;
+}
+
+uint32_t effects_of_change(const Parameters &before, const Parameters &after) {
+  const VoicePara &from = before.block, &to = after.block;
   const auto relearns = [&] {
     if (to.stAec.swAecEnable != 1)
       return false;
@@ -109,18 +115,18 @@ uint32_t effects_of_change(const VoicePara &from, const VoicePara &to) {
 
 void Call::transmit(const int16_t *mic, const int16_t *ref, int16_t *out) {
   if (tx_replacement_.fetch(wanted_)) {
-    const VoicePara &next = tx_replacement_.next();
+    const VoicePara &next = tx_replacement_.next().block;
     if (transmit_pauses(state_.stAec.swAecEnable, state_.stAnrTx.swAnrEnable, next)) {
       tx_replacement_.pause();
     } else {
-      retune_transmit(next);
+      retune_transmit(tx_replacement_.next());
       tx_replacement_.cross_over(next.stAgcTx, next.stEqTx, state_.stAgcTx);
     }
   }
   run_transmit(mic, ref, out);
   if (tx_replacement_.shape(out, state_.swFrameLen)) {
-    const VoicePara &next = tx_replacement_.next();
-    retune_transmit(next);
+    const VoicePara &next = tx_replacement_.next().block;
+    retune_transmit(tx_replacement_.next());
     tx_replacement_.change(next.stAgcTx, next.stEqTx, state_.stAgcTx, state_.stEqTx);
   }
   publish_transmit();
@@ -128,7 +134,7 @@ void Call::transmit(const int16_t *mic, const int16_t *ref, int16_t *out) {
 
 void Call::receive(const int16_t *in, int16_t *out) {
   if (rx_replacement_.fetch(wanted_)) {
-    const VoicePara &next = rx_replacement_.next();
+    const VoicePara &next = rx_replacement_.next().block;
     if (receive_pauses(state_.stAnrRx.swAnrEnable, next)) {
       rx_replacement_.pause();
     } else {
@@ -138,7 +144,7 @@ void Call::receive(const int16_t *in, int16_t *out) {
   }
   run_receive(in, out);
   if (rx_replacement_.shape(out, state_.swFrameLen)) {
-    const VoicePara &next = rx_replacement_.next();
+    const VoicePara &next = rx_replacement_.next().block;
     anr::retune(next.stAnrRx, state_.stAnrRx);
     rx_replacement_.change(next.stAgcRx, next.stEqRx, state_.stAgcRx, state_.stEqRx);
   }
@@ -163,7 +169,8 @@ void Call::run_receive(const int16_t *in, int16_t *out) {
   rx_replacement_.run_post(out, state_.stAgcRx, state_.stEqRx);
 }
 
-void Call::retune_transmit(const VoicePara &para) {
+void Call::retune_transmit(const Parameters &parameters) {
+  const VoicePara &para = parameters.block;
   aec::retune(para.stAec, state_.stAec, tx_.bank);
   anr::retune(para.stAnrTx, state_.stAnrTx);
   post::retune(para.stCngTx, state_.stCngTx);

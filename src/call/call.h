@@ -7,10 +7,10 @@
 #include "call/published.h"
 #include "call/replacement.h"
 #include "call/snapshot.h"
+#include "config/parameters.h"
 #include "dsp/services.h"
 #include "post/stages.h"
 #include "qvvoice/api/process.h"
-#include "qvvoice/config/para.h"
 
 namespace qv {
 
@@ -30,7 +30,7 @@ public:
   /// Takes all memory and starts every stage. Nothing is held before: destroy() first.
   /// @param replaceable  with room for any parameters of the same layout
   /// @return whether memory was there; without, nothing is held
-  bool init(const VoicePara &para, bool replaceable);
+  bool init(const Parameters &parameters, bool replaceable);
   void destroy();
   bool ready() const { return ready_; }
 
@@ -40,7 +40,7 @@ public:
 
   /// Hands over parameters for the same layout; each direction takes them up between two frames of its own. By one
   /// thread at a time, of a call that was initialised as replaceable.
-  void replace(const VoicePara &para);
+  void replace(const Parameters &parameters);
 
   /// With the parameters last given; from any thread.
   Latency latency() const { return {tx_latency_.load(), rx_latency_.load()}; }
@@ -52,7 +52,7 @@ public:
 private:
   void run_transmit(const int16_t *mic, const int16_t *ref, int16_t *out);
   void run_receive(const int16_t *in, int16_t *out);
-  void retune_transmit(const VoicePara &para);
+  void retune_transmit(const Parameters &parameters);
   void note_latency(const VoicePara &para);
   void publish_transmit();
   void publish_receive();
@@ -70,11 +70,14 @@ private:
   Published<ReceiveSnapshot> rx_trace_;
 
   std::atomic<int32_t> tx_latency_{0}, rx_latency_{0};
-  Published<VoicePara> wanted_;
+  Published<Parameters> wanted_;
   Replacement tx_replacement_, rx_replacement_;
 };
 
-/// What going over from one block to another does beyond retuning (qvvoice/call.h).
-uint32_t effects_of_change(const VoicePara &from, const VoicePara &to);
+/// Whether a running call can go over: what the state-space canceller needs is taken when the call is made, or not.
+bool replaceable(const Parameters &from, const Parameters &to);
+
+/// What going over does beyond retuning (qvvoice/call.h).
+uint32_t effects_of_change(const Parameters &from, const Parameters &to);
 
 } // namespace qv

@@ -39,7 +39,7 @@ bool Replacement::init(const EqPara &eq) {
 
 void Replacement::destroy() { EQ_Destroy(&spare_eq_); }
 
-bool Replacement::fetch(const Published<VoicePara> &wanted) {
+bool Replacement::fetch(const Published<Parameters> &wanted) {
   const uint32_t version = wanted.version();
   if (version == seen_ || phase_ != Phase::steady || !wanted.try_read(next_))
     return false;

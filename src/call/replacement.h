@@ -7,7 +7,7 @@
 #pragma once
 
 #include "call/published.h"
-#include "qvvoice/config/para.h"
+#include "config/parameters.h"
 
 namespace qv {
 
@@ -19,13 +19,13 @@ public:
 
   /// Takes the parameters that were handed over last, unless a change is still under way or a writer is at work.
   /// @return whether there are new ones, in next()
-  bool fetch(const Published<VoicePara> &wanted);
-  const VoicePara &next() const { return next_; }
+  bool fetch(const Published<Parameters> &wanted);
+  const Parameters &next() const { return next_; }
 
   /// Begins the way through silence.
   void pause() { phase_ = Phase::fade_out; }
 
-  /// Goes over to the gain control and equaliser of a block, at once where nothing can be heard of it.
+  /// Goes over to the gain control and equaliser of these, at once where nothing can be heard of it.
   void cross_over(const AgcPara &agc_para, const EqPara &eq_para, AgcState &agc);
 
   /// The same in silence.
@@ -44,7 +44,7 @@ private:
   uint32_t seen_ = 0;
   Phase phase_ = Phase::steady;
   int32_t frames_left_ = 0; ///< of crossing or silence
-  VoicePara next_{};
+  Parameters next_{};
   EqPara eq_para_{}; ///< of the equaliser that runs
   AgcState spare_agc_{};
   EqState spare_eq_{};

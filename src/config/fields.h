@@ -8,11 +8,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <string_view>
 #include <type_traits>
 
+#include "config/parameters.h"
 #include "dsp/layout.h"
-#include "qvvoice/config/para.h"
 
 namespace qv::config {
 
@@ -21,8 +22,14 @@ inline constexpr int32_t rate_word = 0;
 inline constexpr int32_t magic_word = 9;
 inline constexpr int16_t magic = 1111; ///< word 9 of a file that is to be converted
 
-/// How a signed 16-bit word becomes a slot of the parameter block.
+/// Where a file says that it speaks of the state-space echo canceller: two words, so that a stray value does not. The
+/// words behind them belong to that canceller only then.
+inline constexpr int32_t echo_mark_word = 450;
+inline constexpr std::array<int16_t, 2> echo_mark = {0x5156, 0x4543}; ///< "QV" and "EC"
+
+/// How words become a slot of the parameters.
 enum class Encoding {
+  mark,    ///< 32-bit integer: 1 where both words hold the mark, else 0
   integer, ///< sign-extended to 32 bits
   int16,   ///< as it is
   whole,   ///< float, no scaling
@@ -52,16 +59,17 @@ enum class Extent {
   taps,   ///< EQ_MAX_HALF_TAPS
 };
 
-/// One element of a slot or the slots of an array: how a word gets there.
+/// One element of a slot or the slots of an array: how a value gets there.
 struct Slot {
   Encoding encoding;
   Extent extent;
-  void (*store)(VoicePara &block, int32_t element, int16_t word);
+  void (*store)(Parameters &parameters, int32_t element, double value);
 };
 
 /// Whether an encoding makes values of the type that a slot has.
 template <class Value> constexpr bool makes(Encoding encoding) {
   switch (encoding) {
+  case Encoding::mark:
   case Encoding::integer:
     return std::is_same_v<Value, int32_t>;
   case Encoding::int16:
@@ -71,10 +79,17 @@ template <class Value> constexpr bool makes(Encoding encoding) {
   }
 }
 
-/// The slot of a member of one of the block's records; its extent follows from the member's type.
-/// @tparam record  the record, from the block: a pointer to member or a function
+/// One of the records. @param record  from the parameters or their block: a pointer to member or a function
+template <auto record> constexpr auto &reach(Parameters &parameters) {
+  if constexpr (std::is_invocable_v<decltype(record), Parameters &>)
+    return std::invoke(record, parameters);
+  else
+    return std::invoke(record, parameters.block);
+}
+
+/// The slot of a member of one of the records; its extent follows from the member's type.
 template <Encoding encoding, auto record, auto member> constexpr Slot slot() {
-  using Member = std::remove_reference_t<decltype(std::invoke(record, std::declval<VoicePara &>()).*member)>;
+  using Member = std::remove_reference_t<decltype(reach<record>(std::declval<Parameters &>()).*member)>;
   using Value = std::remove_extent_t<Member>;
   constexpr size_t count = std::is_array_v<Member> ? std::extent_v<Member> : 1;
   static_assert(makes<Value>(encoding), "the encoding makes values of another type than the slot has");
@@ -83,12 +98,11 @@ template <Encoding encoding, auto record, auto member> constexpr Slot slot() {
           count == 1               ? Extent::scalar
           : count == QV_MAX_GROUPS ? Extent::groups
                                    : Extent::taps,
-          [](VoicePara &block, [[maybe_unused]] int32_t element, int16_t word) {
-            const auto value = Value(Value(word) * Value(unit_of(encoding)));
+          [](Parameters &parameters, [[maybe_unused]] int32_t element, double value) {
             if constexpr (count == 1)
-              std::invoke(record, block).*member = value;
+              reach<record>(parameters).*member = Value(value);
             else
-              (std::invoke(record, block).*member)[element] = value;
+              (reach<record>(parameters).*member)[element] = Value(value);
           }};
 }
 
@@ -110,7 +124,13 @@ struct Field : Slot {
   constexpr int32_t word(int32_t rate, int32_t element) const {
     return word_base + word_groups * group_count(rate) + word_stride * element;
   }
-  constexpr bool is_switch() const { return encoding == Encoding::integer && least == 0 && greatest == 1; }
+  /// Words that it takes: word(rate, 0), word(rate, 1) and so on.
+  constexpr int32_t words(int32_t rate) const {
+    return encoding == Encoding::mark ? int32_t(echo_mark.size()) : count(rate);
+  }
+  constexpr bool is_switch() const {
+    return encoding == Encoding::mark || (encoding == Encoding::integer && least == 0 && greatest == 1);
+  }
 };
 
 namespace table {
@@ -119,6 +139,8 @@ constexpr AecPara &aec(VoicePara &block) { return block.stAec; }
 constexpr AecDelayPara &delay(VoicePara &block) { return block.stAec.stDelay; }
 constexpr AecNlpPara &nlp(VoicePara &block) { return block.stAec.stNlp; }
 constexpr AecDtdPara &dtd(VoicePara &block) { return block.stAec.stDtd; }
+constexpr state_space::Tuning &echo_tuning(Parameters &parameters) { return parameters.echo_control; }
+inline constexpr std::string_view echo_control_section = "echo_control";
 
 using enum Encoding;
 
@@ -234,6 +256,19 @@ inline constexpr std::array comfort_noise = std::to_array<Field>({
   {at<whole, &VoicePara::stCngTx, &CngPara::fNoiseGain>, "tx.cng", "noise_gain", "fNoiseGain", 442, 0, 0, "", 0, 32767, 8,
    "amplitude of the noise source: the product with noise_level counts"},
 });
+
+inline constexpr std::array echo_control = std::to_array<Field>({
+  {at<mark, echo_tuning, &state_space::Tuning::enable>, echo_control_section, "enable", "enable", echo_mark_word, 0, 1, "", 0, 1, 0,
+   "lets the state-space echo canceller take the place of the other one; aec.enable switches either"},
+  {at<whole, echo_tuning, &state_space::Tuning::tail_ms>, echo_control_section, "tail_ms", "tail_ms", 452, 0, 0, "ms", 100, 320, 320,
+   "length of the echo path behind its bulk delay"},
+  {at<whole, echo_tuning, &state_space::Tuning::depth_db>, echo_control_section, "depth_db", "depth_db", 453, 0, 0, "dB", 20, 80, 50,
+   "attenuation of what is left of the echo while only the far end talks"},
+  {at<q12, echo_tuning, &state_space::Tuning::care>, echo_control_section, "care", "care", 454, 0, 0, "", 0, 1, 0.5f,
+   "0 removes all echo at the talker's cost, 1 keeps the talker at the price of some echo"},
+  {at<q12, echo_tuning, &state_space::Tuning::background>, echo_control_section, "background", "background", 455, 0, 0, "", 0, 1, 1,
+   "share of the room's background that is heard in place of the echo"},
+});
 // clang-format on
 
 template <size_t... sizes> constexpr auto join(const std::array<Field, sizes> &...parts) {
@@ -254,7 +289,7 @@ inline constexpr std::array fields = table::join(
     table::noise_reducer<&VoicePara::stAnrTx>("tx.anr", 100), table::noise_reducer<&VoicePara::stAnrRx>("rx.anr", 110),
     table::gain_control<&VoicePara::stAgcTx>("tx.agc", 120), table::gain_control<&VoicePara::stAgcRx>("rx.agc", 140),
     table::equaliser<&VoicePara::stEqTx>("tx.eq", 160), table::equaliser<&VoicePara::stEqRx>("rx.eq", 300), //
-    table::comfort_noise);
+    table::comfort_noise, table::echo_control);
 
 struct Section {
   std::string_view name;
@@ -266,6 +301,7 @@ inline constexpr auto sections = std::to_array<Section>({
     {"aec", "Echo canceller"},
     {"aec.suppressor", "Residual echo suppressor"},
     {"aec.double_talk", "Double-talk detector"},
+    {table::echo_control_section, "State-space echo canceller"},
     {"tx.anr", "Noise reducer of the transmit path"},
     {"tx.agc", "Gain control of the transmit path"},
     {"tx.eq", "Equaliser of the transmit path"},
@@ -277,11 +313,20 @@ inline constexpr auto sections = std::to_array<Section>({
 
 using Image = std::array<int16_t, word_count>;
 
-/// The word that holds a value in the field's unit, rounded to the nearest and kept within 16 bits.
-int16_t encode(const Field &field, double value);
+using Words = std::span<const int16_t, word_count>; ///< of an image whose word 0 is a served rate
 
-/// The value of a word in the field's unit.
-constexpr double decode(const Field &field, int16_t word) { return double(word) * unit_of(field.encoding); }
+/// Whether the words of a field are its own: those of the state-space canceller are only behind their mark.
+bool owns_words(const Field &field, Words words);
+
+/// The value of an element in the field's unit; the default where the field does not own its words.
+double value_of(const Field &field, Words words, int32_t element = 0);
+
+/// Puts a value in, rounded to the nearest step and kept within 16 bits. Words that the field does not own stay. The
+/// state-space canceller's switch brings and takes the words behind it: on, they begin at their defaults; off, at 0.
+void set_value(const Field &field, Image &image, int32_t element, double value);
+
+/// Puts every field that owns its words into its slot. The state-space canceller's record is zero without the mark.
+void store_fields(Words words, Parameters &parameters);
 
 /// Every field at its default. @param rate  a served one, in Hz
 Image default_image(int32_t rate);

@@ -4,6 +4,7 @@
 #include "config/fields.h"
 
 VoicePara g_stVoicePara;
+qv::state_space::Tuning qv::config::process_echo_control;
 
 static_assert(sizeof(VoicePara) ==
                   4 + sizeof(AecPara) + 2 * (sizeof(AnrPara) + sizeof(AgcPara) + sizeof(EqPara) + sizeof(CngPara)),
@@ -13,12 +14,6 @@ namespace {
 
 using namespace qv;
 using namespace qv::config;
-
-void convert_words(const int16_t *file, int32_t rate, VoicePara &block) {
-  for (const Field &field : fields)
-    for (int32_t i = 0; i < field.count(rate); ++i)
-      field.store(block, i, file[field.word(rate, i)]);
-}
 
 void set_sizes(int32_t rate, int32_t frame_len, VoicePara &block) {
   const int32_t bands = band_count(rate);
@@ -63,15 +58,20 @@ void set_fixed_tuning(VoicePara &block) {
 
 } // namespace
 
-bool qv::config::convert(const int16_t *file, int32_t rate, int32_t frame_len, VoicePara &block) {
+bool qv::config::convert(const int16_t *file, int32_t rate, int32_t frame_len, Parameters &parameters) {
   if (!layout_served(rate, frame_len) || file[rate_word] != rate)
     return false;
-  convert_words(file, rate, block);
-  set_sizes(rate, frame_len, block);
-  set_fixed_tuning(block);
+  store_fields(Words(file, word_count), parameters);
+  set_sizes(rate, frame_len, parameters.block);
+  set_fixed_tuning(parameters.block);
   return true;
 }
 
 int32_t VOICE_SetPara_1(const int16_t *file, int32_t sampleRate, int32_t frameLen) {
-  return convert(file, sampleRate, frameLen, g_stVoicePara) ? 0 : 2;
+  Parameters parameters{g_stVoicePara, process_echo_control};
+  if (!convert(file, sampleRate, frameLen, parameters))
+    return 2;
+  g_stVoicePara = parameters.block;
+  process_echo_control = parameters.echo_control;
+  return 0;
 }

@@ -255,4 +255,21 @@ TEST(Replacement, keeps_what_the_canceller_has_learnt) {
   EXPECT_EQ(qv_call_replace_parameters(call.get(), image.data(), &effects), QV_VOICE_REFUSED);
 }
 
+// Its memory is there from the start or never: switched either way, the words are refused and the call goes on.
+TEST(Replacement, refuses_to_switch_the_state_space_canceller) {
+  const Image without = quiet_image(16000);
+  Image with = without, tuned = without;
+  for (Image *image : {&with, &tuned})
+    set_value(qv::config::table::echo_control[0], *image, 0, 1);
+  set_value(qv::config::table::echo_control[1], tuned, 0, 200);
+  for (const auto &[first, refused, taken] : {std::tuple{without, with, without}, {with, without, tuned}}) {
+    const CallPtr call = make_call(wide, first);
+    uint32_t effects = 99;
+    EXPECT_EQ(qv_call_replace_parameters(call.get(), refused.data(), &effects), QV_VOICE_REFUSED);
+    EXPECT_EQ(effects, 99u);
+    EXPECT_EQ(qv_call_replace_parameters(call.get(), taken.data(), &effects), QV_VOICE_OK);
+    EXPECT_EQ(effects, 0u);
+  }
+}
+
 } // namespace

@@ -13,6 +13,8 @@ namespace {
 using namespace qv::test;
 using namespace qv::config;
 
+constexpr const Field &enable = table::echo_control[0];
+
 /// Every word different from its neighbours and from its value in another rate's image.
 Image counting_image(int32_t rate) {
   Image image;
@@ -101,20 +103,86 @@ TEST(Para, refusal_writes_nothing) {
 // must survive the way into a word and back.
 TEST(Fields, each_has_words_of_its_own_and_a_sensible_default) {
   for (const int32_t rate : {8000, 16000}) {
+    Image image = default_image(rate);
+    set_value(enable, image, 0, 1);
     std::set<int32_t> words = {rate_word, magic_word};
     size_t count = words.size();
     for (const Field &field : fields) {
-      for (int32_t i = 0; i < field.count(rate); ++i, ++count)
+      for (int32_t i = 0; i < field.words(rate); ++i, ++count)
         words.insert(field.word(rate, i));
-      EXPECT_EQ(field.word_stride == 0, field.extent == Extent::scalar) << field.name;
+      EXPECT_EQ(field.word_stride == 0, field.words(rate) == 1) << field.name;
       EXPECT_LE(field.least, field.preset) << field.name;
       EXPECT_GE(field.greatest, field.preset) << field.name;
-      for (const double value : {field.least, field.preset, field.greatest})
-        EXPECT_NEAR(decode(field, encode(field, value)), value, double(unit_of(field.encoding))) << field.name;
+      for (const double value : {field.least, field.preset, field.greatest}) {
+        Image changed = image;
+        set_value(field, changed, 0, value);
+        EXPECT_NEAR(value_of(field, changed), value, double(unit_of(field.encoding))) << field.name;
+      }
     }
     EXPECT_EQ(words.size(), count) << "two fields share a word at " << rate;
-    EXPECT_EQ(count, rate == 8000 ? 362u : 380u);
+    EXPECT_EQ(count, rate == 8000 ? 368u : 386u);
     EXPECT_EQ(VOICE_SetPara_1(default_image(rate).data(), rate, rate / 50), 0);
+  }
+}
+
+// A word of the mark alone, the two exchanged, or strays behind them: nobody has asked for the other canceller.
+TEST(EchoControl, is_zero_without_the_whole_mark) {
+  const qv::state_space::Tuning none{};
+  const int16_t first = echo_mark[0], second = echo_mark[1];
+  for (const auto &[a, b] : {std::pair<int16_t, int16_t>{0, 0},
+                             {first, 0},
+                             {0, second},
+                             {second, first},
+                             {first, first},
+                             {1, 1},
+                             {int16_t(first + 1), second},
+                             {first, int16_t(second - 1)}}) {
+    Image image = counting_image(16000);
+    image[echo_mark_word] = a;
+    image[echo_mark_word + 1] = b;
+    qv::Parameters parameters{{}, {1, 1, 1, 1, 1}};
+    store_fields(image, parameters);
+    EXPECT_EQ(std::memcmp(&parameters.echo_control, &none, sizeof none), 0) << a << " " << b;
+    const Image before = image;
+    for (const Field &field : table::echo_control) {
+      EXPECT_FALSE(owns_words(field, image)) << field.name;
+      EXPECT_EQ(value_of(field, image), double(field.preset)) << field.name;
+      set_value(field, image, 0, field.encoding == Encoding::mark ? 0 : double(field.least));
+    }
+    EXPECT_EQ(image, before) << "strays are nobody's to change";
+  }
+}
+
+// All that an older library reads stays, whatever is said of the other canceller, and nothing is left of it when it is
+// switched off.
+TEST(EchoControl, comes_and_goes_in_words_of_its_own) {
+  for (const int32_t rate : {8000, 16000}) {
+    const Image plain = counting_image(rate);
+    Image image = plain;
+    set_value(enable, image, 0, 1);
+    for (size_t word = 0; word < image.size(); ++word)
+      EXPECT_TRUE(image[word] == plain[word] || (word >= 450 && word < 456)) << word;
+    qv::Parameters before, after;
+    store_fields(plain, before);
+    store_fields(image, after);
+    EXPECT_EQ(std::memcmp(&before.block, &after.block, sizeof before.block), 0);
+    const auto expect_tuning = [&](int32_t on, float tail_ms, float depth_db, float care, float background) {
+      const qv::state_space::Tuning &tuning = after.echo_control;
+      EXPECT_EQ(tuning.enable, on);
+      EXPECT_EQ(tuning.tail_ms, tail_ms);
+      EXPECT_EQ(tuning.depth_db, depth_db);
+      EXPECT_EQ(tuning.care, care);
+      EXPECT_EQ(tuning.background, background);
+    };
+    expect_tuning(1, 320, 50, 0.5f, 1);
+    const int16_t words[] = {200, 35, 1024, -4096};
+    std::copy_n(words, 4, image.begin() + 452);
+    set_value(enable, image, 0, 1); // it is on: its values stay
+    store_fields(image, after);
+    expect_tuning(1, 200, 35, 0.25f, -1);
+    set_value(enable, image, 0, 0);
+    for (size_t word = 450; word < 456; ++word)
+      EXPECT_EQ(image[word], 0) << word;
   }
 }
 

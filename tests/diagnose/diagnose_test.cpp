@@ -17,7 +17,7 @@ using namespace test;
 void set(Recording &call, const char *section, const char *key, double value) {
   for (const config::Field &field : config::fields)
     if (field.section == section && field.key == key)
-      call.setup.para[size_t(field.word(rate, 0))] = config::encode(field, value);
+      set_value(field, call.setup.para, 0, value);
 }
 
 void quiet_ref(Recording &call, double gain) {

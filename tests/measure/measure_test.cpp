@@ -140,7 +140,7 @@ TEST(Output, the_gain_of_the_agc_is_taken_out) {
     for (const auto &[section, name, value] : values)
       for (const config::Field &field : config::fields)
         if (field.section == section && field.name == name)
-          setup.para[size_t(field.word(rate, 0))] = config::encode(field, value);
+          set_value(field, setup.para, 0, value);
     return measure(call.subject, run_library(call.subject, setup));
   };
   const Results plain = measured(0);

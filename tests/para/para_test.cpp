@@ -134,8 +134,8 @@ TEST(RoundTrip, any_words_come_back_from_their_text) {
     ASSERT_EQ(read.image, image) << "image " << i << "\n" << text;
   }
   EXPECT_EQ(write_text(config::default_image(8000)).find("[raw]"), std::string::npos) << "only what is there";
-  EXPECT_EQ(shortest(*find_field("tx.anr.noise_scale"), 31130), "0.95");
-  EXPECT_EQ(shortest(*find_field("tx.agc.knee_low_db"), -641), "-20.03");
+  EXPECT_EQ(shortest(*find_field("tx.anr.noise_scale"), 31130. / 32768), "0.95");
+  EXPECT_EQ(shortest(*find_field("tx.agc.knee_low_db"), -641. / 32), "-20.03");
 }
 
 class ParaVerb : public InFolder {

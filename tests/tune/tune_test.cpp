@@ -160,7 +160,7 @@ want = [{measure = "erle_far_db", at_least = 40, point = 2}, {measure = "near_lo
 
 double value(const config::Image &image, const char *key, int element = 0) {
   const auto field = std::ranges::find(config::fields, std::string_view(key), &config::Field::key);
-  return decode(*field, image[size_t(field->word(rate, element))]);
+  return value_of(*field, image, element);
 }
 
 TEST(Plan, puts_numbers_into_words_and_finds_them_again) {

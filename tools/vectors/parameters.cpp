@@ -69,19 +69,24 @@ const Field &field_of(std::string_view section, std::string_view name) {
   std::abort();
 }
 
+/// @param steps  as the file stores them
+void set_steps(const Field &field, Image &image, int32_t element, int32_t steps) {
+  set_value(field, image, element, steps * double(unit_of(field.encoding)));
+}
+
 void set(Image &image, int32_t rate, const Word &word) {
   const Field &field = field_of(word.section, word.name);
   for (int32_t i = 0; i < field.count(rate); ++i)
-    image[size_t(field.word(rate, i))] = int16_t(word.value);
+    set_steps(field, image, i, word.value);
 }
 
 /// Half of a response: taps of falling size on both sides of a large centre.
-void set_taps(Image &image, int32_t rate, std::string_view section, int32_t half_taps, uint32_t seed) {
+void set_taps(Image &image, std::string_view section, int32_t half_taps, uint32_t seed) {
   const Field &field = field_of(section, "afCoef");
   for (int32_t i = 0; i < half_taps; ++i) {
     seed = seed * 1664525u + 1013904223u;
     const int32_t tap = (int32_t(seed >> 16) - 32768) / (16 + 4 * (half_taps - i));
-    image[size_t(field.word(rate, i))] = int16_t(i == half_taps - 1 ? 26000 : tap);
+    set_steps(field, image, i, i == half_taps - 1 ? 26000 : tap);
   }
 }
 
@@ -111,8 +116,8 @@ Image make_image(const StageSet &stages, int32_t rate) {
   };
   for (const Word &word : switches)
     set(image, rate, word);
-  set_taps(image, rate, "tx.eq", stages.half_taps, 5);
-  set_taps(image, rate, "rx.eq", stages.half_taps, 6);
+  set_taps(image, "tx.eq", stages.half_taps, 5);
+  set_taps(image, "rx.eq", stages.half_taps, 6);
   return image;
 }
 

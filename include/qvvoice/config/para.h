@@ -32,7 +32,8 @@ typedef struct VoicePara {
 
 extern QV_API VoicePara g_stVoicePara; ///< zero at load; kept across initialisations
 
-/// Converts an image into g_stVoicePara. No field is checked for range.
+/// Converts an image into g_stVoicePara; what it says of the state-space echo canceller is kept beside it, for the next
+/// initialisation. No field is checked for range.
 /// @param file        [500] words
 /// @param sampleRate  8000 or 16000, and word 0 of the image
 /// @param frameLen    128 or 160 at 8000 Hz, 256 or 320 at 16000 Hz

@@ -27,7 +27,7 @@ double active_seconds(const Samples &ref, const Setup &setup) {
 double parameter(const Setup &setup, std::string_view section, std::string_view key) {
   for (const config::Field &field : config::fields)
     if (field.section == section && field.key == key)
-      return config::decode(field, setup.para[size_t(field.word(setup.rate, 0))]);
+      return config::value_of(field, setup.para);
   throw std::logic_error("no such parameter");
 }
 

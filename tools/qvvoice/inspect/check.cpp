@@ -25,7 +25,7 @@ std::string effect_beyond(const Field &field, double value) {
 
 void check_range(const Field &field, const Values &values, Findings &findings) {
   for (int32_t i = 0; i < field.count(values.rate()); ++i) {
-    const double value = config::decode(field, values.image()[size_t(field.word(values.rate(), i))]);
+    const double value = config::value_of(field, values.image(), i);
     if (value >= field.least && value <= field.greatest)
       continue;
     const std::string element = field.extent == config::Extent::scalar ? "" : fmt::format("value {}: ", i + 1);

@@ -42,19 +42,19 @@ Difference difference(const Field &field, const Image &a, const Image &b) {
           std::string(field.meaning)};
 }
 
-bool same_words(const Field &field, const Image &a, const Image &b) {
+bool same_values(const Field &field, const Image &a, const Image &b) {
   const int32_t rate_a = a[config::rate_word], rate_b = b[config::rate_word];
   if (field.count(rate_a) != field.count(rate_b))
     return false;
   for (int32_t i = 0; i < field.count(rate_a); ++i)
-    if (a[size_t(field.word(rate_a, i))] != b[size_t(field.word(rate_b, i))])
+    if (config::value_of(field, a, i) != config::value_of(field, b, i))
       return false;
   return true;
 }
 
 /// Words that no field of either file reads.
 void compare_raw(const Image &a, const Image &b, std::vector<Difference> &found) {
-  const auto read_a = words_read(a[config::rate_word]), read_b = words_read(b[config::rate_word]);
+  const auto read_a = words_read(a), read_b = words_read(b);
   const auto value = [](const Image &image, const std::vector<bool> &read, size_t word) {
     return read[word] && int(word) != config::magic_word ? "-" : std::to_string(image[word]);
   };
@@ -74,7 +74,7 @@ std::vector<Difference> diff(const Image &a, const Image &b) {
     found.push_back({"rate", std::to_string(rate_a), std::to_string(rate_b), "Hz", "sample rate"});
   if (rate_served(rate_a) && rate_served(rate_b))
     for (const Field &field : config::fields)
-      if (!same_words(field, a, b))
+      if (!same_values(field, a, b))
         found.push_back(difference(field, a, b));
   compare_raw(a, b, found);
   return found;

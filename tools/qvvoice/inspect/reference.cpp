@@ -19,7 +19,7 @@ bool in_section(const Field &field, const std::string &section) {
 
 /// "20", "18 .. 32 by 2", "30, 37 .. 79": the words of a field at a rate.
 std::string words_of(const Field &field, int32_t rate) {
-  const int32_t first = field.word(rate, 0), last = field.word(rate, field.count(rate) - 1);
+  const int32_t first = field.word(rate, 0), last = field.word(rate, field.words(rate) - 1);
   if (first == last)
     return std::to_string(first);
   return field.word_stride == 1 ? fmt::format("{} .. {}", first, last)
@@ -29,7 +29,7 @@ std::string words_of(const Field &field, int32_t rate) {
 std::string default_of(const Field &field) {
   if (field.is_switch())
     return field.preset != 0 ? "true" : "false";
-  return shortest(field, config::encode(field, field.preset));
+  return shortest(field, double(field.preset));
 }
 
 std::string range_of(const Field &field) {

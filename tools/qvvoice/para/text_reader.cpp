@@ -28,23 +28,14 @@ void note_lines(const toml::table &table, std::string_view path, FindingLog &log
 /// Reads the sections of a text into an image that holds base or defaults.
 class SectionReader {
 public:
-  SectionReader(Image &image, FindingLog &log)
-      : image_(image), log_(log), rate_(image[config::rate_word]), words_read_(words_read(rate_)) {}
+  SectionReader(Image &image, FindingLog &log) : image_(image), log_(log), rate_(image[config::rate_word]) {}
 
+  /// A switch first: the values beside it may be taken only while it is on.
   void read_table(const toml::table &table, const std::string &path) {
-    for (const auto &[key, node] : table) {
-      const std::string full = joined(path, key.str());
-      if (const Field *field = find_field(full))
-        read_field(*field, node);
-      else if ((is_section(full) || full == raw_section) && !node.is_table())
-        log_.error(full, fmt::format("{}; this is a section: write [{}]", found(node), full));
-      else if (full == raw_section)
-        read_raw(*node.as_table());
-      else if (is_section(full))
-        read_table(*node.as_table(), full);
-      else if (!is_text_key(full))
-        log_.error(full, (node.is_table() ? "no such section" : "no such key") + did_you_mean(nearest_path(full)));
-    }
+    for (const bool switches : {true, false})
+      for (const auto &[key, node] : table)
+        if ((key == "enable") == switches)
+          read_entry(joined(path, key.str()), node);
   }
 
   void read_equaliser(const toml::table &section, const std::string &path, const std::filesystem::path &folder) {
@@ -65,6 +56,19 @@ public:
   }
 
 private:
+  void read_entry(const std::string &full, const toml::node &node) {
+    if (const Field *field = find_field(full))
+      read_field(*field, node);
+    else if ((is_section(full) || full == raw_section) && !node.is_table())
+      log_.error(full, fmt::format("{}; this is a section: write [{}]", found(node), full));
+    else if (full == raw_section)
+      read_raw(*node.as_table());
+    else if (is_section(full))
+      read_table(*node.as_table(), full);
+    else if (!is_text_key(full))
+      log_.error(full, (node.is_table() ? "no such section" : "no such key") + did_you_mean(nearest_path(full)));
+  }
+
   void read_field(const Field &field, const toml::node &node) {
     if (field.extent == config::Extent::scalar)
       return read_element(field, 0, node);
@@ -85,30 +89,35 @@ private:
     const std::optional<double> value = number(field, node, rate_);
     if (!value)
       return log_.error(path_of(field), fmt::format("{}; right would be {}", found(node), right_type(field)));
-    const double word_value = *value / config::unit_of(field.encoding);
+    const double unit = config::unit_of(field.encoding), word_value = *value / unit;
     if (!(word_value >= INT16_MIN - 0.5 && word_value < INT16_MAX + 0.5))
       return log_.error(path_of(field),
                         fmt::format("{} does not fit into the file; right would be {} .. {}", found(node),
-                                    shortest(field, INT16_MIN), shortest(field, INT16_MAX)));
-    const int16_t word = store(field, element, *value);
-    const std::string stored = shortest(field, word);
-    if (*value != config::decode(field, word) && *value != std::stod(stored))
-      log_.warning(path_of(field), fmt::format("{} is stored as {}: the file holds steps of {}", found(node), stored,
-                                               plain(config::unit_of(field.encoding), 7)));
+                                    shortest(field, INT16_MIN * unit), shortest(field, INT16_MAX * unit)));
+    store(field, element, *value);
+    const double taken = config::value_of(field, image_, element);
+    const std::string stored = shortest(field, taken);
+    if (*value == taken || *value == std::stod(stored))
+      return;
+    if (field.encoding == config::Encoding::mark || config::owns_words(field, image_))
+      log_.warning(path_of(field),
+                   fmt::format("{} is stored as {}: the file holds steps of {}", found(node), stored, plain(unit, 7)));
+    else
+      log_.warning(path_of(field), fmt::format("{} is not stored, and has no effect, without {}.enable = true",
+                                               found(node), field.section));
   }
 
-  int16_t store(const Field &field, int32_t element, double value) {
-    return image_[size_t(field.word(rate_, element))] = config::encode(field, value);
-  }
+  void store(const Field &field, int32_t element, double value) { config::set_value(field, image_, element, value); }
 
   void read_raw(const toml::table &words) {
+    const std::vector<bool> read = words_read(image_);
     for (const auto &[key, node] : words) {
       const std::string path = joined(raw_section, key.str());
       const int word = word_number(std::string(key.str()));
       const auto value = node.value_exact<int64_t>();
       if (word < 0)
         log_.error(path, fmt::format("no such word; right would be 0 .. {}", config::word_count - 1));
-      else if (words_read_[size_t(word)] && word != config::magic_word)
+      else if (read[size_t(word)] && word != config::magic_word)
         log_.error(path, "this word has a key of its own: " + owner_of(word, rate_));
       else if (!value || *value != int16_t(*value))
         log_.error(path, fmt::format("{}; right would be a whole number, -32768 .. 32767", found(node)));
@@ -122,7 +131,6 @@ private:
   Image &image_;
   FindingLog &log_;
   int32_t rate_; ///< as the header left it
-  std::vector<bool> words_read_;
 };
 
 } // namespace

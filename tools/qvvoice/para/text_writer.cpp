@@ -16,10 +16,10 @@ namespace {
 
 constexpr size_t line_width = 110, comment_column = 30;
 
-std::string element(const Field &field, int16_t word) {
-  if (field.is_switch() && (word == 0 || word == 1))
-    return word ? "true" : "false";
-  return shortest(field, word);
+std::string element(const Field &field, double value) {
+  if (field.is_switch() && (value == 0 || value == 1))
+    return value == 1 ? "true" : "false";
+  return shortest(field, value);
 }
 
 /// Breaks a comma-separated list into lines.
@@ -70,11 +70,18 @@ std::string section_text(const config::Section &section, const Image &image) {
                      section.name, lines);
 }
 
+/// Whether a file says anything of a section.
+bool holds(const Image &image, const config::Section &section) {
+  return std::ranges::any_of(config::fields, [&](const Field &field) {
+    return field.section == section.name && config::owns_words(field, image);
+  });
+}
+
 /// Words that no field reads and that are not 0, the magic number when it is another, and all words of a
 /// file whose rate is not served.
 std::string raw_text(const Image &image) {
   std::string lines;
-  const std::vector<bool> read = words_read(image[config::rate_word]);
+  const std::vector<bool> read = words_read(image);
   const auto expected = [&](size_t word) {
     return int(word) == config::magic_word && read[word] ? config::magic : int16_t(0);
   };
@@ -112,7 +119,7 @@ std::string toml_value(const Field &field, const Image &image) {
   const int32_t rate = image[config::rate_word];
   std::vector<std::string> items;
   for (int32_t i = 0; i < field.count(rate); ++i)
-    items.push_back(element(field, image[size_t(field.word(rate, i))]));
+    items.push_back(element(field, config::value_of(field, image, i)));
   if (field.extent == config::Extent::scalar)
     return items.front();
   while (field.extent == config::Extent::taps && !items.empty() && items.back() == "0")
@@ -127,7 +134,8 @@ std::string write_text(const Image &image) {
     return raw_text(image);
   std::string text = fmt::format("rate = {} # Hz\n", rate);
   for (const config::Section &section : config::sections)
-    text += section_text(section, image);
+    if (holds(image, section))
+      text += section_text(section, image);
   return text + raw_text(image);
 }
 

@@ -63,7 +63,7 @@ int word_number(const std::string &key) {
 
 std::string owner_of(int32_t word, int32_t rate) {
   for (const Field &field : config::fields)
-    for (int32_t i = 0; i < field.count(rate); ++i)
+    for (int32_t i = 0; i < field.words(rate); ++i)
       if (field.word(rate, i) == word)
         return path_of(field);
   return "rate";

@@ -39,26 +39,28 @@ const Field *find_field(std::string_view path) {
   return found == config::fields.end() ? nullptr : &*found;
 }
 
-std::vector<bool> words_read(int32_t rate) {
+std::vector<bool> words_read(const Image &image) {
+  const int32_t rate = image[config::rate_word];
   std::vector<bool> read(config::word_count, false);
   if (!rate_served(rate))
     return read;
   read[config::rate_word] = read[config::magic_word] = true;
   for (const Field &field : config::fields)
-    for (int32_t i = 0; i < field.count(rate); ++i)
-      read[size_t(field.word(rate, i))] = true;
+    if (config::owns_words(field, image))
+      for (int32_t i = 0; i < field.words(rate); ++i)
+        read[size_t(field.word(rate, i))] = true;
   return read;
 }
 
-std::string shortest(const Field &field, int16_t word) {
-  const double exact = config::decode(field, word);
+std::string shortest(const Field &field, double value) {
+  const double unit = config::unit_of(field.encoding), steps = std::round(value / unit);
   double power = 1;
   for (int decimals = 0; decimals < most_decimals(field.encoding); ++decimals, power *= 10) {
-    const double rounded = std::round(exact * power) / power;
-    if (std::round(rounded / config::unit_of(field.encoding)) == word)
+    const double rounded = std::round(steps * unit * power) / power;
+    if (std::round(rounded / unit) == steps)
       return fmt::format("{:.{}f}", rounded, decimals);
   }
-  return fmt::format("{:.{}f}", exact, most_decimals(field.encoding));
+  return fmt::format("{:.{}f}", steps * unit, most_decimals(field.encoding));
 }
 
 std::string plain(double value, int decimals) {
@@ -75,7 +77,7 @@ double Values::operator()(std::string_view path, int32_t element) const {
   const Field *field = find_field(path);
   if (field == nullptr)
     throw std::out_of_range("no parameter " + std::string(path));
-  return config::decode(*field, image_[size_t(field->word(rate_, element))]);
+  return config::value_of(*field, image_, element);
 }
 
 bool Values::on(std::string_view path) const {
@@ -95,7 +97,7 @@ std::vector<double> Values::half_response(std::string_view section) const {
     return {1.0};
   std::vector<double> taps;
   for (int32_t i = 0; i < half; ++i)
-    taps.push_back(config::decode(coef, image_[size_t(coef.word(rate_, i))]));
+    taps.push_back(config::value_of(coef, image_, i));
   return taps;
 }
 

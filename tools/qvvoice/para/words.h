@@ -21,12 +21,11 @@ const Field *find_field(std::string_view path);
 
 /// Which of the 500 words a field, the rate or the magic number takes; only word 0 has a meaning in a
 /// file whose rate is not served.
-/// @param rate  as in word 0
-std::vector<bool> words_read(int32_t rate);
+std::vector<bool> words_read(const Image &image);
 
-/// The value of a word with the fewest decimals that read back as the same word: 0.95, not
-/// 0.949981689453125.
-std::string shortest(const Field &field, int16_t word);
+/// The step that is nearest to a value, with the fewest decimals that read back as the same step: 0.95,
+/// not 0.949981689453125.
+std::string shortest(const Field &field, double value);
 
 /// A number as a person would write it: up to `decimals`, no trailing zeros.
 std::string plain(double value, int decimals = 4);

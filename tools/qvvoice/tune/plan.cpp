@@ -77,7 +77,7 @@ double place_in(const Move &move, double value) {
 
 double decoded(const Image &image, const Field &field, size_t element) {
   const auto last = size_t(field.count(image[config::rate_word])) - 1;
-  return decode(field, image[size_t(field.word(image[config::rate_word], int32_t(std::min(element, last))))]);
+  return value_of(field, image, int32_t(std::min(element, last)));
 }
 
 /// What the number of a move multiplies, for one element.
@@ -86,8 +86,7 @@ double base_of(const Move &move, const Image &image, size_t element) {
 }
 
 void put(Image &image, const Field &field, size_t element, double value) {
-  image[size_t(field.word(image[config::rate_word], int32_t(element)))] =
-      encode(field, std::clamp(value, double(field.least), double(field.greatest)));
+  set_value(field, image, int32_t(element), std::clamp(value, double(field.least), double(field.greatest)));
 }
 
 } // namespace

@@ -75,7 +75,7 @@ void search(Tuner &tuner, const Plan &plan, const History &history, const Search
 bool differs(const Field &field, const Image &a, const Image &b) {
   const int32_t rate = a[config::rate_word];
   for (int32_t i = 0; i < field.count(rate); ++i)
-    if (a[size_t(field.word(rate, i))] != b[size_t(field.word(rate, i))])
+    if (value_of(field, a, i) != value_of(field, b, i))
       return true;
   return false;
 }
@@ -83,7 +83,7 @@ bool differs(const Field &field, const Image &a, const Image &b) {
 Image with_field_of(const Field &field, Image image, const Image &other) {
   const int32_t rate = image[config::rate_word];
   for (int32_t i = 0; i < field.count(rate); ++i)
-    image[size_t(field.word(rate, i))] = other[size_t(field.word(rate, i))];
+    set_value(field, image, i, value_of(field, other, i));
   return image;
 }
 
