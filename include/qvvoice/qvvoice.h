@@ -120,6 +120,17 @@ typedef struct QvVoiceTrace {
   float tx_agc_gain;     ///< linear gain at the end of the frame; 1 while off
   float rx_agc_gain;     ///< linear gain at the end of the frame; 1 while off
   int32_t comfort_noise; ///< 1 when comfort noise was added to this frame
+
+  /// 1 while the state-space echo canceller runs; else the fields behind it are 0. Of those above, `echo_delay` is then
+  /// where the echo is, `filter_adapted`, the level ratios, `suppressor_gain`, `muted` and `talk_state` mean what they
+  /// say, and the others of the echo canceller are 0.
+  int32_t state_space;
+  int32_t filter_delay;       ///< samples of bulk delay in front of its filter
+  int32_t path_changed;       ///< 1 when it found in this frame that the echo path has changed
+  int32_t single_talk;        ///< 1 while it hears nobody but the far end, and sends the room's background
+  float drift_ppm;            ///< by which it finds the microphone's clock faster than the loudspeaker's
+  float explained;            ///< share of the microphone's power that its filter takes off, lately, 0..1
+  float expected_residual_db; ///< echo that it expects the filter to leave, 10 log10, 16-bit scale; -100 when none
 } QvVoiceTrace;
 
 /// Fills the trace of the last frames.

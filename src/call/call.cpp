@@ -40,7 +40,7 @@ bool Call::init(const Parameters &parameters, bool replaceable) {
   const auto taps = [&](const EqPara &eq) { return replaceable ? post::longest_response : post::tap_count(eq); };
   const bool taken[] = {
       take_transforms(rx_fft_, {2 * para.swFrameLen}),
-      aec::init(para.stAec, state_.stAec, tx_.bank),
+      init_canceller(parameters),
       anr::init(para.stAnrTx, state_.stAnrTx),
       anr::init(para.stAnrRx, state_.stAnrRx),
       post::init(para.stEqTx, state_.stEqTx, taps(para.stEqTx)),
@@ -62,9 +62,21 @@ bool Call::init(const Parameters &parameters, bool replaceable) {
   return ready_;
 }
 
+/// One of the two cancellers, and only its memory.
+bool Call::init_canceller(const Parameters &parameters) {
+  const VoicePara &para = parameters.block;
+  has_state_space_ = parameters.echo_control.enable == 1;
+  if (!has_state_space_)
+    return aec::init(para.stAec, state_.stAec, tx_.bank);
+  state_.stAec.swAecEnable = para.stAec.swAecEnable;
+  return state_space::init(para.swSampleRate, para.swFrameLen, parameters.echo_control, para.stAnrTx.swAnrEnable != 0,
+                           noise_.seed, state_space_);
+}
+
 void Call::destroy() {
   give_back_transforms(rx_fft_);
   AEC_Destroy(&state_.stAec);
+  state_space::destroy(state_space_);
   ANR_Destroy(&state_.stAnrTx);
   ANR_Destroy(&state_.stAnrRx);
   AGC_Destroy(&state_.stAgcTx);
@@ -153,6 +165,11 @@ void Call::receive(const int16_t *in, int16_t *out) {
 
 void Call::run_transmit(const int16_t *mic, const int16_t *ref, int16_t *out) {
   VoiceProcess &st = state_;
+  if (has_state_space_) {
+    run_state_space(mic, ref, out);
+    tx_replacement_.run_post(out, st.stAgcTx, st.stEqTx);
+    return;
+  }
   // The noise reducer keeps its denormals: its minima must not fall to zero in silence, where ratios of
   // zero to zero would read as speech. The stages behind it hold nothing that small that matters.
   anr::process(mic, out, st.stAnrTx, tx_);
@@ -164,6 +181,19 @@ void Call::run_transmit(const int16_t *mic, const int16_t *ref, int16_t *out) {
                 st.stCngTx, tx_, noise_);
 }
 
+/// The noise reducer stands between the canceller's halves: it hears what the filter leaves.
+void Call::run_state_space(const int16_t *mic, const int16_t *ref, int16_t *out) {
+  if (state_.stAec.swAecEnable != 1)
+    return anr::process(mic, out, state_.stAnrTx, tx_);
+  {
+    const FlushDenormals scope;
+    state_space::cancel(mic, ref, out, state_space_);
+  }
+  anr::follow(out, state_.stAnrTx, tx_);
+  const FlushDenormals scope;
+  state_space::suppress(state_.stAnrTx.pfBinGain, out, state_space_);
+}
+
 void Call::run_receive(const int16_t *in, int16_t *out) {
   anr::process(in, out, state_.stAnrRx, {rx_fft_, tx_.bank});
   rx_replacement_.run_post(out, state_.stAgcRx, state_.stEqRx);
@@ -171,7 +201,12 @@ void Call::run_receive(const int16_t *in, int16_t *out) {
 
 void Call::retune_transmit(const Parameters &parameters) {
   const VoicePara &para = parameters.block;
-  aec::retune(para.stAec, state_.stAec, tx_.bank);
+  if (has_state_space_) {
+    state_.stAec.swAecEnable = para.stAec.swAecEnable;
+    state_space::retune(parameters.echo_control, state_space_);
+  } else {
+    aec::retune(para.stAec, state_.stAec, tx_.bank);
+  }
   anr::retune(para.stAnrTx, state_.stAnrTx);
   post::retune(para.stCngTx, state_.stCngTx);
 }
@@ -188,6 +223,8 @@ void Call::publish_transmit() {
   tx_last_.leakage = aec.stMdf.fLeak;
   tx_last_.filter_adapted = aec.stMdf.swAdapted;
   tx_last_.report = report_;
+  tx_last_.has_state_space = has_state_space_;
+  tx_last_.state_space = state_space_.report;
   tx_trace_.write(tx_last_);
 }
 

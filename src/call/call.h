@@ -11,6 +11,7 @@
 #include "dsp/services.h"
 #include "post/stages.h"
 #include "qvvoice/api/process.h"
+#include "state_space/canceller.h"
 
 namespace qv {
 
@@ -50,7 +51,9 @@ public:
   int32_t frame_len() const { return state_.swFrameLen; }
 
 private:
+  bool init_canceller(const Parameters &parameters);
   void run_transmit(const int16_t *mic, const int16_t *ref, int16_t *out);
+  void run_state_space(const int16_t *mic, const int16_t *ref, int16_t *out);
   void run_receive(const int16_t *in, int16_t *out);
   void retune_transmit(const Parameters &parameters);
   void note_latency(const VoicePara &para);
@@ -63,6 +66,8 @@ private:
   post::NoiseSource noise_;
   bool ready_ = false;
 
+  bool has_state_space_ = false; ///< the state-space canceller stands in the other one's place
+  state_space::Canceller state_space_;
   aec::FrameReport report_;
   TransmitSnapshot tx_last_;
   ReceiveSnapshot rx_last_;

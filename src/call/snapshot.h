@@ -7,6 +7,7 @@
 #include "qvvoice/api/process.h"
 #include "qvvoice/dsp/filter_bank.h"
 #include "qvvoice/qvvoice.h"
+#include "state_space/frame_report.h"
 
 namespace qv {
 
@@ -36,6 +37,8 @@ struct TransmitSnapshot {
   float leakage = 0;
   int32_t filter_adapted = 0;
   aec::FrameReport report;
+  int32_t has_state_space = 0; ///< then the next holds in place of the last five
+  state_space::FrameReport state_space;
 };
 
 void take_snapshot(const AnrState &state, NoiseSnapshot &snapshot);

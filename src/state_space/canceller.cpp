@@ -115,23 +115,6 @@ void subtract(const int16_t *mic, float (&errors)[2][2 * QV_MAX_FRAME], Cancelle
   }
 }
 
-/// Sample around which the path's energy lies behind the reference.
-int32_t centre_of(const Canceller &c) {
-  float most = 0;
-  int32_t place = 0;
-  for (int32_t p = 0; p < c.steady.partitions; ++p) {
-    const SplitSpectrum w = c.steady.path[p];
-    float power = 0;
-    for (int32_t k = 0; k < c.n; ++k)
-      power += w.re[k] * w.re[k] + w.im[k] * w.im[k];
-    if (power > most) {
-      most = power;
-      place = p;
-    }
-  }
-  return (c.delay + place) * c.n + c.n / 2;
-}
-
 void report(const int16_t *out, Canceller &c) {
   const Suppressor &s = c.suppressor;
   FrameReport &r = c.report;
@@ -139,8 +122,8 @@ void report(const int16_t *out, Canceller &c) {
   r.single_talk = s.single_talk;
   r.talking = s.talker.talking;
   r.far_heard = s.far_frames > 0;
-  r.echo_centre = centre_of(c);
   r.filter_delay = c.delay * c.n;
+  r.echo_at = r.filter_delay + highest_tap(c.steady);
   r.drift_ppm = c.drift.ppm();
   r.residual_power = s.residual_power;
   r.explained = c.mic_energy > 0 ? std::clamp(1 - c.steady.energy / c.mic_energy, 0.f, 1.f) : 0;

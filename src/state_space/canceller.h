@@ -6,25 +6,10 @@
 #pragma once
 
 #include "state_space/drift.h"
+#include "state_space/frame_report.h"
 #include "state_space/suppressor.h"
 
 namespace qv::state_space {
-
-/// What a frame did, for the trace.
-struct FrameReport {
-  bool path_changed = false;
-  bool single_talk = false; ///< only the far end is heard: the output is the background
-  bool talking = false;     ///< the near end talks
-  bool far_heard = false;
-  int32_t echo_centre = 0;  ///< samples after the reference around which the path's energy lies
-  int32_t filter_delay = 0; ///< samples of bulk delay in front of the filters
-  float drift_ppm = 0;      ///< by which the microphone's clock is faster
-  float residual_power = 0; ///< expected residual echo, mean square
-  float explained = 0;      ///< share of the microphone's power that the filter took off, lately
-  float gain = 1;           ///< mean over the bins, before noise reduction
-  // Energies of one frame; the output lags by a frame.
-  int64_t mic_energy = 0, mic_energy_prev = 0, linear_energy = 0, out_energy = 0;
-};
 
 struct Canceller {
   int32_t n = 0;

@@ -52,6 +52,26 @@ void move_path(const float *__restrict xr, const float *__restrict xi, const flo
   }
 }
 
+/// Leaves N taps of a response, and notes the highest.
+void hold(float *response, int32_t partition, Filter &f) {
+  const int32_t n = f.n;
+  const float scale = 1 / float(2 * n);
+  float height = 0;
+  int32_t tap = 0;
+  for (int32_t i = 0; i < n; ++i) {
+    response[i] *= scale;
+    if (const float size = std::fabs(response[i]); size > height) {
+      height = size;
+      tap = i;
+    }
+  }
+  std::fill_n(response + n, n, 0.f);
+  if (partition >= f.partitions)
+    return;
+  f.height[partition] = height;
+  f.tap[partition] = tap;
+}
+
 float *variance_of(const Filter &f, int32_t partition) { return f.variance + partition * f.path.stride; }
 
 } // namespace
@@ -113,19 +133,26 @@ void adapt(const Reference &reference, int32_t delay, const SplitSpectrum &error
 }
 
 void constrain(Filter &a, Filter &b, BatchTransform &transform) {
-  const int32_t n = a.n;
-  float response[4][2 * QV_MAX_FRAME];
-  const auto next = [](Filter &f) { return f.path[f.turn++ % f.all]; };
-  const SplitSpectrum first = next(a), second = next(a), third = next(b), fourth = next(b);
-  transform.inverse({{first.re, first.im}, {second.re, second.im}, {third.re, third.im}, {fourth.re, fourth.im}},
-                    {response[0], response[1], response[2], response[3]});
-  const float scale = 1 / float(2 * n);
-  for (float *taps : response) {
-    for (int32_t i = 0; i < n; ++i)
-      taps[i] *= scale;
-    std::fill_n(taps + n, n, 0.f);
+  constexpr int32_t at_once = 4;
+  Filter *const filters[at_once] = {&a, &a, &b, &b};
+  float response[at_once][2 * QV_MAX_FRAME];
+  int32_t partition[at_once];
+  SplitSpectrum spectrum[at_once];
+  for (int32_t i = 0; i < at_once; ++i) {
+    partition[i] = filters[i]->turn++ % filters[i]->all;
+    spectrum[i] = filters[i]->path[partition[i]];
   }
-  transform.forward({response[0], response[1], response[2], response[3]}, {first, second, third, fourth});
+  const auto in = [&](int32_t i) { return ConstSplitSpectrum{spectrum[i].re, spectrum[i].im}; };
+  transform.inverse({in(0), in(1), in(2), in(3)}, {response[0], response[1], response[2], response[3]});
+  for (int32_t i = 0; i < at_once; ++i)
+    hold(response[i], partition[i], *filters[i]);
+  transform.forward({response[0], response[1], response[2], response[3]},
+                    {spectrum[0], spectrum[1], spectrum[2], spectrum[3]});
+}
+
+int32_t highest_tap(const Filter &f) {
+  const auto p = int32_t(std::max_element(f.height, f.height + f.partitions) - f.height);
+  return p * f.n + f.tap[p];
 }
 
 void rotate(const SplitSpectrum &turn, Filter &f) {

@@ -10,6 +10,8 @@
 
 namespace qv::state_space {
 
+inline constexpr int32_t most_partitions = 32;
+
 struct Filter {
   int32_t n = 0;
   int32_t partitions = 0; ///< of the reference itself
@@ -25,6 +27,8 @@ struct Filter {
   float *noise = nullptr;       ///< [stride] observation noise: near end, background, what the model does not hold
   float energy = 0;             ///< of the error, averaged
   int32_t turn = 0;             ///< partition whose response is held to N taps next
+  float height[most_partitions] = {}; ///< highest tap of each partition of its own, when it was last held
+  int32_t tap[most_partitions] = {};  ///< and its place
 };
 
 /// How a filter behaves: what tells a steady from a quick one.
@@ -50,6 +54,9 @@ void adapt(const Reference &reference, int32_t delay, const SplitSpectrum &error
 /// Holds two partitions of each filter to N taps; all get their turn. None at all loses 4 dB, all in every frame gain
 /// nothing that can be measured.
 void constrain(Filter &a, Filter &b, BatchTransform &transform);
+
+/// Sample behind the bulk delay at which the path has its highest tap.
+int32_t highest_tap(const Filter &f);
 
 /// Multiplies every partition by a phase per bin. @param turn  [stride]
 void rotate(const SplitSpectrum &turn, Filter &f);
