@@ -47,8 +47,9 @@ bool convert_marked(const int16_t *words, int32_t rate, int32_t frame_len, qv::P
 
 bool start(qv_call &c) {
   const int32_t rate = c.parameters.block.swSampleRate, n = c.parameters.block.swFrameLen;
-  return qv::take_transforms(c.tx_fft, {n, 2 * n}) && qv::take_bank(c.bank, float(rate), qv::band_count(rate), n) &&
-         c.call.init(c.parameters, true);
+  const bool tracks_delay = c.parameters.echo_control.enable != 1; // by transforms of N points
+  return qv::take_transforms(c.tx_fft, {2 * n}) && (!tracks_delay || qv::take_transforms(c.tx_fft, {n})) &&
+         qv::take_bank(c.bank, float(rate), qv::band_count(rate), n) && c.call.init(c.parameters, true);
 }
 
 bool overlap(const int16_t *a, const int16_t *b, int32_t n) {

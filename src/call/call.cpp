@@ -45,8 +45,8 @@ bool Call::init(const Parameters &parameters, bool replaceable) {
       anr::init(para.stAnrRx, state_.stAnrRx),
       post::init(para.stEqTx, state_.stEqTx, taps(para.stEqTx)),
       post::init(para.stEqRx, state_.stEqRx, taps(para.stEqRx)),
-      post::init(para.stCngTx, state_.stCngTx),
-      post::init(para.stCngAux, state_.stCngAux),
+      has_state_space_ || post::init(para.stCngTx, state_.stCngTx), // which fills the background itself
+      has_state_space_ || post::init(para.stCngAux, state_.stCngAux),
       !replaceable || (tx_replacement_.init(para.stEqTx) && rx_replacement_.init(para.stEqRx)),
   };
   note_latency(para);

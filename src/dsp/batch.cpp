@@ -67,7 +67,7 @@ template <class Used> Carried carried(Used used) {
 
 } // namespace
 
-bool BatchTransform::init(int32_t length) {
+bool BatchTransform::init(int32_t length, Ways ways) {
   destroy();
   if (length <= 0 || length > 2 * QV_MAX_FRAME || length % (2 * lane_count) != 0 ||
       kiss_fft_next_fast_size(length) != length)
@@ -75,15 +75,17 @@ bool BatchTransform::init(int32_t length) {
   size_t state = 0;
   kiss_fftr_alloc(length, 0, nullptr, &state);
   const size_t buffer = size_t(length + 2) * sizeof(Lanes);
-  block_ = VOICE_Alloc(int32_t(buffer + 2 * state + alignof(Lanes)));
+  const size_t states = ways == Ways::both ? 2 * state : state;
+  block_ = VOICE_Alloc(int32_t(buffer + states + alignof(Lanes)));
   if (!block_)
     return false;
   // The heap of a 32-bit system aligns to 8 bytes.
   const auto misaligned = reinterpret_cast<uintptr_t>(block_) % alignof(Lanes);
   char *const begin = static_cast<char *>(block_) + (misaligned ? alignof(Lanes) - misaligned : 0);
   lanes_ = reinterpret_cast<Lanes *>(begin);
-  forward_ = kiss_fftr_alloc(length, 0, begin + buffer, &state);
-  inverse_ = kiss_fftr_alloc(length, 1, begin + buffer + state, &state);
+  inverse_ = kiss_fftr_alloc(length, 1, begin + buffer, &state);
+  if (ways == Ways::both)
+    forward_ = kiss_fftr_alloc(length, 0, begin + buffer + state, &state);
   length_ = length;
   return true;
 }

@@ -25,8 +25,10 @@ class BatchTransform {
 public:
   /// Takes the memory, in place of what an earlier call took.
   /// @param length  samples: a multiple of 8 without prime factors above 5, at most 2 QV_MAX_FRAME
+  /// @param ways    what will be asked for: `forward` and `inverse` each need memory
   /// @return whether the length is served and the memory could be had; without, the object holds nothing
-  bool init(int32_t length);
+  enum class Ways { both, inverse };
+  bool init(int32_t length, Ways ways = Ways::both);
   void destroy();
 
   /// Not scaled: a constant frame of value a has bin 0 equal to a times the length.

@@ -13,14 +13,13 @@ namespace {
 
 constexpr float first_hertz = 300, last_hertz = 3500;
 constexpr float least_reference = 1600, least_error = 83; // mean square per sample, white: -58 and -71 dBFS
-constexpr int32_t searched = 8;   // frames of lag a frame: those whose cross-spectra are largest
-constexpr int32_t same_place = 2; // lags
+constexpr int32_t lanes = 4;
+constexpr int32_t searched = 2 * lanes; // frames of lag a frame: those whose cross-spectra are largest
+constexpr int32_t same_place = 2;       // lags
 
 constexpr auto owned = [](Arrival &a, auto visit) {
   for (float **array : {&a.direction.re, &a.direction.im, &a.cross.re, &a.cross.im})
     visit(*array, a.delays * a.bins);
-  for (float **array : {&a.lags.re, &a.lags.im})
-    visit(*array, 4 * a.lags.stride);
   visit(a.window, a.n);
 };
 
@@ -84,7 +83,6 @@ bool init(const Shape &shape, Arrival &a) {
   a.length = 2 * shape.n / a.step;
   a.keep = shape.keep(0.8);
   a.direction.stride = a.cross.stride = a.bins;
-  a.lags.stride = a.length / 2 + 1;
   if (!take(a, owned))
     return false;
   for (int32_t i = 0; i < a.n; ++i)
@@ -114,15 +112,16 @@ void search(const SplitSpectrum &error, Arrival &a, BatchTransform &to_lags) {
                     [&](int32_t x, int32_t y) { return power[x] > power[y] || (power[x] == power[y] && x < y); });
 
   Highest best;
-  float values[4][2 * QV_MAX_FRAME];
-  for (int32_t from = 0; from < searched; from += 4) {
-    for (int32_t lane = 0; lane < 4; ++lane) {
-      std::copy_n(a.cross[order[from + lane]].re, a.bins, a.lags[lane].re + a.first);
-      std::copy_n(a.cross[order[from + lane]].im, a.bins, a.lags[lane].im + a.first);
+  float spectrum_re[lanes][QV_MAX_FRAME + 1] = {}, spectrum_im[lanes][QV_MAX_FRAME + 1] = {}; // zero outside the band
+  float values[lanes][2 * QV_MAX_FRAME];
+  const auto in = [&](int32_t lane) { return ConstSplitSpectrum{spectrum_re[lane], spectrum_im[lane]}; };
+  for (int32_t from = 0; from < searched; from += lanes) {
+    for (int32_t lane = 0; lane < lanes; ++lane) {
+      std::copy_n(a.cross[order[from + lane]].re, a.bins, spectrum_re[lane] + a.first);
+      std::copy_n(a.cross[order[from + lane]].im, a.bins, spectrum_im[lane] + a.first);
     }
-    const auto lane_of = [&](int32_t lane) { return ConstSplitSpectrum{a.lags[lane].re, a.lags[lane].im}; };
-    to_lags.inverse({lane_of(0), lane_of(1), lane_of(2), lane_of(3)}, {values[0], values[1], values[2], values[3]});
-    for (int32_t lane = 0; lane < 4; ++lane)
+    to_lags.inverse({in(0), in(1), in(2), in(3)}, {values[0], values[1], values[2], values[3]});
+    for (int32_t lane = 0; lane < lanes; ++lane)
       if (const Highest found = highest_of(values[lane], order[from + lane], a); found.over_rms > best.over_rms)
         best = found;
   }

@@ -20,7 +20,6 @@ struct Arrival {
   float keep = 0;              ///< of the cross-spectra's average, per frame
   Spectra direction;           ///< [delays] of `bins`: the reference's spectra over their magnitude, 0 where weak
   Spectra cross;               ///< [delays] of `bins`
-  Spectra lags;                ///< [4] of length / 2 + 1 bins, zero outside the band
   float *window = nullptr;     ///< [N] Hann: unwindowed, block edges correlate at multiples of N
 
   float peak = 0;      ///< highest lag over its frame's rms: 3 to 5 without echo, 5 to 12 with one

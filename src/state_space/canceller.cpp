@@ -1,6 +1,5 @@
 #include "state_space/canceller.h"
 
-#include "dsp/arrays.h"
 #include "dsp/sample.h"
 #include "qvvoice/dsp/layout.h"
 
@@ -23,13 +22,6 @@ constexpr float not_cancelled = 0.5f; // error over microphone: the filter does 
 constexpr int32_t room_in_front = 3;  // partitions kept for an echo that comes earlier than it was found
 constexpr int32_t room_behind = 5;    // partitions that its reverberation needs at the least
 
-constexpr auto owned = [](Canceller &c, auto visit) {
-  for (SplitSpectrum *spectrum : {&c.steady_error, &c.quick_error, &c.windowed_error}) {
-    visit(spectrum->re, c.stride);
-    visit(spectrum->im, c.stride);
-  }
-};
-
 int64_t energy_of(const int16_t *samples, int32_t n) {
   int64_t sum = 0;
   for (int32_t i = 0; i < n; ++i)
@@ -41,38 +33,47 @@ int64_t energy_of(const int16_t *samples, int32_t n) {
 void align(Canceller &c) {
   const Arrival &a = c.arrival;
   c.far_frames = c.reference.power_at(0) > far_speech ? c.far_frames + 1 : 0;
-  const int32_t frame = a.lag / c.n, place = frame - c.delay;
+  const int32_t frame = a.lag / c.n, place = frame - c.reference.delay;
   const bool found = a.peak > found_peak && a.lasting >= found_frames && c.far_frames > found_frames &&
                      c.steady.energy > not_cancelled * c.mic_energy;
   if (!found || (place >= 0 && place <= c.steady.partitions - room_behind))
     return;
-  const int32_t wanted = std::clamp(frame - room_in_front, 0, c.most_delay), by = wanted - c.delay;
+  const int32_t wanted = std::clamp(frame - room_in_front, 0, c.most_delay), by = wanted - c.reference.delay;
   if (by == 0)
     return;
   shift(by, c.steady);
   shift(by, c.quick);
   forget(c.drift);
-  c.delay = wanted;
+  set_delay(wanted, c.reference);
 }
 
 /// Estimates of both filters, time samples. @param echo  [2][2N] written, the last N of each hold
 void estimate(float (&echo)[2][2 * QV_MAX_FRAME], Canceller &c) {
   for (Filter *f : {&c.steady, &c.quick}) {
     rotate(c.drift.turn, *f);
-    predict(c.reference, c.delay, *f);
+    predict(c.reference, *f);
   }
   const SplitSpectrum steady = c.steady.echo[0], quick = c.quick.echo[0];
   c.transform.inverse({{steady.re, steady.im}, {quick.re, quick.im}, {}, {}}, {echo[0], echo[1], nullptr, nullptr});
 }
 
-/// The errors' spectra: of both filters' for their updates, of the one that goes on for arrival and suppressor.
-void analyse(float (&blocks)[2][2 * QV_MAX_FRAME], const float *error, Canceller &c) {
+/// Spectra of the errors, [N + 1] and what rounds it up to a stride.
+struct Errors {
+  float re[3][QV_MAX_FRAME + vector_width] = {}, im[3][QV_MAX_FRAME + vector_width] = {};
+
+  SplitSpectrum steady() { return {re[0], im[0]}; }
+  SplitSpectrum quick() { return {re[1], im[1]}; }
+  SplitSpectrum arriving() { return {re[2], im[2]}; } ///< windowed
+};
+
+/// Of both filters for their updates, and of the one that goes on for arrival and suppressor.
+void analyse(float (&blocks)[2][2 * QV_MAX_FRAME], const float *error, Errors &errors, Canceller &c) {
   float arriving[2 * QV_MAX_FRAME] = {}, windowed[2 * QV_MAX_FRAME];
   for (int32_t i = 0; i < c.n; ++i)
     arriving[c.n + i] = error[i] * c.arrival.window[i];
   window_error(error, windowed, c.suppressor);
   c.transform.forward({blocks[0], blocks[1], arriving, windowed},
-                      {c.steady_error, c.quick_error, c.windowed_error, c.suppressor.error});
+                      {errors.steady(), errors.quick(), errors.arriving(), c.suppressor.error});
 }
 
 /// The steady filter follows a quick one that leaves less; a quick one that leaves much more starts again from it.
@@ -122,7 +123,7 @@ void report(const int16_t *out, Canceller &c) {
   r.single_talk = s.single_talk;
   r.talking = s.talker.talking;
   r.far_heard = s.far_frames > 0;
-  r.filter_delay = c.delay * c.n;
+  r.filter_delay = c.reference.delay * c.n;
   r.echo_at = r.filter_delay + highest_tap(c.steady);
   r.drift_ppm = c.drift.ppm();
   r.residual_power = s.residual_power;
@@ -137,11 +138,9 @@ bool init(int32_t rate, int32_t frame_len, const Tuning &tuning, bool noise_redu
   const Shape shape = shape_of(rate, frame_len, tuning.tail_ms);
   c = {};
   c.n = frame_len;
-  c.stride = shape.stride;
   c.most_delay = shape.delays - room_in_front;
   c.energy_keep = shape.keep(0.85);
   const bool taken[] = {
-      take(c, owned),
       c.transform.init(2 * frame_len),
       init(shape, c.reference),
       init(shape, steady_kind, c.steady),
@@ -149,14 +148,13 @@ bool init(int32_t rate, int32_t frame_len, const Tuning &tuning, bool noise_redu
       init(shape, c.arrival),
       init(shape, c.drift),
       init(shape, noise_reduced, seed, c.suppressor),
-      c.to_lags.init(c.arrival.length),
+      c.to_lags.init(c.arrival.length, BatchTransform::Ways::inverse),
   };
   retune(tuning, c);
   return std::ranges::all_of(taken, [](bool done) { return done; });
 }
 
 void destroy(Canceller &c) {
-  give_back(c, owned);
   c.transform.destroy();
   c.to_lags.destroy();
   destroy(c.reference);
@@ -171,24 +169,26 @@ void retune(const Tuning &tuning, Canceller &c) { tune(tuning, c.suppressor); }
 
 void cancel(const int16_t *mic, const int16_t *ref, int16_t *error, Canceller &c) {
   const int32_t n = c.n;
-  push(ref, c.reference, c.transform);
-  push(c.reference.at(0), c.arrival);
+  float now_re[QV_MAX_FRAME + 1], now_im[QV_MAX_FRAME + 1];
+  push(ref, c.reference, c.transform, {now_re, now_im});
+  push({now_re, now_im}, c.arrival);
   constrain(c.steady, c.quick, c.transform);
 
-  float errors[2][2 * QV_MAX_FRAME];
-  estimate(errors, c);
-  subtract(mic, errors, c);
+  float blocks[2][2 * QV_MAX_FRAME];
+  estimate(blocks, c);
+  subtract(mic, blocks, c);
   const bool following = c.quick.energy < follow_below * c.steady.energy && c.steady.energy > least_followed * float(n);
-  const float *going_on = errors[following ? 1 : 0] + n;
-  analyse(errors, going_on, c);
+  const float *going_on = blocks[following ? 1 : 0] + n;
+  Errors errors;
+  analyse(blocks, going_on, errors, c);
   if (!c.muted) {
-    adapt(c.reference, c.delay, c.steady_error, c.steady);
-    adapt(c.reference, c.delay, c.quick_error, c.quick);
+    adapt(c.reference, errors.steady(), c.steady);
+    adapt(c.reference, errors.quick(), c.quick);
   }
-  search(c.windowed_error, c.arrival, c.to_lags);
+  search(errors.arriving(), c.arrival, c.to_lags);
   align(c);
   compare(following, c);
-  observe(c.steady, c.reference.power_at(c.delay) > far_speech, c.drift);
+  observe(c.steady, c.reference.power_at(c.reference.delay) > far_speech, c.drift);
   to_samples(error, n, [&](int32_t i) { return going_on[i]; });
   c.report.linear_energy = energy_of(error, n);
 }
@@ -196,7 +196,7 @@ void cancel(const int16_t *mic, const int16_t *ref, int16_t *error, Canceller &c
 void suppress(const float *noise_gain, int16_t *out, Canceller &c) {
   Suppressor &s = c.suppressor;
   float samples[QV_MAX_FRAME];
-  const EchoState state{c.steady.echo[0], c.steady.uncertainty, c.reference.power_at(c.delay), c.muted};
+  const EchoState state{c.steady.echo[0], c.steady.uncertainty, c.reference.power_at(c.reference.delay), c.muted};
   suppress(state, c.arrival, noise_gain, c.transform, samples, s);
   to_samples(out, c.n, [&](int32_t i) { return samples[i]; });
   if (s.change.changed) {

@@ -13,7 +13,6 @@ namespace qv::state_space {
 
 struct Canceller {
   int32_t n = 0;
-  int32_t delay = 0; ///< frames of bulk delay in front of the filters
   int32_t most_delay = 0;
   float energy_keep = 0;
   float mic_energy = 0;     ///< averaged as the filters' errors
@@ -27,8 +26,6 @@ struct Canceller {
   Arrival arrival;
   Drift drift;
   Suppressor suppressor;
-  SplitSpectrum steady_error{}, quick_error{}, windowed_error{}; ///< [stride]
-  int32_t stride = 0;
   FrameReport report;
 };
 

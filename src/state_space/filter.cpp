@@ -25,8 +25,8 @@ constexpr auto owned = [](Filter &f, auto visit) {
 };
 
 /// The reference that a partition weighs.
-SplitSpectrum reference_of(const Reference &r, int32_t delay, int32_t partition, const Filter &f) {
-  return partition < f.partitions ? r.at(delay + partition) : r.over_at(delay + partition - f.partitions);
+SplitSpectrum reference_of(const Reference &r, int32_t partition, const Filter &f) {
+  return partition < f.partitions ? r.weighed(partition) : r.over_weighed(partition - f.partitions);
 }
 
 void add_product(const float *__restrict xr, const float *__restrict xi, const float *__restrict wr,
@@ -103,21 +103,21 @@ void reset(Filter &f) {
   f.energy = 0;
 }
 
-void predict(const Reference &reference, int32_t delay, Filter &f) {
+void predict(const Reference &reference, Filter &f) {
   const int32_t stride = f.path.stride;
   const SplitSpectrum echo = f.echo[0];
   std::fill_n(echo.re, stride, 0.f);
   std::fill_n(echo.im, stride, 0.f);
   std::fill_n(f.uncertainty, stride, 0.f);
   for (int32_t p = 0; p < f.all; ++p) {
-    const SplitSpectrum x = reference_of(reference, delay, p, f), w = f.path[p];
+    const SplitSpectrum x = reference_of(reference, p, f), w = f.path[p];
     add_product(x.re, x.im, w.re, w.im, variance_of(f, p), echo.re, echo.im, f.uncertainty, stride);
   }
 }
 
-void adapt(const Reference &reference, int32_t delay, const SplitSpectrum &error, Filter &f) {
+void adapt(const Reference &reference, const SplitSpectrum &error, Filter &f) {
   const int32_t stride = f.path.stride;
-  alignas(64) float gain[QV_MAX_FRAME + vector_width];
+  float gain[QV_MAX_FRAME + vector_width];
   const float least = least_noise * float(f.n), weight = 1 - f.noise_keep;
   for (int32_t k = 0; k < stride; ++k) {
     const float power = error.re[k] * error.re[k] + error.im[k] * error.im[k];
@@ -127,7 +127,7 @@ void adapt(const Reference &reference, int32_t delay, const SplitSpectrum &error
     gain[k] = 1 / (f.uncertainty[k] + 2 * f.noise_scale * std::max(f.noise[k], unexplained) + least);
   }
   for (int32_t p = 0; p < f.all; ++p) {
-    const SplitSpectrum x = reference_of(reference, delay, p, f), w = f.path[p];
+    const SplitSpectrum x = reference_of(reference, p, f), w = f.path[p];
     move_path(x.re, x.im, error.re, error.im, gain, w.re, w.im, variance_of(f, p), stride, f.retention);
   }
 }

@@ -10,8 +10,6 @@
 
 namespace qv::state_space {
 
-inline constexpr int32_t most_partitions = 32;
-
 struct Filter {
   int32_t n = 0;
   int32_t partitions = 0; ///< of the reference itself
@@ -45,11 +43,10 @@ void destroy(Filter &f);
 void reset(Filter &f);
 
 /// Echo and its uncertainty from the last spectra of the reference.
-/// @param delay  frames of bulk delay in front of the first partition
-void predict(const Reference &reference, int32_t delay, Filter &f);
+void predict(const Reference &reference, Filter &f);
 
 /// The error has come: path and variance move. @param error  spectrum of N zeros and the N samples of the error
-void adapt(const Reference &reference, int32_t delay, const SplitSpectrum &error, Filter &f);
+void adapt(const Reference &reference, const SplitSpectrum &error, Filter &f);
 
 /// Holds two partitions of each filter to N taps; all get their turn. None at all loses 4 dB, all in every frame gain
 /// nothing that can be measured.

@@ -26,7 +26,7 @@ struct Shape {
   int32_t bin(float hertz) const { return int32_t(hertz * 2 * float(n) / float(rate)); }
 };
 
-constexpr int32_t vector_width = 16; // floats of the widest vector
+inline constexpr int32_t vector_width = 8; // floats of a vector of AVX2
 
 inline Shape shape_of(int32_t rate, int32_t n, float tail_ms) {
   Shape shape{rate, n, (n + vector_width) / vector_width * vector_width, 0, 0};
