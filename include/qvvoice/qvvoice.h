@@ -126,6 +126,7 @@ typedef struct QvVoiceTrace {
   /// say, and the others of the echo canceller are 0.
   int32_t state_space;
   int32_t filter_delay;       ///< samples of bulk delay in front of its filter
+  int32_t filter_length;      ///< samples of its filter behind that: there an echo is in reach
   int32_t path_changed;       ///< 1 when it found in this frame that the echo path has changed
   int32_t single_talk;        ///< 1 while it hears nobody but the far end, and sends the room's background
   float drift_ppm;            ///< by which it finds the microphone's clock faster than the loudspeaker's

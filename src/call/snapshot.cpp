@@ -63,6 +63,7 @@ void fill_state_space(const state_space::FrameReport &report, QvVoiceTrace &trac
   trace.muted = report.single_talk;
   trace.comfort_noise = report.single_talk;
   trace.filter_delay = report.filter_delay;
+  trace.filter_length = report.filter_length;
   trace.path_changed = report.path_changed;
   trace.single_talk = report.single_talk;
   trace.drift_ppm = report.drift_ppm;

@@ -124,6 +124,7 @@ void report(const int16_t *out, Canceller &c) {
   r.talking = s.talker.talking;
   r.far_heard = s.far_frames > 0;
   r.filter_delay = c.reference.delay * c.n;
+  r.filter_length = c.steady.partitions * c.n;
   r.echo_at = r.filter_delay + highest_tap(c.steady);
   r.drift_ppm = c.drift.ppm();
   r.residual_power = s.residual_power;
