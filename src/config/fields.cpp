@@ -24,9 +24,7 @@ void set_echo_mark(Image &image, bool on) {
 
 } // namespace
 
-bool owns_words(const Field &field, Words words) {
-  return field.section != table::echo_control_section || has_echo_mark(words);
-}
+bool owns_words(const Field &field, Words words) { return !field.needs_mark() || has_echo_mark(words); }
 
 double value_of(const Field &field, Words words, int32_t element) {
   if (!owns_words(field, words))
@@ -38,18 +36,27 @@ double value_of(const Field &field, Words words, int32_t element) {
 
 void set_value(const Field &field, Image &image, int32_t element, double value) {
   if (field.encoding == Encoding::mark)
-    set_echo_mark(image, std::round(value) != 0);
+    set_echo_mark(image, std::abs(value) >= 0.5);
   else if (owns_words(field, image))
     image[size_t(field.word(image[rate_word], element))] =
         int16_t(std::clamp(std::round(value / double(unit_of(field.encoding))), -32768.0, 32767.0));
 }
+
+namespace {
+
+double slot_value(const Field &field, Words words, int32_t element) {
+  const double value = value_of(field, words, element);
+  return field.needs_mark() ? std::clamp(value, double(field.least), double(field.greatest)) : value;
+}
+
+} // namespace
 
 void store_fields(Words words, Parameters &parameters) {
   parameters.echo_control = {};
   for (const Field &field : fields)
     if (owns_words(field, words))
       for (int32_t i = 0; i < field.count(words[rate_word]); ++i)
-        field.store(parameters, i, value_of(field, words, i));
+        field.store(parameters, i, slot_value(field, words, i));
 }
 
 Image default_image(int32_t rate) {

@@ -26,6 +26,7 @@ inline constexpr int16_t magic = 1111; ///< word 9 of a file that is to be conve
 /// words behind them belong to that canceller only then.
 inline constexpr int32_t echo_mark_word = 450;
 inline constexpr std::array<int16_t, 2> echo_mark = {0x5156, 0x4543}; ///< "QV" and "EC"
+inline constexpr std::string_view echo_control_section = "echo_control";
 
 /// How words become a slot of the parameters.
 enum class Encoding {
@@ -128,6 +129,7 @@ struct Field : Slot {
   constexpr int32_t words(int32_t rate) const {
     return encoding == Encoding::mark ? int32_t(echo_mark.size()) : count(rate);
   }
+  constexpr bool needs_mark() const { return section == echo_control_section; }
   constexpr bool is_switch() const {
     return encoding == Encoding::mark || (encoding == Encoding::integer && least == 0 && greatest == 1);
   }
@@ -140,7 +142,6 @@ constexpr AecDelayPara &delay(VoicePara &block) { return block.stAec.stDelay; }
 constexpr AecNlpPara &nlp(VoicePara &block) { return block.stAec.stNlp; }
 constexpr AecDtdPara &dtd(VoicePara &block) { return block.stAec.stDtd; }
 constexpr state_space::Tuning &echo_tuning(Parameters &parameters) { return parameters.echo_control; }
-inline constexpr std::string_view echo_control_section = "echo_control";
 
 using enum Encoding;
 
@@ -301,7 +302,7 @@ inline constexpr auto sections = std::to_array<Section>({
     {"aec", "Echo canceller"},
     {"aec.suppressor", "Residual echo suppressor"},
     {"aec.double_talk", "Double-talk detector"},
-    {table::echo_control_section, "State-space echo canceller"},
+    {echo_control_section, "State-space echo canceller"},
     {"tx.anr", "Noise reducer of the transmit path"},
     {"tx.agc", "Gain control of the transmit path"},
     {"tx.eq", "Equaliser of the transmit path"},
@@ -325,7 +326,8 @@ double value_of(const Field &field, Words words, int32_t element = 0);
 /// state-space canceller's switch brings and takes the words behind it: on, they begin at their defaults; off, at 0.
 void set_value(const Field &field, Image &image, int32_t element, double value);
 
-/// Puts every field that owns its words into its slot. The state-space canceller's record is zero without the mark.
+/// Puts every field that owns its words into its slot. The state-space canceller's record is zero without the mark;
+/// with it, its values are the nearest within their ranges.
 void store_fields(Words words, Parameters &parameters);
 
 /// Every field at its default. @param rate  a served one, in Hz

@@ -175,11 +175,11 @@ TEST(EchoControl, comes_and_goes_in_words_of_its_own) {
       EXPECT_EQ(tuning.background, background);
     };
     expect_tuning(1, 320, 50, 0.5f, 1);
-    const int16_t words[] = {200, 35, 1024, -4096};
+    const int16_t words[] = {200, 81, 1024, -1};
     std::copy_n(words, 4, image.begin() + 452);
     set_value(enable, image, 0, 1); // it is on: its values stay
     store_fields(image, after);
-    expect_tuning(1, 200, 35, 0.25f, -1);
+    expect_tuning(1, 200, 80, 0.25f, 0);
     set_value(enable, image, 0, 0);
     for (size_t word = 450; word < 456; ++word)
       EXPECT_EQ(image[word], 0) << word;

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "inspect/check.h"
+#include "inspect/diff.h"
 #include "inspect/level_curve.h"
 #include "inspect/reference.h"
 #include "para/presets.h"
@@ -29,6 +30,20 @@ const struct {
     {Severity::warning, "tx.agc", "slope_high", "slope_high = 1.2", "slope_high = 1"},
     {Severity::error, "aec.double_talk", "count_min", "count_from = 10\ncount_to = 12\ncount_min = 3", "count_min = 1"},
     {Severity::warning, "aec.double_talk", "single_talk_hang", "single_talk_hang = 2", "single_talk_hang = 3"},
+    {Severity::warning, "echo_control", "enable", "enable = true\n[aec]\nenable = false", "enable = true"},
+    {Severity::note, "echo_control", "enable",
+     "enable = true\n[aec.double_talk]\nresidual_low = [11, 11, 11, 11, 11, 11, 11, 12]",
+     "enable = true\n[aec.double_talk]\nresidual_low = [11, 11, 11, 11, 11, 11, 11, 11]"},
+    {Severity::warning, "echo_control", "tail_ms", "enable = true\ntail_ms = 149", "enable = true\ntail_ms = 150"},
+    {Severity::error, "echo_control", "tail_ms", "enable = true\ntail_ms = 321", "enable = true\ntail_ms = 320"},
+    {Severity::warning, "echo_control", "depth_db", "enable = true\ndepth_db = 61", "enable = true\ndepth_db = 60"},
+    {Severity::warning, "echo_control", "background", "enable = true\nbackground = 0", "background = 0"},
+    {Severity::warning, "tx.cng", "enable", "enable = true\n[echo_control]\nenable = true", "enable = true"},
+    {Severity::warning, "aec.suppressor", "coherence", "coherence = false",
+     "coherence = false\n[echo_control]\nenable = true"},
+    {Severity::error, "aec.double_talk", "count_min", "count_min = 0", "count_min = 0\n[echo_control]\nenable = true"},
+    {Severity::warning, "aec", "echo_delay", "track_delay = false",
+     "track_delay = false\n[echo_control]\nenable = true"},
 };
 
 TEST(Check, each_rule_speaks_from_its_boundary_on) {
@@ -40,6 +55,28 @@ TEST(Check, each_rule_speaks_from_its_boundary_on) {
     }
   for (const Preset &preset : presets())
     EXPECT_TRUE(check_file(load(std::string(preset.name))).empty()) << preset.name;
+}
+
+// A switch that brings words with it is one difference, and those that nobody read before are none.
+TEST(Diff, speaks_of_a_section_that_comes_or_goes_by_its_switch) {
+  const auto keys = [](const Image &a, const Image &b) {
+    std::vector<std::string> found;
+    for (const Difference &difference : diff(a, b))
+      found.push_back(difference.key);
+    return found;
+  };
+  const std::string on = "rate = 16000\n[echo_control]\nenable = true\n";
+  const Image without = config::default_image(16000), with = read_text(on, {}).image;
+  const Image tuned = read_text(on + "care = 0.25", {}).image;
+  using Keys = std::vector<std::string>;
+  EXPECT_EQ(keys(without, with), Keys{"echo_control.enable"});
+  EXPECT_EQ(keys(tuned, without), (Keys{"echo_control.enable", "echo_control.care"}));
+  EXPECT_EQ(keys(with, tuned), Keys{"echo_control.care"});
+  EXPECT_EQ(keys(without, without), Keys{});
+  Image stray = without;
+  stray[452] = 7;
+  EXPECT_EQ(keys(stray, without), Keys{"raw.452"});
+  EXPECT_EQ(keys(stray, with), (Keys{"echo_control.enable", "raw.452"}));
 }
 
 // The drawn curve is that of the library: its gain control measured at points.

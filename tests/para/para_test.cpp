@@ -38,6 +38,10 @@ const Mistake mistakes[] = {
     {"base = \"balanced-16-20ms\"", 2, "base", "balanced-16-20ms", "\"balanced-16k-20ms\""},
     {"[raw]\n500 = 1", 3, "raw.500", "no such word", "0 .. 499"},
     {"[raw]\n123 = 1", 3, "raw.123", "a key of its own", "tx.agc.knee_low_db"},
+    {"[echo_control]\ntail_ms = 200", 3, "echo_control.tail_ms", "200 is not stored", "enable = true",
+     Severity::warning},
+    {"[echo_control]\nenable = true\n[raw]\n451 = 1", 5, "raw.451", "a key of its own", "echo_control.enable"},
+    {"[echo_control]\nenable = true\n[raw]\n452 = 1", 5, "raw.452", "a key of its own", "echo_control.tail_ms"},
     {"[tx.eq]\ncoef = [0.5]\npoints = [[1000, 0]]", 4, "tx.eq.points", "more than one", "coef"},
     {"[tx.eq]\npoints = [[1000, 0], [500, -3]]", 3, "tx.eq.points", "500 Hz", "above the one before"},
     {"[tx.eq]\npoints = [[1000, 6]]", 3, "tx.eq.points", "1.99", "lower all gains by 6.0 dB"},
@@ -128,6 +132,8 @@ TEST(RoundTrip, any_words_come_back_from_their_text) {
     image[config::rate_word] = i % 50 == 0 ? int16_t(random()) : int16_t(i % 2 ? 8000 : 16000);
     if (i % 5)
       image[config::magic_word] = config::magic;
+    if (i % 4 < 3) // both words of the mark, or one
+      std::copy_n(config::echo_mark.begin(), i % 4 ? 2 : 1, image.begin() + config::echo_mark_word);
     const std::string text = write_text(image);
     const ReadText read = read_text(text, {});
     ASSERT_TRUE(read.log.findings().empty()) << to_string(read.log.findings().front(), "image " + std::to_string(i));
@@ -136,6 +142,30 @@ TEST(RoundTrip, any_words_come_back_from_their_text) {
   EXPECT_EQ(write_text(config::default_image(8000)).find("[raw]"), std::string::npos) << "only what is there";
   EXPECT_EQ(shortest(*find_field("tx.anr.noise_scale"), 31130. / 32768), "0.95");
   EXPECT_EQ(shortest(*find_field("tx.agc.knee_low_db"), -641. / 32), "-20.03");
+}
+
+// A text from before the section existed packs into the words that it did; the section is all there or not at all.
+TEST(EchoControl, is_in_text_and_words_only_while_it_is_on) {
+  const std::vector<double> defaults = {1, 320, 50, 0.5, 1};
+  const auto values = [](const Image &image) {
+    std::vector<double> all;
+    for (const Field &field : config::table::echo_control)
+      all.push_back(config::value_of(field, image));
+    return all;
+  };
+  const Image without = read_text("rate = 16000", {}).image;
+  EXPECT_TRUE(std::all_of(without.begin() + 443, without.end(), [](int16_t word) { return word == 0; }));
+  EXPECT_EQ(write_text(without).find("echo_control"), std::string::npos);
+  const Image on = read_text("rate = 16000\n[echo_control]\nenable = true", {}).image;
+  EXPECT_EQ(values(on), defaults);
+  EXPECT_EQ(
+      values(read_text("rate = 16000\n[echo_control]\nbackground = 0.25\nenable = true\ntail_ms = 200", {}).image),
+      (std::vector<double>{1, 200, 50, 0.5, 0.25}))
+      << "the switch comes first, wherever it stands";
+  EXPECT_EQ(values(load_valid("clear-16k-20ms").image), defaults);
+  const ReadText off = read_text("base = \"clear-16k-20ms\"\n[echo_control]\nenable = false", {});
+  EXPECT_TRUE(off.log.findings().empty());
+  EXPECT_TRUE(std::all_of(off.image.begin() + 443, off.image.end(), [](int16_t word) { return word == 0; }));
 }
 
 class ParaVerb : public InFolder {

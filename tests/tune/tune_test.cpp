@@ -178,6 +178,25 @@ TEST(Plan, puts_numbers_into_words_and_finds_them_again) {
   EXPECT_EQ(plan.place_of(config::default_image(rate))[0], 0) << "0.0033 lies below the range";
 }
 
+// The state-space canceller's words exist only behind its switch.
+TEST(Plan, switches_come_before_what_they_bring) {
+  const std::string move = "[[move]]\nfield = 'echo_control.care'\nfrom = 0.1\nto = 0.9\n";
+  const std::string want = "[[want]]\nmeasure = 'erle_far_db'\nat_least = 3\n";
+  const std::string tail = "[[set]]\nfield = 'echo_control.tail_ms'\nvalue = 200\n";
+  const std::string on = "[[set]]\nfield = 'echo_control.enable'\nvalue = 1\n";
+  const config::Image plain = config::default_image(rate);
+  const Plan plan = parse_plan(tail + on + move + want, "p.toml", rate);
+  const config::Image set = plan.with_set(plain);
+  EXPECT_EQ(value(set, "tail_ms"), 200);
+  EXPECT_NEAR(value(plan.moved(set, {0.25}), "care"), 0.3, 1e-3);
+  EXPECT_NO_THROW(plan.require_words(set));
+  for (const std::string &off : {tail + move + want, move + want}) {
+    const Plan idle = parse_plan(off, "p.toml", rate);
+    EXPECT_THROW(idle.require_words(idle.with_set(plain)), InputError) << off;
+    EXPECT_NO_THROW(idle.require_words(set)) << off;
+  }
+}
+
 TEST(Plan, every_fault_is_named_and_those_built_in_have_none) {
   const std::string move = "[[move]]\nfield = 'aec.echo_delay'\nfrom = 0\nto = 9\n";
   const std::string want = "[[want]]\nmeasure = 'erle_far_db'\nat_least = 3\n";

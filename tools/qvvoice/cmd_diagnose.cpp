@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "diagnose/diagnose.h"
+#include "para/presets.h"
 #include "parameters.h"
 #include "process/inputs.h"
 #include "recordings.h"
@@ -87,7 +88,8 @@ void add_diagnose(CLI::App &app) {
   add_recordings(*verb, *recordings, false);
   verb->add_option("--mic-channel", options->mic_channel, "Channel of --mic, from 1")->needs("--mic");
   verb->add_option("--ref-channel", options->ref_channel, "Channel of --ref, from 1")->needs("--ref");
-  add_parameters(*verb, options->para, "Parameters (balanced, for the rate and frame length)");
+  add_parameters(*verb, options->para,
+                 fmt::format("Parameters ({}, for the rate and frame length)", para::default_family));
   verb->add_option("--rate", options->rate, "Rate to run at, Hz (8000 if the first input has no more, else 16000)")
       ->check(CLI::IsMember(served_rates));
   verb->add_option("--frame-ms", options->frame_ms, "Frame length, ms (20)")->check(CLI::IsMember(served_frame_ms));

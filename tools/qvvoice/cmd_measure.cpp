@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "measure/set.h"
+#include "para/presets.h"
 #include "parameters.h"
 #include "recordings.h"
 #include "support/error.h"
@@ -162,7 +163,9 @@ void add_measure(CLI::App &app) {
                                       "NAME.wav or NAME/out.wav")
                          ->type_name("FILE");
   verb->add_option("--out-delay", options->out_delay, "Samples by which such outputs are behind the microphone (0)");
-  add_parameters(*verb, options->para, "Parameters (balanced); of several those for the recording's rate are taken")
+  add_parameters(
+      *verb, options->para,
+      fmt::format("Parameters ({}); of several those for the recording's rate are taken", para::default_family))
       ->excludes(out);
   verb->add_option("--frame-ms", options->frame_ms, "Frame length, ms (20); a set takes both")
       ->check(CLI::IsMember(served_frame_ms));

@@ -83,7 +83,7 @@ void run_show(const Options &options) { emit(write_text(image_of(options.file)),
 
 Json finding_json(const Finding &finding, const std::string &file) {
   Json line = finding.line > 0 ? Json(finding.line) : Json(nullptr);
-  return {{"severity", finding.severity == Severity::error ? "error" : "warning"},
+  return {{"severity", name_of(finding.severity)},
           {"file", file},
           {"line", line},
           {"key", finding.key},
@@ -92,10 +92,9 @@ Json finding_json(const Finding &finding, const std::string &file) {
 
 void run_check(const Options &options) {
   const Findings findings = check_file(load(options.file), options.rate);
+  const size_t errors = count(findings, Severity::error), warnings = count(findings, Severity::warning);
   Json rows = Json::array();
-  size_t errors = 0;
   for (const Finding &finding : findings) {
-    errors += finding.severity == Severity::error;
     rows.push_back(finding_json(finding, options.file));
     if (!options.json)
       fmt::print("{}\n", to_string(finding, options.file));
@@ -103,8 +102,8 @@ void run_check(const Options &options) {
   if (options.json)
     fmt::print("{}\n", rows.dump(2));
   else
-    fmt::print("{}: {} errors, {} warnings\n", options.file, errors, findings.size() - errors);
-  if (errors > 0 || (options.strict && !findings.empty()))
+    fmt::print("{}: {} errors, {} warnings\n", options.file, errors, warnings);
+  if (errors > 0 || (options.strict && warnings > 0))
     found_wanting();
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "para/presets.h"
 #include "parameters.h"
 #include "process/summary.h"
 #include "support/error.h"
@@ -90,7 +91,9 @@ void add_results(CLI::App &verb, Options &options) {
 
 void add_settings(CLI::App &verb, Options &options) {
   const std::string group = "Settings";
-  add_parameters(verb, options.para, "Parameters (balanced, for the rate and frame length)")->group(group);
+  add_parameters(verb, options.para,
+                 fmt::format("Parameters ({}, for the rate and frame length)", para::default_family))
+      ->group(group);
   verb.add_option("--rate", options.rate, "Rate to run at, Hz (8000 if the first input has no more, else 16000)")
       ->check(CLI::IsMember(served_rates))
       ->group(group);

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "measure/set.h"
+#include "para/presets.h"
 #include "parameters.h"
 #include "recordings.h"
 #include "report/front_page.h"
@@ -161,7 +162,9 @@ void add_report(CLI::App &app) {
   verb->add_option("-o,--out", options->out, "The page; with --set the folder of the pages, made when missing")
       ->type_name("PATH")
       ->required();
-  add_parameters(*verb, options->para, "Parameters (balanced); of several those for the recording's rate are taken");
+  add_parameters(
+      *verb, options->para,
+      fmt::format("Parameters ({}); of several those for the recording's rate are taken", para::default_family));
   verb->add_option("--frame-ms", options->frame_ms, "Frame length, ms (20)")->check(CLI::IsMember(served_frame_ms));
   CLI::Option *against = verb->add_option("--against", options->against,
                                           "An output that was made elsewhere; with --set a folder of NAME.wav or "

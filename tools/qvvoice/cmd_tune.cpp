@@ -173,7 +173,8 @@ void add_tune(CLI::App &app) {
   echo->needs(near, calls);
   verb->add_option("-o,--out", options->out, "Parameter file to write, as text")->type_name("FILE")->required();
   verb->add_option("--plan", options->plan, "What may move and what is wanted: a file, or a name built in (balanced)");
-  add_parameters(*verb, options->para, "Where to start (balanced, for the rate and frame length)", "--base");
+  add_parameters(*verb, options->para,
+                 fmt::format("Where to start ({}, for the rate and frame length)", para::default_family), "--base");
   verb->add_option("--name", options->name, "Name to write into the file")->default_str("tuned");
   options->name = "tuned";
   verb->add_option("--rate", options->rate, "Hz (16000)")->check(CLI::IsMember(served_rates));

@@ -30,8 +30,7 @@ Image read_image(const std::string &name) {
 
 void warn_about(const std::string &name) {
   static std::set<std::string> told;
-  const auto errors =
-      std::ranges::count(inspect::check_file(para::load(name)), para::Severity::error, &para::Finding::severity);
+  const size_t errors = count(inspect::check_file(para::load(name)), para::Severity::error);
   if (errors > 0 && told.insert(name).second)
     fmt::print(stderr, "qvvoice: {} error{} in {}: see `qvvoice para check {}`\n", errors, errors == 1 ? "" : "s", name,
                name);

@@ -7,16 +7,18 @@ namespace qv::tool {
 std::vector<Stage> tx_stages(const Setup &setup) {
   const para::Values values(setup.para);
   const bool canceller = values.on("aec.enable");
-  const bool by_ratio = canceller && values.on("aec.suppressor.echo_ratio");
+  const bool state_space = canceller && values.on("echo_control.enable"), adaptive = canceller && !state_space;
+  const bool by_ratio = adaptive && values.on("aec.suppressor.echo_ratio");
   return {
       {"noise_reducer", values.on("tx.anr.enable")},
       {"echo_canceller", canceller},
-      {"delay_tracking", canceller && values.on("aec.track_delay")},
+      {"state_space_canceller", state_space},
+      {"delay_tracking", adaptive && values.on("aec.track_delay")},
       {"ratio_suppressor", by_ratio},
-      {"coherence_suppressor", canceller && !by_ratio && values.on("aec.suppressor.coherence")},
+      {"coherence_suppressor", adaptive && !by_ratio && values.on("aec.suppressor.coherence")},
       {"gain_control", values.on("tx.agc.enable")},
       {"equaliser", values.on("tx.eq.enable")},
-      {"comfort_noise", values.on("tx.cng.enable")},
+      {"comfort_noise", values.on("tx.cng.enable") && !state_space},
   };
 }
 

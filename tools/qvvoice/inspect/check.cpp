@@ -10,6 +10,8 @@ namespace {
 
 /// What the library makes of a value that it has no use for.
 std::string effect_beyond(const Field &field, double value) {
+  if (field.needs_mark())
+    return fmt::format("it counts as {:g}", value < field.least ? field.least : field.greatest);
   if (field.is_switch())
     return field.section.starts_with("aec") ? "only 1 switches it on: it is off"
                                             : "anything but 0 switches it on: it is on";
@@ -59,6 +61,7 @@ Findings check(const Image &image) {
     return findings;
   for (const Field &field : config::fields)
     check_range(field, values, findings);
+  check_echo_control(values, findings);
   check_echo_canceller(values, findings);
   check_double_talk(values, findings);
   check_noise(values, findings);

@@ -119,7 +119,7 @@ void check_far_end(const Values &values, SectionFindings &out) {
 
 void check_echo_canceller(const Values &values, Findings &findings) {
   SectionFindings out("aec", findings);
-  if (!values.on("aec.enable"))
+  if (!values.on("aec.enable") || state_space_runs(values))
     return;
   if (!values.on("aec.track_delay") && values("aec.echo_delay") == 0)
     out.warning("echo_delay", "0 without track_delay; only echo within two frames of the reference is cancelled, a "
@@ -129,7 +129,7 @@ void check_echo_canceller(const Values &values, Findings &findings) {
 
 void check_double_talk(const Values &values, Findings &findings) {
   const bool judged = values.on("aec.suppressor.echo_ratio") || values.on("aec.suppressor.coherence");
-  if (!values.on("aec.enable") || !judged)
+  if (!values.on("aec.enable") || state_space_runs(values) || !judged)
     return;
   SectionFindings out("aec.double_talk", findings);
   check_knees(values, out);

@@ -24,6 +24,9 @@ public:
   const std::string &section() const { return section_; }
   std::string path(const char *key) const { return fmt::format("{}.{}", section_, key); }
 
+  template <class... Args> void note(const char *key, fmt::format_string<Args...> message, Args &&...args) {
+    findings_.push_back({Severity::note, 0, path(key), fmt::format(message, std::forward<Args>(args)...)});
+  }
   template <class... Args> void error(const char *key, fmt::format_string<Args...> message, Args &&...args) {
     findings_.push_back({Severity::error, 0, path(key), fmt::format(message, std::forward<Args>(args)...)});
   }
@@ -36,6 +39,12 @@ private:
   Findings &findings_;
 };
 
+/// Whether the state-space canceller takes the other one's place: nobody hears of that one's fields then.
+inline bool state_space_runs(const Values &values) {
+  return values.on("aec.enable") && values.on("echo_control.enable");
+}
+
+void check_echo_control(const Values &values, Findings &findings);
 void check_echo_canceller(const Values &values, Findings &findings);
 void check_double_talk(const Values &values, Findings &findings);
 void check_noise(const Values &values, Findings &findings); ///< noise reducers and comfort noise

@@ -68,6 +68,8 @@ void check_comfort_noise(const Values &values, Findings &findings) {
   SectionFindings out("tx.cng", findings);
   if (!values.on("tx.cng.enable"))
     return;
+  if (state_space_runs(values))
+    return out.warning("enable", "has no effect beside echo_control, which fills in the room's background itself");
   const double amplitude = values("tx.cng.noise_level") * values("tx.cng.noise_gain");
   if (amplitude == 0)
     out.warning("noise_level", "noise_level times noise_gain is 0; no comfort noise is added, pauses sound dead");

@@ -52,17 +52,22 @@ bool same_values(const Field &field, const Image &a, const Image &b) {
   return true;
 }
 
-/// Words that no field of either file reads.
+/// Words that no field reads. One that a field of the other file reads counts when it holds anything.
 void compare_raw(const Image &a, const Image &b, std::vector<Difference> &found) {
   const auto read_a = words_read(a), read_b = words_read(b);
-  const auto value = [](const Image &image, const std::vector<bool> &read, size_t word) {
-    return read[word] && int(word) != config::magic_word ? "-" : std::to_string(image[word]);
+  const auto is_field = [](const std::vector<bool> &read, size_t word) {
+    return read[word] && int(word) != config::magic_word;
   };
-  for (size_t word = 0; word < a.size(); ++word) {
-    const std::string of_a = value(a, read_a, word), of_b = value(b, read_b, word);
-    if (of_a != of_b)
-      found.push_back({fmt::format("{}.{}", raw_section, word), of_a, of_b, "", "word that no field reads"});
-  }
+  const auto text = [&](const Image &image, const std::vector<bool> &read, size_t word) {
+    return is_field(read, word) ? "-" : std::to_string(image[word]);
+  };
+  const auto value = [&](const Image &image, const std::vector<bool> &read, size_t word) {
+    return is_field(read, word) ? 0 : image[word];
+  };
+  for (size_t word = 0; word < a.size(); ++word)
+    if (value(a, read_a, word) != value(b, read_b, word))
+      found.push_back({fmt::format("{}.{}", raw_section, word), text(a, read_a, word), text(b, read_b, word), "",
+                       "word that no field reads"});
 }
 
 } // namespace

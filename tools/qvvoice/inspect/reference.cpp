@@ -72,6 +72,10 @@ std::string reference_markdown() {
       "`\"20 ms\"`. A number that lies between two steps is rounded to the nearer one, with a message unless it is "
       "the\n"
       "shortest decimal of that step: 0.95 stands for 31130/32768.\n\n"
+      "`[echo_control]` stands in a file only while its `enable` is true: two words mark it, and without both of them\n"
+      "nothing reads the words behind. Switched on, the section begins at its defaults; switched off, nothing of it "
+      "is\n"
+      "stored. A library that does not know it takes the rest of the file and runs the echo canceller of `[aec]`.\n\n"
       "## Beside the fields\n\n| key | type | meaning |\n|---|---|---|\n";
   for (const TextKey &key : text_keys)
     text += fmt::format("| `{}{}` | {} | {} |\n", key.section.empty() ? "" : "tx.eq., rx.eq.", key.key, key.type,

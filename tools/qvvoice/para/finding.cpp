@@ -15,15 +15,20 @@ void FindingLog::add(Severity severity, const std::string &key, std::string mess
   findings_.push_back({severity, line_of(key), key, std::move(message)});
 }
 
-bool has_errors(const Findings &findings) {
-  return std::any_of(findings.begin(), findings.end(), [](const Finding &f) { return f.severity == Severity::error; });
+size_t count(const Findings &findings, Severity severity) {
+  return size_t(std::ranges::count(findings, severity, &Finding::severity));
+}
+
+bool has_errors(const Findings &findings) { return count(findings, Severity::error) > 0; }
+
+const char *name_of(Severity severity) {
+  return severity == Severity::error ? "error" : severity == Severity::warning ? "warning" : "note";
 }
 
 std::string to_string(const Finding &finding, const std::string &file) {
   const std::string line = finding.line > 0 ? fmt::format("{}:", finding.line) : "";
   const std::string key = finding.key.empty() ? "" : finding.key + ": ";
-  const char *severity = finding.severity == Severity::error ? "error" : "warning";
-  return fmt::format("{}:{} {}: {}{}", file, line, severity, key, finding.message);
+  return fmt::format("{}:{} {}: {}{}", file, line, name_of(finding.severity), key, finding.message);
 }
 
 } // namespace qv::tool::para

@@ -8,6 +8,7 @@
 namespace qv::tool::para {
 
 enum class Severity {
+  note,    ///< nothing is wrong, and somebody may be surprised
   warning, ///< the file does what it says, which will hardly sound good
   error,   ///< the file cannot do what it says
 };
@@ -37,6 +38,11 @@ private:
 };
 
 bool has_errors(const Findings &findings);
+
+size_t count(const Findings &findings, Severity severity);
+
+/// "error", as texts and JSON have it.
+const char *name_of(Severity severity);
 
 /// "FILE:LINE: error: KEY: MESSAGE", without what is not known.
 std::string to_string(const Finding &finding, const std::string &file);

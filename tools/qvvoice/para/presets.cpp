@@ -19,7 +19,7 @@ const Preset *find_preset(std::string_view name) {
 }
 
 std::string default_preset(int32_t rate, int32_t frame_len) {
-  return fmt::format("balanced-{}k-{}ms", rate / 1000, frame_len * 1000 / rate);
+  return fmt::format("{}-{}k-{}ms", default_family, rate / 1000, frame_len * 1000 / rate);
 }
 
 } // namespace qv::tool::para

@@ -23,7 +23,10 @@ std::vector<std::string> preset_names();
 /// The preset of a name, or null.
 const Preset *find_preset(std::string_view name);
 
-/// "balanced-16k-20ms": what `process` takes when nothing is asked for.
+/// Kind of preset that the verbs take when nothing is asked for.
+inline constexpr std::string_view default_family = "balanced";
+
+/// The default family's preset for a layout: "balanced-16k-20ms".
 /// @param frame_len  samples
 std::string default_preset(int32_t rate, int32_t frame_len);
 

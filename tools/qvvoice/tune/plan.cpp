@@ -120,6 +120,18 @@ bool Plan::sets(const config::Field &field) const {
   return std::ranges::any_of(set, [&](const auto &one) { return one.first == &field; });
 }
 
+void Plan::require_words(const Image &image) const {
+  const auto require = [&](const Field &field) {
+    if (!config::owns_words(field, image) && !field.is_switch())
+      throw InputError("plan {}: {} is off, so that {} has no effect; set it: [[set]] field = \"{}.enable\", value = 1",
+                       title, std::string(field.section) + ".enable", para::path_of(field), field.section);
+  };
+  for (const auto &[field, value] : set)
+    require(*field);
+  for (const Move &move : moves)
+    require(*move.field);
+}
+
 Point Plan::start(const Image &image) const {
   Point point = place_of(image);
   for (size_t m = 0; m < moves.size(); ++m)
@@ -155,6 +167,8 @@ Plan parse_plan(std::string_view text, const std::string &path, int rate) {
     plan.set.emplace_back(&field, section.number("value", {field.least, field.greatest, ""}));
     section.done();
   }
+  std::ranges::stable_partition(plan.set,
+                                [](const auto &one) { return one.first->is_switch(); }); // then what they bring
   for (Section &section : top.sections("move"))
     plan.moves.push_back(read_move(section, rate));
   for (Section &section : top.sections("want"))

@@ -52,6 +52,10 @@ struct Plan {
   /// @throws InputError when a measure that is wanted has no number
   void require(const Numbers &means) const;
 
+  /// @param image  with what the plan sets
+  /// @throws InputError when a field that is set or moved is part of something that is off
+  void require_words(const config::Image &image) const;
+
   config::Image with_set(config::Image image) const; ///< with what the plan sets
   bool sets(const config::Field &field) const;
   Point start(const config::Image &image) const;

@@ -16,6 +16,11 @@ using config::Image;
 
 constexpr double nothing = 0.01; ///< points that a field must buy to stay changed
 
+int faults(const Image &image) {
+  const para::Findings findings = inspect::check(image);
+  return int(findings.size() - count(findings, para::Severity::note));
+}
+
 class Tuner {
 public:
   Tuner(const Plan &plan, Evaluator &evaluator, History &history)
@@ -30,7 +35,7 @@ public:
     std::vector<Candidate> candidates;
     for (const Image &image : images) {
       const Numbers &means = *history_.find(image);
-      candidates.push_back({image, means, plan_.cost(means), int(inspect::check(image).size())});
+      candidates.push_back({image, means, plan_.cost(means), faults(image)});
     }
     return candidates;
   }
@@ -67,7 +72,9 @@ void search(Tuner &tuner, const Plan &plan, const History &history, const Search
 }
 
 [[noreturn]] void refuse_start(const Plan &plan, const Image &start) {
-  const para::Finding finding = inspect::check(start).front();
+  const para::Findings findings = inspect::check(start);
+  const para::Finding &finding =
+      *std::ranges::find_if(findings, [](const para::Finding &f) { return f.severity != para::Severity::note; });
   throw InputError("plan {}: its moves start at parameters that nobody should use: {}: {}", plan.title, finding.key,
                    finding.message);
 }
@@ -149,9 +156,10 @@ Result tune(const Plan &plan, const Image &before, Evaluator &evaluator, History
             const Evaluated &evaluated) {
   Tuner tuner(plan, evaluator, history);
   Result result;
+  const Image set = plan.with_set(before);
+  plan.require_words(set);
   result.before = tuner.evaluate({before})[0];
   plan.require(result.before.means);
-  const Image set = plan.with_set(before);
   const auto first = tuner.evaluate({set, plan.moved(set, plan.start(set))});
   if (first[1].findings > std::max(first[0].findings, result.before.findings))
     refuse_start(plan, first[1].image);

@@ -25,7 +25,7 @@ struct Candidate {
   config::Image image;
   Numbers means;
   double cost;  ///< by the plan
-  int findings; ///< of inspect::check()
+  int findings; ///< errors and warnings of inspect::check()
 
   /// What the search goes by. A finding outweighs every want: the result is to be a file that its reader would not
   /// doubt.
