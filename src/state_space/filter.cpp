@@ -99,8 +99,8 @@ void reset(Filter &f) {
   std::fill_n(f.path.re, values, 0.f);
   std::fill_n(f.path.im, values, 0.f);
   std::fill_n(f.variance, values, start_variance);
-  for (float *values : {f.noise, f.uncertainty, f.echo.re, f.echo.im})
-    std::fill_n(values, f.path.stride, 0.f);
+  for (float *spectrum : {f.noise, f.uncertainty, f.echo.re, f.echo.im})
+    std::fill_n(spectrum, f.path.stride, 0.f);
   f.energy = 0;
 }
 
