@@ -1,6 +1,6 @@
-// How many calls a machine carries in real time: every stage of a preset's kind on, both directions, all layouts; on
-// one thread and on two, beside what the bare transforms gain from a second thread in the same run; and what a call
-// holds.
+// How many calls a machine carries in real time: every stage of a preset's kind on, both directions, all layouts, with
+// either echo canceller; on one thread and on two, beside what the bare transforms gain from a second thread in the
+// same run; and what a call holds.
 
 #include <kissfft/kiss_fftr.h>
 #include <malloc.h>
@@ -23,9 +23,11 @@ constexpr int32_t frames = 400;
 constexpr int32_t calls_per_thread = 4; ///< in turn, so that caches see several calls
 constexpr int32_t rounds = 5;           ///< the best counts: the machine may be busy
 
-qv_call *make_call(const Layout &layout, uint32_t seed) {
+qv_call *make_call(const Layout &layout, bool state_space, uint32_t seed) {
   const qv_call_config config = {sizeof config, layout.rate, layout.frame_len, seed};
-  const qv::config::Image image = qv::config::default_image(layout.rate);
+  qv::config::Image image = qv::config::default_image(layout.rate);
+  if (state_space)
+    set_value(qv::config::table::echo_control[0], image, 0, 1);
   qv_call *call = nullptr;
   if (qv_call_create(&config, image.data(), &call) != QV_VOICE_OK)
     std::abort();
@@ -84,13 +86,15 @@ template <class Work> double seconds(int32_t threads, Work work) {
 } // namespace
 
 int main() {
-  std::printf("layout      calls a core   two threads carry   bare transforms   bytes a call\n");
-  for (const Layout &layout : layouts) {
+  std::printf("layout                 calls a core   two threads carry   bare transforms   bytes a call\n");
+  for (size_t row = 0; row < 2 * layouts.size(); ++row) {
+    const Layout &layout = layouts[row / 2];
+    const bool state_space = row % 2 == 1;
     const size_t before = mallinfo2().uordblks;
     std::vector<std::vector<qv_call *>> calls(2);
     for (int32_t t = 0; t < 2; ++t)
       for (int32_t c = 0; c < calls_per_thread; ++c)
-        calls[size_t(t)].push_back(make_call(layout, uint32_t(t * calls_per_thread + c)));
+        calls[size_t(t)].push_back(make_call(layout, state_space, uint32_t(t * calls_per_thread + c)));
     const size_t bytes = (mallinfo2().uordblks - before) / (2 * calls_per_thread);
 
     const auto work = [&](int32_t t) { run_calls(layout, calls[size_t(t)]); };
@@ -98,8 +102,8 @@ int main() {
     const double one = seconds(1, work), two = seconds(2, work);
     const double bare_one = seconds(1, bare), bare_two = seconds(2, bare);
     const double audio = double(frames) * layout.frame_len / layout.rate * calls_per_thread;
-    std::printf("%5d %4d %14.0f %16.2f x %15.2f x %14zu\n", layout.rate, layout.frame_len, audio / one, 2 * one / two,
-                2 * bare_one / bare_two, bytes);
+    std::printf("%5d %4d %-11s %14.0f %16.2f x %15.2f x %14zu\n", layout.rate, layout.frame_len,
+                state_space ? "state-space" : "", audio / one, 2 * one / two, 2 * bare_one / bare_two, bytes);
     for (const std::vector<qv_call *> &of_thread : calls)
       for (qv_call *call : of_thread)
         qv_call_destroy(call);

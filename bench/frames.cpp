@@ -1,5 +1,5 @@
 // Frames of a call for scripts/bench, which counts their instructions: frames RATE FRAME_LEN SIGNAL PATH
-//   SIGNAL  speech (far end alone), silence, double-talk;  PATH  tx, rx
+//   SIGNAL  speech (far end alone), silence, double-talk;  PATH  tx, rx, state-space (tx with that canceller)
 
 #include <cmath>
 #include <cstdint>
@@ -29,7 +29,9 @@ int main(int argc, char **argv) {
     return 2;
   const int rate = std::atoi(argv[1]), length = std::atoi(argv[2]);
   const std::string signal = argv[3], path = argv[4];
-  const qv::config::Image image = qv::config::default_image(rate);
+  qv::config::Image image = qv::config::default_image(rate);
+  if (path == "state-space")
+    set_value(qv::config::table::echo_control[0], image, 0, 1);
   if (const int32_t status = QV_VOICE_InitImage(image.data(), rate, length)) {
     std::fprintf(stderr, "frames: %s\n", QV_VOICE_StatusText(status));
     return 2;
@@ -44,10 +46,10 @@ int main(int argc, char **argv) {
       const int near = signal == "double-talk" ? sound(near_random, k * length + i + rate / 7, rate) : 0;
       mic[size_t(i)] = int16_t(late[size_t(i)] / 2 + near);
     }
-    if (path == "tx")
-      QV_VOICE_ProcessTx(mic.data(), far.data(), out.data(), 0);
-    else
+    if (path == "rx")
       QV_VOICE_ProcessRx(mic.data(), out.data(), 0);
+    else
+      QV_VOICE_ProcessTx(mic.data(), far.data(), out.data(), 0);
   }
   return QV_VOICE_Destory();
 }

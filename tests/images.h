@@ -21,6 +21,12 @@ inline config::Image busy_image(int32_t rate) {
   return image;
 }
 
+/// With the state-space canceller in place of the other one.
+inline config::Image marked(config::Image image) {
+  set_value(config::table::echo_control[0], image, 0, 1);
+  return image;
+}
+
 /// Both directions of a call: bursts of noise at the far end, their echo and other bursts at the microphone.
 struct Call {
   Samples far, mic;

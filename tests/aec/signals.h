@@ -9,11 +9,9 @@
 #include "qvvoice/api/process.h"
 #include "qvvoice/dsp/math.h"
 #include "qvvoice/qvvoice.h"
-#include "support.h"
+#include "talk.h"
 
 namespace qv::test {
-
-using Signal = std::vector<float>;
 
 inline int32_t samples(const Layout &layout, double seconds) {
   return int32_t(seconds * layout.rate) / layout.frame_len * layout.frame_len;
@@ -66,18 +64,6 @@ inline Signal echo_of(const Signal &x, const Layout &layout, uint32_t seed = 3) 
     for (size_t k = 0; k < std::min(path.size(), i + 1); ++k)
       y[i] += gain * path[k] * x[i - k];
   return y;
-}
-
-inline Signal operator+(Signal a, const Signal &b) {
-  std::ranges::transform(a, b, a.begin(), std::plus());
-  return a;
-}
-
-inline Samples sampled(const Signal &x) {
-  Samples out;
-  for (const float value : x)
-    out.push_back(int16_t(std::lround(std::clamp(value, -32768.f, 32767.f))));
-  return out;
 }
 
 using Memories = std::vector<std::span<float>>; // arrays of a state record

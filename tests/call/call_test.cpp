@@ -21,26 +21,34 @@ Image quiet_image(int32_t rate) {
   return image;
 }
 
+Image quiet_marked_image(int32_t rate) {
+  Image image = marked(quiet_image(rate));
+  set_value(qv::config::table::echo_control.back(), image, 0, 0); // its background
+  return image;
+}
+
 // Comfort noise apart, which has another generator: byte for byte.
 TEST(Calls, give_the_bytes_of_the_process_entry_points) {
   for (const Layout &layout : all_layouts) {
     const Call signals(layout, 120);
-    const Image image = quiet_image(layout.rate);
-    ASSERT_EQ(QV_VOICE_InitImage(image.data(), layout.rate, layout.frame_len), QV_VOICE_OK);
-    const Outputs expected = run(layout, signals);
-    int32_t tx[2], rx[2];
-    ASSERT_EQ(QV_VOICE_GetLatency(tx, rx), QV_VOICE_OK);
-    const CallPtr call = make_call(layout, image);
-    EXPECT_EQ(run(call.get(), layout, signals), expected) << layout;
-    ASSERT_EQ(qv_call_latency(call.get(), tx + 1, rx + 1), QV_VOICE_OK);
-    EXPECT_EQ(tx[0], tx[1]);
-    EXPECT_EQ(rx[0], rx[1]);
-    QvVoiceTrace process{}, own{};
-    process.size = own.size = sizeof own;
-    ASSERT_EQ(QV_VOICE_GetTrace(&process), QV_VOICE_OK);
-    ASSERT_EQ(qv_call_trace(call.get(), &own), QV_VOICE_OK);
-    EXPECT_EQ(std::memcmp(&process, &own, sizeof own), 0) << layout;
-    EXPECT_EQ(own.tx_frame, 120u);
+    for (const Image &image : {quiet_image(layout.rate), quiet_marked_image(layout.rate)}) {
+      ASSERT_EQ(QV_VOICE_InitImage(image.data(), layout.rate, layout.frame_len), QV_VOICE_OK);
+      const Outputs expected = run(layout, signals);
+      int32_t tx[2], rx[2];
+      ASSERT_EQ(QV_VOICE_GetLatency(tx, rx), QV_VOICE_OK);
+      const CallPtr call = make_call(layout, image);
+      EXPECT_EQ(run(call.get(), layout, signals), expected) << layout;
+      ASSERT_EQ(qv_call_latency(call.get(), tx + 1, rx + 1), QV_VOICE_OK);
+      EXPECT_EQ(tx[0], tx[1]);
+      EXPECT_EQ(rx[0], rx[1]);
+      QvVoiceTrace process{}, own{};
+      process.size = own.size = sizeof own;
+      ASSERT_EQ(QV_VOICE_GetTrace(&process), QV_VOICE_OK);
+      ASSERT_EQ(qv_call_trace(call.get(), &own), QV_VOICE_OK);
+      EXPECT_EQ(std::memcmp(&process, &own, sizeof own), 0) << layout;
+      EXPECT_EQ(own.tx_frame, 120u);
+      EXPECT_EQ(own.state_space, image != quiet_image(layout.rate));
+    }
   }
   EXPECT_EQ(QV_VOICE_Destory(), QV_VOICE_OK);
 }
@@ -90,7 +98,7 @@ TEST(Calls, refuse_what_they_cannot_run) {
 // The canceller reads the microphone after `out` has been written: an overlap by a single sample counts.
 TEST(Calls, refuse_buffers_that_overlap_while_the_canceller_runs) {
   Image image = busy_image(16000);
-  const CallPtr cancelling = make_call(wide, image);
+  const CallPtr cancelling = make_call(wide, image), state_space = make_call(wide, marked(image));
   image[canceller] = 0;
   const CallPtr reducing = make_call(wide, image);
   Samples buffer(2000, 100), far(320, 0);
@@ -100,8 +108,10 @@ TEST(Calls, refuse_buffers_that_overlap_while_the_canceller_runs) {
                                        {-319, QV_VOICE_BAD_ARGUMENT},
                                        {320, QV_VOICE_OK},
                                        {-320, QV_VOICE_OK}}) {
-    EXPECT_EQ(qv_call_transmit(cancelling.get(), at, far.data(), at + offset), status) << offset;
-    EXPECT_EQ(qv_call_transmit(cancelling.get(), far.data(), at, at + offset), status) << offset;
+    for (qv_call *call : {cancelling.get(), state_space.get()}) {
+      EXPECT_EQ(qv_call_transmit(call, at, far.data(), at + offset), status) << offset;
+      EXPECT_EQ(qv_call_transmit(call, far.data(), at, at + offset), status) << offset;
+    }
   }
   EXPECT_EQ(qv_call_transmit(reducing.get(), at, far.data(), at), QV_VOICE_OK);
   EXPECT_EQ(qv_call_transmit(nullptr, at, far.data(), at), QV_VOICE_BAD_ARGUMENT);
@@ -258,9 +268,8 @@ TEST(Replacement, keeps_what_the_canceller_has_learnt) {
 // Its memory is there from the start or never: switched either way, the words are refused and the call goes on.
 TEST(Replacement, refuses_to_switch_the_state_space_canceller) {
   const Image without = quiet_image(16000);
-  Image with = without, tuned = without;
-  for (Image *image : {&with, &tuned})
-    set_value(qv::config::table::echo_control[0], *image, 0, 1);
+  const Image with = marked(without);
+  Image tuned = with;
   set_value(qv::config::table::echo_control[1], tuned, 0, 200);
   for (const auto &[first, refused, taken] : {std::tuple{without, with, without}, {with, without, tuned}}) {
     const CallPtr call = make_call(wide, first);

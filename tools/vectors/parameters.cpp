@@ -116,6 +116,13 @@ Image make_image(const StageSet &stages, int32_t rate) {
   };
   for (const Word &word : switches)
     set(image, rate, word);
+  if (stages.tail_ms > 0)
+    for (const Word &word : {Word{"echo_control", "enable", 1},
+                             {"echo_control", "tail_ms", stages.tail_ms},
+                             {"echo_control", "depth_db", 50},
+                             {"echo_control", "care", 2048},
+                             {"echo_control", "background", 4096}})
+      set(image, rate, word);
   set_taps(image, "tx.eq", stages.half_taps, 5);
   set_taps(image, "rx.eq", stages.half_taps, 6);
   return image;

@@ -14,6 +14,7 @@ struct StageSet {
   bool noise_reducer, echo_canceller, gain_control, comfort_noise;
   bool signal_to_echo; ///< suppressor by signal-to-echo ratios with a fixed delay; otherwise coherence, delay tracked
   int half_taps;       ///< of both equalisers; 0 switches them off
+  int tail_ms = 0;     ///< of the state-space echo canceller, which then takes the place of the other one; 0: the other
 };
 
 inline constexpr std::array stage_sets = std::to_array<StageSet>({
@@ -24,6 +25,9 @@ inline constexpr std::array stage_sets = std::to_array<StageSet>({
     {"eq", false, false, false, false, false, 129},
     {"all-33", true, true, true, true, false, 17},
     {"all-257", true, true, true, true, true, 129},
+    {"state-space", true, true, false, false, false, 0, 320},
+    // Too short for the call's delays: the bulk delay moves.
+    {"state-space-100", false, true, true, false, false, 0, 100},
 });
 
 /// @param rate  8000 or 16000, in Hz
