@@ -111,6 +111,8 @@ uint32_t effects_of_change(const Parameters &before, const Parameters &after) {
   const auto relearns = [&] {
     if (to.stAec.swAecEnable != 1)
       return false;
+    if (after.echo_control.enable == 1) // which finds the delay by itself
+      return from.stAec.swAecEnable != 1;
     const bool tracked = from.stAec.stDelay.swDelayEstEnable == 1, tracks = to.stAec.stDelay.swDelayEstEnable == 1;
     return from.stAec.swAecEnable != 1 || tracked != tracks ||
            (!tracks && from.stAec.swEchoDelay != to.stAec.swEchoDelay);

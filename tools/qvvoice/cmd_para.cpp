@@ -28,7 +28,7 @@ constexpr const char *file_help = "parameter file, packed or as text, or the nam
 
 struct Options {
   std::string file, other, out;
-  std::string base = default_preset(16000, 320);
+  std::string base = preset_of(default_family, 16000, 320);
   std::string section, form;
   std::optional<int32_t> rate;
   bool json = false, force = false, strict = false;

@@ -32,7 +32,7 @@ struct Options {
   std::string set, check;
   std::vector<std::string> echo;
   std::string near, calls;
-  std::string plan = "balanced";
+  std::string plan{para::default_family};
   std::optional<std::string> para; ///< where to start
   int rate = 16000, frame_ms = 20;
   std::string out, log, name, pages;
@@ -105,6 +105,9 @@ void run(Options options) {
     options.set = options.calls + "/tune";
     options.check = options.calls + "/check";
   }
+  const std::string own = para::preset_of(options.plan, options.rate, qv::frame_length(options.rate, options.frame_ms));
+  if (!options.para && para::find_preset(own))
+    options.para = own;
   const Setup before = make_setup(options.para, options.rate, options.frame_ms);
   const tune::Plan plan = tune::read_plan(options.plan, options.rate);
   Evaluator evaluator(options.set, options.rate, options.frame_ms, options.jobs);
@@ -172,9 +175,10 @@ void add_tune(CLI::App &app) {
           ->needs(echo);
   echo->needs(near, calls);
   verb->add_option("-o,--out", options->out, "Parameter file to write, as text")->type_name("FILE")->required();
-  verb->add_option("--plan", options->plan, "What may move and what is wanted: a file, or a name built in (balanced)");
-  add_parameters(*verb, options->para,
-                 fmt::format("Where to start ({}, for the rate and frame length)", para::default_family), "--base");
+  verb->add_option(
+      "--plan", options->plan,
+      fmt::format("What may move and what is wanted: a file, or a name built in ({})", para::default_family));
+  add_parameters(*verb, options->para, "Where to start (the plan's preset for the rate and frame length)", "--base");
   verb->add_option("--name", options->name, "Name to write into the file")->default_str("tuned");
   options->name = "tuned";
   verb->add_option("--rate", options->rate, "Hz (16000)")->check(CLI::IsMember(served_rates));

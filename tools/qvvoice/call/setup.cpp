@@ -39,7 +39,7 @@ void warn_about(const std::string &name) {
 Setup make_setup(const std::optional<std::string> &para, int rate, int frame_ms) {
   check_layout(rate, frame_ms);
   const int frame_len = frame_length(rate, frame_ms);
-  const std::string name = para.value_or(para::default_preset(rate, frame_len));
+  const std::string name = para.value_or(para::preset_of(para::default_family, rate, frame_len));
   const Image image = read_image(name);
   if (image[rate_word] != rate)
     throw InputError(

@@ -18,8 +18,8 @@ const Preset *find_preset(std::string_view name) {
   return found == presets().end() ? nullptr : &*found;
 }
 
-std::string default_preset(int32_t rate, int32_t frame_len) {
-  return fmt::format("{}-{}k-{}ms", default_family, rate / 1000, frame_len * 1000 / rate);
+std::string preset_of(std::string_view family, int32_t rate, int32_t frame_len) {
+  return fmt::format("{}-{}k-{}ms", family, rate / 1000, frame_len * 1000 / rate);
 }
 
 } // namespace qv::tool::para

@@ -24,10 +24,10 @@ std::vector<std::string> preset_names();
 const Preset *find_preset(std::string_view name);
 
 /// Kind of preset that the verbs take when nothing is asked for.
-inline constexpr std::string_view default_family = "balanced";
+inline constexpr std::string_view default_family = "clear";
 
-/// The default family's preset for a layout: "balanced-16k-20ms".
+/// A family's preset for a layout: "clear-16k-20ms".
 /// @param frame_len  samples
-std::string default_preset(int32_t rate, int32_t frame_len);
+std::string preset_of(std::string_view family, int32_t rate, int32_t frame_len);
 
 } // namespace qv::tool::para

@@ -57,7 +57,7 @@ bool take_defaults(const toml::table &root, int32_t rate, ReadText &result) {
   result.log.error("",
                    fmt::format("neither rate nor base is given; right would be rate = 8000, rate = 16000 or a preset "
                                "such as base = \"{}\"",
-                               default_preset(16000, 320)));
+                               preset_of(default_family, 16000, 320)));
   return false;
 }
 
