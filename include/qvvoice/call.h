@@ -72,9 +72,9 @@ enum QvCallEffects {
 /// canceller, or a noise reducer whose output is heard without it, pauses that direction; another fixed delay, or
 /// tracking switched, makes the filter learn anew.
 /// @param words    [500] as for create, of the same rate
-/// @return also QV_VOICE_REFUSED for words that switch the state-space echo canceller on or off (docs/parameters.md,
-///         echo_control.enable): a call takes its memory when it is made, or never
 /// @param effects  null, or written: a sum of QvCallEffects
+/// @return QV_VOICE_REFUSED as for create, and for words that switch the state-space echo canceller on or off
+///         (echo_control.enable of docs/parameters.md): a call takes its memory when it is made, or never
 QV_API int32_t qv_call_replace_parameters(qv_call *call, const int16_t *words, uint32_t *effects);
 
 /// Delay of each path in samples with the parameters last given, input to output of the frame calls.

@@ -25,7 +25,7 @@ public:
   /// Begins the way through silence.
   void pause() { phase_ = Phase::fade_out; }
 
-  /// Goes over to the gain control and equaliser of these, at once where nothing can be heard of it.
+  /// Goes over to another gain control and equaliser, at once where nothing can be heard of it.
   void cross_over(const AgcPara &agc_para, const EqPara &eq_para, AgcState &agc);
 
   /// The same in silence.
