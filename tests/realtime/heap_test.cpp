@@ -186,7 +186,7 @@ TEST(Heap, a_thousand_calls_leave_nothing) {
   const Layout &layout = all_layouts[3];
   const auto plain = qv::config::default_image(layout.rate);
   const qv_call_config config = {sizeof config, layout.rate, layout.frame_len, 1};
-  for (const auto &[image, most] : {std::pair{plain, 600'000u}, {marked(plain), 900'000u}}) {
+  for (const auto &[image, most] : {std::pair{plain, 600'000u}, {marked(plain), 750'000u}}) {
     std::vector<qv_call *> calls(1000);
     const Armed scope;
     int32_t failed = 0;
