@@ -9,6 +9,8 @@ namespace qv::pipewire {
 
 namespace {
 
+constexpr int chunk = 256; ///< samples at the graph's rate that are run at once
+
 /// How a preset's name ends.
 std::string layout_of(const Settings &s) {
   std::string layout = "-";
@@ -49,10 +51,9 @@ qv_call *make_call(const Settings &s) {
   return call;
 }
 
-/// @param block  samples that every block is a multiple of, 0 for any length
-qv_stream *make_stream(qv_call *call, int32_t block) {
+qv_stream *make_stream(qv_call *call) {
   qv_stream *stream = nullptr;
-  const int32_t status = qv_stream_create(call, block, &stream);
+  const int32_t status = qv_stream_create(call, 0, &stream);
   if (status != QV_VOICE_OK)
     throw std::invalid_argument(QV_VOICE_StatusText(status));
   return stream;
@@ -61,17 +62,14 @@ qv_stream *make_stream(qv_call *call, int32_t block) {
 } // namespace
 
 Canceller::Canceller(const Settings &settings, int graph_rate, int channels)
-    : rate_(settings.rate), channels_(channels),
-      frame_(graph_rate * settings.frame_ms % 1000 == 0 ? graph_rate * settings.frame_ms / 1000 : 0),
-      chunk_(frame_ ? frame_ : graph_rate * settings.frame_ms / 1000), mic_down_(graph_rate, rate_, chunk_),
-      ref_down_(graph_rate, rate_, chunk_), up_(rate_, graph_rate, mic_down_.most_out()), call_(make_call(settings)),
-      whole_(make_stream(call_.get(), frame_length())), any_(make_stream(call_.get(), 0)),
-      stream_(frame_ ? whole_.get() : any_.get()), mixed_(size_t(chunk_)), mic_(size_t(mic_down_.most_out())),
-      ref_(mic_.size()), ready_(size_t(chunk_ + up_.most_out())) {}
+    : rate_(settings.rate), channels_(channels), mic_down_(graph_rate, rate_, chunk),
+      ref_down_(graph_rate, rate_, chunk), up_(rate_, graph_rate, mic_down_.most_out()), call_(make_call(settings)),
+      stream_(make_stream(call_.get())), mixed_(chunk), mic_(size_t(mic_down_.most_out())), ref_(mic_.size()),
+      ready_(size_t(chunk + up_.most_out())) {}
 
-double Canceller::delay(bool whole_frames) const {
+double Canceller::delay() const {
   int32_t tx = 0, rx = 0;
-  qv_stream_latency(whole_frames && frame_ ? whole_.get() : any_.get(), &tx, &rx);
+  qv_stream_latency(stream_.get(), &tx, &rx);
   return mic_down_.delay() + double(tx) / rate_ + up_.delay();
 }
 
@@ -94,7 +92,7 @@ void Canceller::run_chunk(int from, const float *const mic[], const float *const
                           int count) noexcept {
   const int n = mic_down_.process(mix(mic, from, count), count, mic_.data());
   ref_down_.process(mix(ref, from, count), count, ref_.data());
-  qv_stream_transmit_float(stream_, mic_.data(), ref_.data(), mic_.data(), uint32_t(n));
+  qv_stream_transmit_float(stream_.get(), mic_.data(), ref_.data(), mic_.data(), uint32_t(n));
   left_ += up_.process(mic_.data(), n, &ready_[size_t(left_)]);
   for (int c = 0; c < channels_; ++c)
     if (out[c])
@@ -103,22 +101,18 @@ void Canceller::run_chunk(int from, const float *const mic[], const float *const
   std::copy_n(ready_.begin() + count, left_, ready_.begin());
 }
 
-void Canceller::begin() noexcept {
+void Canceller::forget() noexcept {
   for (RateConverter *converter : {&mic_down_, &ref_down_, &up_})
     converter->reset();
-  qv_stream_reset(whole_.get());
-  qv_stream_reset(any_.get());
-  stream_ = frame_ ? whole_.get() : any_.get();
+  qv_stream_reset(stream_.get());
   left_ = 0;
 }
 
 void Canceller::run(const float *const mic[], const float *const ref[], float *const out[], int count) noexcept {
   if (restart_.exchange(false))
-    begin();
-  if (frame_ && count % frame_ != 0)
-    stream_ = any_.get();
-  for (int from = 0; from < count; from += chunk_)
-    run_chunk(from, mic, ref, out, std::min(chunk_, count - from));
+    forget();
+  for (int from = 0; from < count; from += chunk)
+    run_chunk(from, mic, ref, out, std::min(chunk, count - from));
 }
 
 } // namespace qv::pipewire

@@ -19,12 +19,10 @@ struct Settings {
   std::string parameters = "balanced"; ///< a preset's name, or the path (with a slash) of a packed file
 };
 
-/// The transmit direction of a call for blocks of any length, at any rate, with any number of channels. As long as the
-/// blocks are whole frames nothing waits for a frame to fill; the first that is none costs nearly a frame of delay,
-/// once.
+/// The transmit direction of a call for blocks of any length, at any rate, with any number of channels.
 class Canceller {
 public:
-  /// @param graph_rate  Hz, 8000 to 384000
+  /// @param graph_rate  Hz, 8000 to 384000 in steps of 25: a filter of a few hundred phases at most
   /// @param channels    of microphone, reference and output
   /// @throws std::invalid_argument  says what is wrong and what would be right; std::bad_alloc
   Canceller(const Settings &settings, int graph_rate, int channels);
@@ -37,11 +35,8 @@ public:
   /// Lets the next block begin with nothing waiting, as after a pause. From any thread; what was learnt stays.
   void restart() noexcept { restart_ = true; }
 
-  /// Input to output, in seconds, in blocks that are whole frames or in others.
-  double delay(bool whole_frames) const;
-
-  /// Samples of a frame at the call's rate.
-  int frame_length() const { return qv_call_frame_length(call_.get()); }
+  /// Input to output, in seconds.
+  double delay() const;
 
 private:
   struct Destroy {
@@ -49,21 +44,18 @@ private:
     void operator()(qv_stream *stream) const { qv_stream_destroy(stream); }
   };
 
-  void begin() noexcept;
+  void forget() noexcept;
   void run_chunk(int from, const float *const mic[], const float *const ref[], float *const out[], int count) noexcept;
   const float *mix(const float *const signal[], int from, int count) noexcept;
 
   int rate_, channels_;
-  int frame_; ///< samples of a frame at the graph's rate; 0 where it is no whole number of them
-  int chunk_; ///< samples at the graph's rate that are run at once
   RateConverter mic_down_, ref_down_, up_;
   std::unique_ptr<qv_call, Destroy> call_;
-  std::unique_ptr<qv_stream, Destroy> whole_, any_; ///< for blocks of whole frames, and of any length
-  qv_stream *stream_;                               ///< one of them
-  std::vector<float> mixed_;                        ///< a chunk at the graph's rate
-  std::vector<float> mic_, ref_;                    ///< the same at the call's rate
-  std::vector<float> ready_; ///< at the graph's rate again: the chunk and what the last one left over
-  int left_ = 0;             ///< samples of it that wait
+  std::unique_ptr<qv_stream, Destroy> stream_;
+  std::vector<float> mixed_;     ///< a chunk at the graph's rate
+  std::vector<float> mic_, ref_; ///< the same at the call's rate
+  std::vector<float> ready_;     ///< at the graph's rate again: the chunk and what the last one left over
+  int left_ = 0;                 ///< samples of it that wait
   std::atomic<bool> restart_{false};
 };
 

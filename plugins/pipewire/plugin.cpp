@@ -17,7 +17,7 @@ namespace {
 
 using namespace qv::pipewire;
 
-constexpr int least_rate = 8000, greatest_rate = 384000; ///< of a graph, Hz
+constexpr int least_rate = 8000, greatest_rate = 384000, rate_step = 25; ///< of a graph, Hz
 
 /// A handle that the host has allocated. The host runs blocks on its data thread, and calls the rest from another one
 /// while no block runs, but for `activate`.
@@ -27,8 +27,13 @@ struct Plugin {
   spa_hook_list hooks;
   spa_log *log;
   std::unique_ptr<Canceller> canceller;
-  std::string latency; ///< of `aec`: a frame, "320/16000". The module then runs blocks of whole frames
+  std::string latency; ///< of `aec`
 };
+
+/// The blocks that the module is to run, as a duration. The module of 0.3.65 runs one in a cycle of the graph and drops
+/// what is over where cycles are longer: these are as long as a graph's, unless it is told to make longer ones, and as
+/// the shortest in a virtual machine.
+std::string block_at(int rate) { return rate % 11025 == 0 ? "1024/44100" : "1024/48000"; }
 
 Plugin &plugin_of(void *object) { return *static_cast<Plugin *>(object); }
 
@@ -41,23 +46,22 @@ int init(void *object, const spa_dict *args, const spa_audio_info_raw *info) {
   Plugin &plugin = plugin_of(object);
   plugin.canceller.reset();
   const int rate = int(info->rate), channels = int(info->channels);
-  if (rate < least_rate || rate > greatest_rate || channels < 1) {
+  if (rate < least_rate || rate > greatest_rate || rate % rate_step != 0 || channels < 1) {
     spa_log_error(plugin.log,
-                  "qvvoice: audio.rate = %d, audio.channels = %d: the rate must be %d to %d Hz, and there "
-                  "must be a channel",
-                  rate, channels, least_rate, greatest_rate);
+                  "qvvoice: audio.rate = %d, audio.channels = %d: the rate must be %d to %d Hz in steps of "
+                  "%d, and there must be a channel",
+                  rate, channels, least_rate, greatest_rate, rate_step);
     return -EINVAL;
   }
   try {
     const Settings settings = read_settings(args);
     plugin.canceller = std::make_unique<Canceller>(settings, rate, channels);
-    plugin.latency = std::to_string(plugin.canceller->frame_length()) + "/" + std::to_string(settings.rate);
+    plugin.latency = block_at(rate);
     plugin.aec.latency = plugin.latency.c_str();
     spa_log_info(plugin.log,
-                 "qvvoice %s: %s, %d Hz, frames of %d ms, in a graph of %d Hz with %d channels; delay %.1f ms, in "
-                 "blocks that are no whole frames %.1f ms",
+                 "qvvoice %s: %s, %d Hz, frames of %d ms, in a graph of %d Hz with %d channels, delay %.1f ms",
                  QV_VOICE_Version(), settings.parameters.c_str(), settings.rate, settings.frame_ms, rate, channels,
-                 1000 * plugin.canceller->delay(true), 1000 * plugin.canceller->delay(false));
+                 1000 * plugin.canceller->delay());
     return 0;
   } catch (const std::bad_alloc &) {
     spa_log_error(plugin.log, "qvvoice: out of memory");
