@@ -1,6 +1,7 @@
-# usage: play_scene.sh QVVOICE SPA_FOLDER DROP_IN SYSTEM
+# usage: play_scene.sh QVVOICE SPA_FOLDER DROP_IN SYSTEM [SCENE]
 # A daemon and a session manager with the drop-in as it ships; a scene is played through them and the echo measured behind.
 #   SYSTEM  folder that scripts/pipewire-system has filled; without it the test is skipped (77)
+#   SCENE   folder of scene.toml as made; made here where it is not given
 # Real time. One player feeds microphone and far end, one recorder takes all that is compared, and nodes of one graph keep
 # step: on a busy machine everything is late together (root's processes go first, too). What is lost all the same is
 # granted a second and a third try, from the start.
@@ -32,8 +33,9 @@ default_access.enable()
 device_defaults.properties["use-persistent-storage"] = false
 device_defaults.enable()
 LUA
-"$qvvoice" scene "$here/scene.toml" --rate 16000 --out "$work/scene" >/dev/null || exit 1
-perl "$here/recording.pl" join "$work"/scene/{mic,ref}.wav "$work/both.wav" || exit 1
+scene=${5:-$work/scene}
+[ $# -ge 5 ] || "$qvvoice" scene "$here/scene.toml" --rate 16000 --out "$scene" >/dev/null || exit 1
+perl "$here/recording.pl" join "$scene"/{mic,ref}.wav "$work/both.wav" || exit 1
 
 export LD_LIBRARY_PATH=$lib PATH=$system/usr/bin:$PATH HOME=$work/home XDG_RUNTIME_DIR=$work/run PIPEWIRE_RUNTIME_DIR=$work/run
 export PIPEWIRE_CONFIG_DIR=$work/daemon PIPEWIRE_MODULE_DIR=$lib/pipewire-0.3 SPA_PLUGIN_DIR=$spa:$lib/spa-0.2
@@ -49,8 +51,8 @@ wait_for() { # what, command...
     sleep 0.2
   done
 }
-linked() { pw-link -l 2>/dev/null | grep -A1 "^$1\$" | grep -q "$2"; }
-has_port() { pw-link "$1" 2>/dev/null | grep -q "^$2\$"; }
+linked() { timeout 10 pw-link -l 2>/dev/null | grep -A1 "^$1\$" | grep -q "$2"; }
+has_port() { timeout 10 pw-link "$1" 2>/dev/null | grep -q "^$2\$"; }
 
 start() {
   PIPEWIRE_DEBUG=3 nice -n -15 pipewire >"$work/daemon.log" 2>&1 & jobs_of_mine+=($!)
