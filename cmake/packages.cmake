@@ -62,6 +62,7 @@ if(TARGET qvvoice_pipewire)
   set(CPACK_DEBIAN_PIPEWIRE_PACKAGE_NAME libspa-0.2-qvvoice)
   set(CPACK_DEBIAN_PIPEWIRE_PACKAGE_SECTION sound)
   set(CPACK_DEBIAN_PIPEWIRE_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_PIPEWIRE_PACKAGE_DEPENDS "libqvvoice${QVVOICE_SOVERSION} (>= ${PROJECT_VERSION})")
   # As Debian's own plugins: what loads it is not pulled in. Methods of version 2 came with 0.3.58.
   set(CPACK_DEBIAN_PIPEWIRE_PACKAGE_RECOMMENDS "pipewire (>= 0.3.58)")
   set(CPACK_DEBIAN_PIPEWIRE_PACKAGE_SUGGESTS qvvoice)
