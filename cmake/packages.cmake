@@ -1,4 +1,5 @@
-# Debian packages, one per component: libqvvoice1, libqvvoice-dev, qvvoice. `scripts/package` builds them.
+# Debian packages, one per component: libqvvoice1, libqvvoice-dev, qvvoice, and one per plugin that is built.
+# `scripts/package` builds them.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME qvvoice)
 set(CPACK_PACKAGE_VENDOR "QV Voice developers")
@@ -54,6 +55,20 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libqvvoice${QVVOICE_SOVERSION} (= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "speech processing for voice calls, command-line tool\n${library_text}\n.\nRuns recordings through the library, writes and checks its parameter files,\nmeasures and shows what it does.")
 
+set(documented RUNTIME DEVELOPMENT TOOLS)
+if(TARGET qvvoice_pipewire)
+  list(APPEND CPACK_COMPONENTS_ALL pipewire)
+  list(APPEND documented PIPEWIRE)
+  set(CPACK_DEBIAN_PIPEWIRE_PACKAGE_NAME libspa-0.2-qvvoice)
+  set(CPACK_DEBIAN_PIPEWIRE_PACKAGE_SECTION sound)
+  set(CPACK_DEBIAN_PIPEWIRE_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_PIPEWIRE_PACKAGE_DEPENDS "libqvvoice${QVVOICE_SOVERSION} (>= ${PROJECT_VERSION})")
+  # As Debian's own plugins: what loads it is not pulled in. Methods of version 2 came with 0.3.58.
+  set(CPACK_DEBIAN_PIPEWIRE_PACKAGE_RECOMMENDS "pipewire (>= 0.3.58)")
+  set(CPACK_DEBIAN_PIPEWIRE_PACKAGE_SUGGESTS qvvoice)
+  set(CPACK_COMPONENT_PIPEWIRE_DESCRIPTION "speech processing for voice calls, PipeWire plugin\n${library_text}\n.\nFor libpipewire-module-echo-cancel, with a configuration to drop in.")
+endif()
+
 # What Debian wants beside every package: the licence, and a changelog in its own form.
 set(changelog ${PROJECT_BINARY_DIR}/changelog)
 file(WRITE ${changelog} "qvvoice (${PROJECT_VERSION}) unstable; urgency=medium
@@ -73,7 +88,7 @@ ${own_licence}
 The library and the tool contain kissfft 131.1.0:
 
 ${kissfft_licence}")
-foreach(component RUNTIME DEVELOPMENT TOOLS)
+foreach(component IN LISTS documented)
   string(TOLOWER ${component} name)
   set(doc ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${component}_PACKAGE_NAME})
   install(FILES ${PROJECT_BINARY_DIR}/copyright DESTINATION ${doc} COMPONENT ${name})
@@ -87,5 +102,9 @@ install(FILES ${PROJECT_SOURCE_DIR}/docs/building.md ${PROJECT_SOURCE_DIR}/docs/
   ${PROJECT_SOURCE_DIR}/docs/algorithm.md DESTINATION ${doc}/docs COMPONENT development)
 set(doc ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_TOOLS_PACKAGE_NAME})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${doc} COMPONENT tools)
+if(TARGET qvvoice_pipewire)
+  install(FILES ${PROJECT_SOURCE_DIR}/docs/pipewire.md
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_PIPEWIRE_PACKAGE_NAME} COMPONENT pipewire)
+endif()
 
 include(CPack)
