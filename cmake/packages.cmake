@@ -1,4 +1,4 @@
-# Debian packages, one per component: libqvvoice1, libqvvoice-dev, qvvoice, and one per plugin that is built.
+# Debian packages, one per component: libqvvoice1, libqvvoice-dev, qvvoice, and one per binding or plugin that is built.
 # `scripts/package` builds them.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME qvvoice)
@@ -24,7 +24,6 @@ endif()
 set(CPACK_PACKAGE_CONTACT "${maintainer} <${address}>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${PROJECT_DESCRIPTION})
 set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
-set(CPACK_COMPONENTS_ALL runtime development tools)
 set(CPACK_STRIP_FILES ON)
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -55,10 +54,35 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libqvvoice${QVVOICE_SOVERSION} (= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "speech processing for voice calls, command-line tool\n${library_text}\n.\nRuns recordings through the library, writes and checks its parameter files,\nmeasures and shows what it does.")
 
-set(documented RUNTIME DEVELOPMENT TOOLS)
+# Where their systems are there: the Python module, the GStreamer plugin and the PipeWire plugin.
+set(components RUNTIME DEVELOPMENT TOOLS)
+if(TARGET qvvoice_python)
+  list(APPEND components PYTHON)
+  math(EXPR next_minor "${Python3_VERSION_MINOR} + 1")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-qvvoice)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "libqvvoice${QVVOICE_SOVERSION} (= ${PROJECT_VERSION}), python3 (>= ${Python3_VERSION_MAJOR}.${Python3_VERSION_MINOR}~), python3 (<< ${Python3_VERSION_MAJOR}.${next_minor}), python3-numpy")
+  set(CPACK_COMPONENT_PYTHON_DESCRIPTION "speech processing for voice calls, Python module\n${library_text}\n.\nCalls, whole recordings, parameter files and measures, on numpy arrays.")
+  # Compiled when it is installed, as Debian does it.
+  file(WRITE ${control}/python/postinst "#!/bin/sh\nset -e\nif [ \"$1\" = configure ]; then\n  py3compile -p python3-qvvoice\nfi\n")
+  file(WRITE ${control}/python/prerm "#!/bin/sh\nset -e\npy3clean -p python3-qvvoice\n")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${control}/python/postinst ${control}/python/prerm)
+  install(FILES ${PROJECT_SOURCE_DIR}/docs/python.md ${PROJECT_SOURCE_DIR}/examples/python/look_at_a_call.py
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/python3-qvvoice COMPONENT python)
+endif()
+if(TARGET qvvoice_gstreamer)
+  list(APPEND components GSTREAMER)
+  set(CPACK_DEBIAN_GSTREAMER_PACKAGE_NAME gstreamer1.0-qvvoice)
+  set(CPACK_DEBIAN_GSTREAMER_PACKAGE_SECTION sound)
+  set(CPACK_DEBIAN_GSTREAMER_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_GSTREAMER_PACKAGE_DEPENDS "libqvvoice${QVVOICE_SOVERSION} (= ${PROJECT_VERSION})")
+  set(CPACK_COMPONENT_GSTREAMER_DESCRIPTION "speech processing for voice calls, GStreamer plugin\n${library_text}\n.\nThe elements qvvoice, for the microphone, and qvvoiceprobe, for what is played.")
+  install(FILES ${PROJECT_SOURCE_DIR}/docs/gstreamer.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/gstreamer1.0-qvvoice
+    COMPONENT gstreamer)
+endif()
 if(TARGET qvvoice_pipewire)
-  list(APPEND CPACK_COMPONENTS_ALL pipewire)
-  list(APPEND documented PIPEWIRE)
+  list(APPEND components PIPEWIRE)
   set(CPACK_DEBIAN_PIPEWIRE_PACKAGE_NAME libspa-0.2-qvvoice)
   set(CPACK_DEBIAN_PIPEWIRE_PACKAGE_SECTION sound)
   set(CPACK_DEBIAN_PIPEWIRE_PACKAGE_SHLIBDEPS ON)
@@ -68,6 +92,7 @@ if(TARGET qvvoice_pipewire)
   set(CPACK_DEBIAN_PIPEWIRE_PACKAGE_SUGGESTS qvvoice)
   set(CPACK_COMPONENT_PIPEWIRE_DESCRIPTION "speech processing for voice calls, PipeWire plugin\n${library_text}\n.\nFor libpipewire-module-echo-cancel, with a configuration to drop in.")
 endif()
+string(TOLOWER "${components}" CPACK_COMPONENTS_ALL)
 
 # What Debian wants beside every package: the licence, and a changelog in its own form.
 set(changelog ${PROJECT_BINARY_DIR}/changelog)
@@ -88,7 +113,7 @@ ${own_licence}
 The library and the tool contain kissfft 131.1.0:
 
 ${kissfft_licence}")
-foreach(component IN LISTS documented)
+foreach(component IN LISTS components)
   string(TOLOWER ${component} name)
   set(doc ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${component}_PACKAGE_NAME})
   install(FILES ${PROJECT_BINARY_DIR}/copyright DESTINATION ${doc} COMPONENT ${name})

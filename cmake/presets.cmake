@@ -13,6 +13,5 @@ function(qvvoice_pack_presets tool)
     list(APPEND packed_files ${packed})
   endforeach()
   add_custom_target(qvvoice_presets ALL DEPENDS ${packed_files})
-  set_property(GLOBAL PROPERTY QVVOICE_PACKED_PRESETS ${packed_files}) # for the plugins
   install(FILES ${preset_texts} ${packed_files} DESTINATION ${CMAKE_INSTALL_DATADIR}/qvvoice/presets COMPONENT tools)
 endfunction()

@@ -3,51 +3,39 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "packed_presets.h"
+#include <fmt/ranges.h>
+
+#include "para/para_file.h"
+#include "para/presets.h"
 
 namespace qv::pipewire {
+
+using namespace tool;
 
 namespace {
 
 constexpr int chunk = 256; ///< samples at the graph's rate that are run at once
 
-/// How a preset's name ends.
-std::string layout_of(const Settings &s) {
-  std::string layout = "-";
-  return layout.append(std::to_string(s.rate / 1000)).append("k-").append(std::to_string(s.frame_ms)).append("ms");
-}
-
-const PackedPreset &find_preset(const Settings &s) {
-  const std::string layout = layout_of(s);
-  std::string names;
-  for (const PackedPreset &preset : packed_presets()) {
-    if (preset.name == s.parameters + layout)
-      return preset;
-    if (preset.name.ends_with(layout))
-      names += (names.empty() ? "" : ", ") + std::string(preset.name.substr(0, preset.name.size() - layout.size()));
-  }
-  throw std::invalid_argument("parameters = \"" + s.parameters + "\": there is no such preset; there are " + names +
-                              ", or give the path of a packed file, with a slash");
+/// Parameters of a path, or of a family of presets.
+std::string name_of(const Settings &s, int32_t frame_len) {
+  if (s.parameters.find('/') != std::string::npos)
+    return s.parameters;
+  const std::string name = para::preset_of(s.parameters, s.rate, frame_len);
+  if (!para::find_preset(name))
+    throw std::invalid_argument("parameters = \"" + s.parameters + "\": there is no such preset; there are " +
+                                fmt::format("{}", fmt::join(para::families(), ", ")) +
+                                ", or give the path of a file, with a slash");
+  return name;
 }
 
 qv_call *make_call(const Settings &s) {
-  const qv_call_config config = {sizeof config, s.rate, s.rate * s.frame_ms / 1000, 1};
+  const qv_call_config config = {sizeof config, s.rate, frame_length(s.rate, s.frame_ms), 1};
+  const config::Image words = para::load_valid(name_of(s, config.frame_len)).image;
   qv_call *call = nullptr;
-  if (s.parameters.find('/') != std::string::npos) {
-    const int32_t status = qv_call_create_from_file(&config, s.parameters.c_str(), &call);
-    if (status != QV_VOICE_OK)
-      throw std::invalid_argument("parameters = \"" + s.parameters + "\": " + QV_VOICE_StatusText(status) +
-                                  "; it must be a file that `qvvoice para pack` has written for " +
-                                  std::to_string(s.rate) + " Hz");
-    return call;
-  }
-  const auto &bytes = find_preset(s).bytes;
-  int16_t words[500];
-  for (size_t i = 0; i < std::size(words); ++i)
-    words[i] = int16_t(bytes[2 * i] | bytes[2 * i + 1] << 8);
-  const int32_t status = qv_call_create(&config, words, &call);
+  const int32_t status = qv_call_create(&config, words.data(), &call);
   if (status != QV_VOICE_OK)
-    throw std::invalid_argument(QV_VOICE_StatusText(status));
+    throw std::invalid_argument("parameters = \"" + s.parameters + "\": " + QV_VOICE_StatusText(status) +
+                                "; it must be a file for " + std::to_string(s.rate) + " Hz");
   return call;
 }
 

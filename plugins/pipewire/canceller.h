@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "para/presets.h"
 #include "qvvoice/stream.h"
 #include "rate_converter.h"
 
@@ -14,9 +15,9 @@ namespace qv::pipewire {
 
 /// What `aec.args` says.
 struct Settings {
-  int rate = 16000;                    ///< of the call, Hz
-  int frame_ms = 20;                   ///< 16 or 20
-  std::string parameters = "balanced"; ///< a preset's name, or the path (with a slash) of a packed file
+  int rate = 16000;                                                 ///< of the call, Hz
+  int frame_ms = 20;                                                ///< 16 or 20
+  std::string parameters = std::string(tool::para::default_family); ///< a family of presets, or a path (with a slash)
 };
 
 /// The transmit direction of a call for blocks of any length, at any rate, with any number of channels.

@@ -157,8 +157,8 @@ TEST(Plugin, refuses_what_it_cannot_do_and_says_why) {
   } cases[] = {
       {{{"rate", "48000"}}, 48000, 2, {"rate = 48000", "8000 or 16000"}},
       {{{"frame_ms", ""}}, 48000, 2, {"frame_ms", "16 or 20"}},
-      {{{"parameters", "loud"}}, 48000, 2, {"\"loud\"", "balanced, echo-safe, full-duplex, noise-only"}},
-      {{{"parameters", "/nowhere/at.all"}}, 48000, 2, {"/nowhere/at.all", "para pack"}},
+      {{{"parameters", "loud"}}, 48000, 2, {"\"loud\"", "balanced, clear, echo-safe, full-duplex, noise-only"}},
+      {{{"parameters", "/nowhere/at.all"}}, 48000, 2, {"/nowhere/at.all"}},
       {{{"parameters", file.path}, {"rate", "8000"}}, 48000, 2, {"8000 Hz"}},
       {{{"preset", "balanced"}}, 48000, 2, {"\"preset\"", "rate, frame_ms, parameters"}},
       {{}, 4000, 2, {"audio.rate = 4000", "8000 to 384000"}},

@@ -9,6 +9,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "call/calls.h"
 #include "process_fixture.h"
 #include "support/output_file.h"
 
@@ -202,9 +203,9 @@ TEST_F(Process, each_direction_writes_what_the_frame_calls_give) {
     std::fill(whole.far.begin() + long(length), whole.far.end(), 0);
     std::fill(whole.mic.begin() + long(mic_length), whole.mic.end(), 0);
     const config::Image image = test::busy_image(layout.rate);
-    ASSERT_EQ(QV_VOICE_InitImage(image.data(), layout.rate, layout.frame_len), QV_VOICE_OK);
-    test::Outputs expected = test::run(layout, whole);
-    QV_VOICE_Destory();
+    const test::CallPtr call = test::make_call(layout, image, /*seed*/ 0);
+    ASSERT_TRUE(call);
+    test::Outputs expected = test::run(call.get(), layout, whole);
     expected.played.resize(length);
     expected.sent.resize(length);
     Samples both;

@@ -1,6 +1,5 @@
 #include "call/library.h"
 
-#include <cstdlib>
 #include <stdexcept>
 
 namespace qv::tool {
@@ -13,29 +12,29 @@ void require_ok(int32_t status) {
 
 } // namespace
 
-Library::Library(const Setup &setup) : frame_len_(uint32_t(setup.frame_len)) {
-  std::srand(1); // comfort noise draws from rand(): every run gets the numbers of a process's first
-  require_ok(QV_VOICE_InitImage(setup.para.data(), setup.rate, setup.frame_len));
+Library::Library(const Setup &setup) {
+  const qv_call_config config{sizeof config, setup.rate, setup.frame_len, 0};
+  qv_call *call = nullptr;
+  require_ok(qv_call_create(&config, setup.para.data(), &call));
+  call_.reset(call);
 }
-
-Library::~Library() { QV_VOICE_Destory(); }
 
 void Library::tx(const int16_t *mic, const int16_t *ref, int16_t *out) {
-  require_ok(QV_VOICE_ProcessTx(mic, ref, out, frame_len_));
+  require_ok(qv_call_transmit(call_.get(), mic, ref, out));
 }
 
-void Library::rx(const int16_t *in, int16_t *out) { require_ok(QV_VOICE_ProcessRx(in, out, frame_len_)); }
+void Library::rx(const int16_t *in, int16_t *out) { require_ok(qv_call_receive(call_.get(), in, out)); }
 
 QvVoiceTrace Library::trace() const {
   QvVoiceTrace trace{};
   trace.size = sizeof trace;
-  require_ok(QV_VOICE_GetTrace(&trace));
+  require_ok(qv_call_trace(call_.get(), &trace));
   return trace;
 }
 
 Latency Library::latency() const {
   int32_t tx = 0, rx = 0;
-  require_ok(QV_VOICE_GetLatency(&tx, &rx));
+  require_ok(qv_call_latency(call_.get(), &tx, &rx));
   return {tx, rx};
 }
 

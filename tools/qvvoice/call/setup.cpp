@@ -36,17 +36,21 @@ void warn_about(const std::string &name) {
                name);
 }
 
-Setup make_setup(const std::optional<std::string> &para, int rate, int frame_ms) {
+Setup setup_of(const Image &para, std::string source, int rate, int frame_ms) {
   check_layout(rate, frame_ms);
-  const int frame_len = frame_length(rate, frame_ms);
-  const std::string name = para.value_or(para::preset_of(para::default_family, rate, frame_len));
-  const Image image = read_image(name);
-  if (image[rate_word] != rate)
+  if (para[rate_word] != rate)
     throw InputError(
         "{}: parameter file is for {} Hz (word {}), the run is at {} Hz; give a file for {} Hz, or another --rate",
-        name, image[rate_word], rate_word, rate, rate);
+        source, para[rate_word], rate_word, rate, rate);
+  return {para, std::move(source), rate, frame_length(rate, frame_ms)};
+}
+
+Setup make_setup(const std::optional<std::string> &para, int rate, int frame_ms) {
+  check_layout(rate, frame_ms);
+  const std::string name = para.value_or(para::preset_of(para::default_family, rate, frame_length(rate, frame_ms)));
+  Setup setup = setup_of(read_image(name), name, rate, frame_ms);
   warn_about(name);
-  return {image, name, rate, frame_len};
+  return setup;
 }
 
 } // namespace qv::tool

@@ -25,6 +25,10 @@ config::Image read_image(const std::string &name);
 /// Says on standard error, once for every name, that a parameter file has errors. @param name  as for read_image
 void warn_about(const std::string &name);
 
+/// The setup of parameters that have been read. @throws InputError for a layout that is not served, and for another
+/// rate
+Setup setup_of(const config::Image &para, std::string source, int rate, int frame_ms);
+
 /// Warns about what has errors. @param para  as for read_image; without it the default preset of the layout
 /// @throws InputError for a layout that is not served, and for a file that read_image refuses or that is for another
 ///         rate

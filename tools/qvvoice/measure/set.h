@@ -9,8 +9,8 @@
 
 namespace qv::tool::measure {
 
-/// One recording at one frame length. The library has one state per process, and a broken recording must not end the
-/// others: each job runs `PROGRAM measure FOLDER --json` with these arguments.
+/// One recording at one frame length. A broken recording must not end the others: each job runs `PROGRAM measure FOLDER
+/// --json` with these arguments.
 struct Job {
   std::string name; ///< of the recording, in the results
   std::string folder;

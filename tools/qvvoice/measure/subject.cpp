@@ -69,14 +69,16 @@ Subject read_folder(const std::string &folder) {
   return subject;
 }
 
-Output run_library(const Subject &subject, const Setup &setup, const ProgressFn &progress) {
-  const RunOptions options{.compensate = true, .progress = progress};
-  Run run = run_tx(setup, subject.mic, subject.ref, options);
+Output output_of(Run run, const Setup &setup) {
   Output output{
       std::move(run.sent), {}, std::move(run.trace), std::move(run.frame_seconds), setup.frame_len, run.latency.tx,
       setup.para_source};
   output.plain = without_gain(output);
   return output;
+}
+
+Output run_library(const Subject &subject, const Setup &setup, const ProgressFn &progress) {
+  return output_of(run_tx(setup, subject.mic, subject.ref, {.compensate = true, .progress = progress}), setup);
 }
 
 Output read_output(const Subject &subject, const std::string &path, int lag) {

@@ -37,6 +37,9 @@ struct Output {
   std::string source;                ///< parameters, or the file that was read
 };
 
+/// A run over the recording, compensated.
+Output output_of(Run run, const Setup &setup);
+
 /// Runs the library over the recording.
 Output run_library(const Subject &subject, const Setup &setup, const ProgressFn &progress = {});
 

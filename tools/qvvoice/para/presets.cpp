@@ -18,6 +18,15 @@ const Preset *find_preset(std::string_view name) {
   return found == presets().end() ? nullptr : &*found;
 }
 
+std::vector<std::string> families() {
+  std::vector<std::string> names;
+  for (const Preset &preset : presets())
+    if (const auto family = preset.name.substr(0, preset.name.find_last_of('-', preset.name.rfind('-') - 1));
+        names.empty() || names.back() != family)
+      names.emplace_back(family);
+  return names;
+}
+
 std::string preset_of(std::string_view family, int32_t rate, int32_t frame_len) {
   return fmt::format("{}-{}k-{}ms", family, rate / 1000, frame_len * 1000 / rate);
 }

@@ -23,7 +23,10 @@ std::vector<std::string> preset_names();
 /// The preset of a name, or null.
 const Preset *find_preset(std::string_view name);
 
-/// Kind of preset that the verbs take when nothing is asked for.
+/// Every family, by name: the presets' names without layouts.
+std::vector<std::string> families();
+
+/// Family that the verbs take when nothing is asked for.
 inline constexpr std::string_view default_family = "clear";
 
 /// A family's preset for a layout: "clear-16k-20ms".

@@ -9,8 +9,8 @@
 
 namespace qv::tool::tune {
 
-/// Shares out pairs of parameters and recording among processes: the library has one state per process. Speed is not
-/// measured: it says nothing while several run.
+/// Shares out pairs of parameters and recording among processes. Speed is not measured: it says nothing while several
+/// run.
 class Evaluator {
 public:
   /// Reads every recording of this rate.
