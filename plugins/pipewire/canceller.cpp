@@ -30,7 +30,7 @@ std::string name_of(const Settings &s, int32_t frame_len) {
 
 qv_call *make_call(const Settings &s) {
   const qv_call_config config = {sizeof config, s.rate, frame_length(s.rate, s.frame_ms), 1};
-  const config::Image words = para::load_valid(name_of(s, config.frame_len)).image;
+  const config::Image words = para::load_valid(name_of(s, config.frame_length)).image;
   qv_call *call = nullptr;
   const int32_t status = qv_call_create(&config, words.data(), &call);
   if (status != QV_VOICE_OK)

@@ -19,7 +19,8 @@ struct Kind {
   const char *name;
   const char *causes; ///< checks that may head the verdict, by name; "none": nothing is wrong
   std::variant<OfParts, OfRecorded> make;
-  const char *says = ""; ///< words of the verdict
+  const char *says = "";             ///< words of the verdict
+  const char *state_space = nullptr; ///< causes where the state-space canceller judges otherwise
 };
 
 inline void each(Samples &samples, const auto &change) {
@@ -196,8 +197,8 @@ inline const std::vector<Kind> &kinds() {
       {"reference: stereo read as mono", "format|drift", OfRecorded([](Recorded &r) { interleave(r.ref); })},
       {"header of the reference read as samples", "format", OfRecorded([](Recorded &r) { put_header(r.ref); })},
       // Clocks.
-      {"clocks 100 ppm apart", clocks, echo_at(1 - 100e-6)},
-      {"clocks 200 ppm apart", clocks, echo_at(1 + 200e-6)},
+      {"clocks 100 ppm apart", clocks, echo_at(1 - 100e-6), "", good},
+      {"clocks 200 ppm apart", clocks, echo_at(1 + 200e-6), "", good},
       {"clocks 1000 ppm apart", clocks, echo_at(1 - 1000e-6)},
       {"clocks 3000 ppm apart", clocks, echo_at(1 + 3000e-6)},
       {"clocks 10000 ppm apart", clocks, echo_at(1 - 10000e-6)},
@@ -212,21 +213,25 @@ inline const std::vector<Kind> &kinds() {
       {"reference 300 to 800 ms late", order,
        OfParts([](Parts &p) { p.echo = delayed(p.echo, -p.scene.echo.delay - p.between(0.3, 0.8)); })},
       {"echo 330 to 450 ms late", "reach",
-       OfParts([](Parts &p) { p.echo = delayed(p.echo, p.between(0.33, 0.45) - p.scene.echo.delay); })},
+       OfParts([](Parts &p) { p.echo = delayed(p.echo, p.between(0.33, 0.45) - p.scene.echo.delay); }), "", good},
       {"echo 500 to 900 ms late", "reach", echo_later(0.5, 0.9)},
       {"echo 1.5 to 1.8 s late", "reach", echo_later(1.5, 1.8)},
       {"echo 2.5 to 3.5 s late", "reach", echo_later(2.5, 3.5)},
       {"delay jumps by 20 to 100 ms", delay,
-       OfParts([](Parts &p) { jump(p.echo, p.between(12, 15), p.between(0.02, 0.1)); })},
+       OfParts([](Parts &p) { jump(p.echo, p.between(12, 15), p.between(0.02, 0.1)); }), "", good},
       {"delay jumps back by 10 to 40 ms", delay,
-       OfParts([](Parts &p) { jump(p.echo, p.between(12, 15), -p.between(0.01, 0.04)); })},
+       OfParts([](Parts &p) { jump(p.echo, p.between(12, 15), -p.between(0.01, 0.04)); }), "", "none|steady_delay"},
       {"delay jumps three times", delay, OfParts([](Parts &p) {
          for (const double time : {4.0, 11.5, 15.5})
            jump(p.echo, time, p.between(0.01, 0.03));
-       })},
-      {"a frame of the microphone lost", delay, OfParts([](Parts &p) { slip(p.echo, p.between(13, 15), 10, -0.02); })},
-      {"frames lost again and again", delay, OfParts([](Parts &p) { slip(p.echo, 1, p.between(1.5, 3), -0.01); })},
-      {"frames repeated again and again", delay, OfParts([](Parts &p) { slip(p.echo, 1, p.between(1.5, 3), 0.01); })},
+       }),
+       "", "none|steady_delay"},
+      {"a frame of the microphone lost", delay, OfParts([](Parts &p) { slip(p.echo, p.between(13, 15), 10, -0.02); }),
+       "", good},
+      {"frames lost again and again", delay, OfParts([](Parts &p) { slip(p.echo, 1, p.between(1.5, 3), -0.01); }), "",
+       "none|steady_delay"},
+      {"frames repeated again and again", delay, OfParts([](Parts &p) { slip(p.echo, 1, p.between(1.5, 3), 0.01); }),
+       "", "none|steady_delay"},
       // Levels and loudspeaker.
       {"microphone clips", "clipping", OfRecorded([](Recorded &r) {
          const double gain = 32768 * r.between(2, 4) / *std::ranges::max_element(r.mic);
@@ -239,20 +244,24 @@ inline const std::vector<Kind> &kinds() {
       {"loudspeaker clips hard", "distortion", loudspeaker([](Echo &e, Parts &p) {
          e.saturation = p.between(10, 16);
          e.clipping = Clipping::hard;
-       })},
+       }),
+       "", "none|distortion"},
       {"loudspeaker clips softly", "distortion",
-       loudspeaker([](Echo &e, Parts &p) { e.saturation = p.between(10, 16); })},
+       loudspeaker([](Echo &e, Parts &p) { e.saturation = p.between(10, 16); }), "", "none|distortion"},
       {"volume turned down", "volume", OfParts([](Parts &p) {
          const double gain = p.between(0.25, 0.5);
          for (size_t i = size_t(14.0 * rate); i < length; ++i)
            p.echo[i] *= gain;
-       })},
+       }),
+       "", good},
       {"volume turned up", "volume", OfParts([](Parts &p) {
          const double gain = p.between(0.25, 0.5);
          for (size_t i = 0; i < size_t(4.0 * rate); ++i)
            p.echo[i] *= gain;
-       })},
-      {"gain of the microphone steered", "gain_control", OfRecorded([](Recorded &r) { control_gain(r.mic); })},
+       }),
+       "", good},
+      {"gain of the microphone steered", "gain_control", OfRecorded([](Recorded &r) { control_gain(r.mic); }), "",
+       "none|gain_control"},
       {"microphone gated", "processed", OfRecorded([](Recorded &r) { gate(r.mic); })},
       {"microphone far too quiet", "levels",
        OfRecorded([](Recorded &r) { each(r.mic, [](int x) { return 0.01 * x; }); })},

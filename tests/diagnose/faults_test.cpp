@@ -41,16 +41,15 @@ made::Recorded with_fault(const made::Kind &kind, made::Parts parts, size_t seed
   return call;
 }
 
-Diagnosis diagnosed(const made::Recorded &call) {
-  const Setup setup = make_setup(std::nullopt, made::rate, 20);
+Diagnosis diagnosed(const made::Recorded &call, const Setup &setup) {
   const Run run = run_tx(setup, call.mic, call.ref, {.compensate = true, .progress = {}});
   return diagnose(Evidence(setup, call.mic, call.ref, run.sent, run.trace));
 }
 
-bool is_right(const made::Kind &kind, const Diagnosis &found) {
+bool is_right(const char *causes, const made::Kind &kind, const Diagnosis &found) {
   const auto wrong = std::ranges::find(found.checks, State::wrong, &Check::state);
   const std::string head = wrong == found.checks.end() ? "none" : wrong->name;
-  return one_of(head, kind.causes) && found.verdict.find(kind.says) != std::string::npos;
+  return one_of(head, causes) && found.verdict.find(kind.says) != std::string::npos;
 }
 
 struct Tally {
@@ -62,11 +61,12 @@ struct Tally {
 };
 
 /// In every one of the calls. @param seed  of the first
-Tally judged(const made::Kind &kind, const std::vector<made::Parts> &good, size_t seed) {
+Tally judged(const made::Kind &kind, const char *causes, const Setup &setup, const std::vector<made::Parts> &good,
+             size_t seed) {
   Tally tally;
   for (size_t i = 0; i < good.size(); ++i) {
-    const Diagnosis found = diagnosed(with_fault(kind, good[i], seed + i));
-    if (is_right(kind, found)) {
+    const Diagnosis found = diagnosed(with_fault(kind, good[i], seed + i), setup);
+    if (is_right(causes, kind, found)) {
       ++tally.right;
       continue;
     }
@@ -76,15 +76,20 @@ Tally judged(const made::Kind &kind, const std::vector<made::Parts> &good, size_
   return tally;
 }
 
-void expect_named(bool held_back) {
-  const size_t first = from_environment("QVVOICE_FAULT_FIRST", 0), calls = from_environment("QVVOICE_FAULT_CALLS", 2);
+void expect_named(bool held_back, bool state_space) {
+  const size_t first = from_environment("QVVOICE_FAULT_FIRST", 0),
+               calls = from_environment("QVVOICE_FAULT_CALLS", state_space ? 1 : 2);
   std::vector<made::Parts> good;
   for (size_t i = first; i < first + calls; ++i)
     good.push_back(made::parts_of(held_back, i));
   Tally all;
+  Setup setup = make_setup(std::nullopt, made::rate, 20);
+  if (state_space)
+    made::switch_on(setup.para);
   size_t seed = 1000 * first;
   for (const made::Kind &kind : made::kinds()) {
-    const Tally tally = judged(kind, good, seed += 100);
+    const Tally tally =
+        judged(kind, state_space && kind.state_space ? kind.state_space : kind.causes, setup, good, seed += 100);
     all.add(tally);
     fmt::print("{:42} {} of {} right, {} in doubt, {} wrong\n{}", kind.name, tally.right, tally.count(), tally.doubtful,
                tally.wrong, tally.others);
@@ -97,8 +102,9 @@ void expect_named(bool held_back) {
   EXPECT_EQ(all.wrong, 0u) << "sure of a cause that is not the one";
 }
 
-TEST(Faults, are_named_in_the_calls_that_were_tuned_on) { expect_named(false); }
-TEST(Faults, are_named_in_the_calls_that_were_held_back) { expect_named(true); }
+TEST(Faults, are_named_in_the_calls_that_were_tuned_on) { expect_named(false, false); }
+TEST(Faults, are_named_in_the_calls_that_were_held_back) { expect_named(true, false); }
+TEST(Faults, that_the_state_space_canceller_follows_are_none) { expect_named(true, true); }
 
 } // namespace
 } // namespace qv::tool::diagnose

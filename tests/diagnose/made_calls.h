@@ -58,6 +58,13 @@ inline std::string scene_text(bool held_back, size_t index) {
   return text + fmt::format("[noise]\nkind = \"{}\"\nsnr = {:.1f}\n", index % 2 ? "white" : "pink", between(15, 35));
 }
 
+/// The state-space canceller takes the other one's place.
+inline void switch_on(config::Image &image) {
+  for (const config::Field &field : config::fields)
+    if (field.section == "echo_control" && field.key == "enable")
+      config::set_value(field, image, 0, 1);
+}
+
 inline Parts parts_of(bool held_back, size_t index) {
   static scene::SpeechReader speech(rate);
   const scene::Scene scene = scene::parse_scene(scene_text(held_back, index), "call.toml");

@@ -106,6 +106,31 @@ TEST(Measure, delay_found_against_true) {
              Is(&R::real_time_factor, (0.001 * 999 + 0.01) / 20, 1e-9), Is(&R::worst_frame_percent, 50, 1e-9)});
 }
 
+// The true delay is 400 samples. Catches a reach that is taken from the delay of the highest tap, or from the other
+// canceller's two frames.
+TEST(Measure, what_the_state_space_canceller_has_in_reach) {
+  const Call call;
+  const struct {
+    int begin, length, highest;
+    double share, found;
+  } cases[] = {{0, 1600, 400, 100, 100},
+               {0, 1600, 700, 100, 0},
+               {400, 100, 480, 100, 100},
+               {401, 1600, 401, 0, 100},
+               {0, 400, 320, 0, 100}};
+  for (const auto &one : cases) {
+    Output output = traced(call, one.highest, 0, one.highest);
+    for (QvVoiceTrace &trace : output.trace) {
+      trace.state_space = 1;
+      trace.filter_delay = one.begin;
+      trace.filter_length = one.length;
+    }
+    expect(measure(call.subject, output),
+           {Is(&R::delay_in_reach_percent, one.share, 0.01), Is(&R::delay_found_percent, one.found, 0.01),
+            Is(&R::delay_found_ms, one.highest / 8.0, 1e-9)});
+  }
+}
+
 TEST(Measure, what_is_not_known_has_no_number) {
   Call call;
   call.subject.truth.reset();

@@ -5,6 +5,7 @@
 #include "files.h"
 #include "images.h"
 #include "para/para_file.h"
+#include "para/words.h"
 
 namespace qv::tool {
 

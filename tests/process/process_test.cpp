@@ -5,7 +5,9 @@
 
 #include <cmath>
 #include <csignal>
+#include <map>
 #include <numbers>
+#include <sstream>
 
 #include <nlohmann/json.hpp>
 
@@ -269,6 +271,43 @@ TEST_F(Process, the_summary_says_what_was_in_effect) {
   const std::string csv = bytes_of(at("t.csv"));
   EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 1 + 51);
   EXPECT_NE(csv.find("\n1.000,51,"), std::string::npos);
+}
+
+// Catches stages of the other canceller that are called on, and a trace without what this one knows.
+TEST_F(Process, the_summary_and_the_trace_know_the_state_space_canceller) {
+  config::Image image = test::busy_image(8000);
+  config::set_value(*para::find_field("echo_control.enable"), image, 0, 1);
+  put("marked.para", para::packed_bytes(image));
+  const auto stages_and_last_frame = [&](const char *para) {
+    const CommandResult result =
+        process(std::string("--mic mic.wav --ref ref.wav --out out.wav --trace t.csv --json --para ") + para);
+    EXPECT_EQ(result.status, 0) << result.err;
+    std::vector<std::string> stages;
+    const auto summary = nlohmann::ordered_json::parse(result.out);
+    for (const auto &[name, on] : summary["transmit"]["stages"].items())
+      stages.push_back(name + (on.get<bool>() ? "" : " off"));
+    std::istringstream lines(bytes_of(at("t.csv")));
+    std::map<std::string, double> frame;
+    std::string names, line, values, name, value;
+    for (std::getline(lines, names); std::getline(lines, line);)
+      values = line;
+    std::istringstream keys(names), cells(values);
+    while (std::getline(keys, name, ',') && std::getline(cells, value, ','))
+      frame[name] = std::stod(value);
+    return std::pair(stages, frame);
+  };
+  const auto [stages, frame] = stages_and_last_frame("marked.para");
+  EXPECT_EQ(stages,
+            (std::vector<std::string>{"state_space_echo_canceller", "noise_reducer", "gain_control", "equaliser"}));
+  EXPECT_EQ(frame.at("state_space"), 1);
+  EXPECT_EQ(frame.at("filter_length"), 16 * 160);
+  EXPECT_GT(frame.at("explained"), 0.5); // the reference is the microphone
+  EXPECT_GE(frame.at("expected_residual_db"), -100);
+  const auto [other_stages, other_frame] = stages_and_last_frame("8000.para");
+  EXPECT_EQ(other_stages.at(1), "echo_canceller");
+  EXPECT_EQ(other_stages.size(), 8u);
+  EXPECT_EQ(other_frame.at("state_space"), 0);
+  EXPECT_EQ(other_frame.at("filter_length"), 0);
 }
 
 TEST_F(Process, bad_use_is_refused_and_leaves_everything_as_it_was) {

@@ -146,6 +146,87 @@ TEST(Lanes, of_a_long_call_are_bounded_means_and_in_charts_of_steps_the_last) {
   }
 }
 
+// 20 frames of 20 ms: the bulk delay becomes 40 ms in frame 10, where the path is found to have changed.
+class StateSpaceRun : public InFolder {
+protected:
+  StateSpaceRun() {
+    call.output.sent = silence;
+    call.output.frame_len = 160;
+    for (int i = 0; i < 20; ++i) {
+      QvVoiceTrace trace{};
+      trace.state_space = trace.single_talk = trace.muted = trace.comfort_noise = 1;
+      trace.filter_delay = i < 10 ? 0 : 320;
+      trace.filter_length = 800;
+      trace.echo_delay = 400;
+      trace.path_changed = i == 10;
+      trace.drift_ppm = 30;
+      trace.explained = 0.25f;
+      trace.expected_residual_db = i < 5 ? -100.f : 40.309f;
+      call.output.trace.push_back(trace);
+    }
+  }
+  RunView run() const { return {call.output, call.results}; }
+
+  const std::vector<int16_t> silence = std::vector<int16_t>(20 * 160);
+  CallReport call{
+      "known", make_setup(std::nullopt, rate, 20), {"known", rate, silence, silence, {}, {}, {}}, {}, {}, {}, {}, {}};
+};
+
+Json chart_of(const Json &charts, const std::string &title) {
+  for (const Json &chart : charts)
+    if (chart["title"] == title)
+      return chart;
+  return {};
+}
+
+// Catches a scale that is wrong, a band at the wrong place or in a call without it, and a mark that is lost.
+TEST_F(StateSpaceRun, is_drawn_with_what_only_this_canceller_knows) {
+  const Json charts = lanes(call.subject, run(), std::nullopt, {});
+  const Json delay = chart_of(charts, "Echo delay"), level = chart_of(charts, "Level");
+  EXPECT_EQ(delay["band"]["low"][9], 0);
+  EXPECT_EQ(delay["band"]["low"][10], 40);
+  EXPECT_EQ(delay["band"]["high"][10], 140);
+  EXPECT_EQ(level["series"][3]["label"], "expected residual echo");
+  EXPECT_TRUE(level["series"][3]["values"][4].is_null());
+  EXPECT_EQ(level["series"][3]["values"][5], -50);
+  EXPECT_EQ(chart_of(charts, "Explained")["series"][0]["values"][3], 25);
+  EXPECT_EQ(chart_of(charts, "Drift")["series"][0]["values"][3], 30);
+  const Json rows = strips(call.subject, run(), std::nullopt)["rows"];
+  ASSERT_EQ(rows.size(), 3u);
+  EXPECT_EQ(rows[1]["runs"], Json::parse("[[0.0, 0.4, 0]]"));
+  EXPECT_EQ(rows[2]["runs"], Json::parse("[[0.2, 0.22, 0]]"));
+
+  CallReport other = call;
+  for (QvVoiceTrace &trace : other.output.trace)
+    trace.state_space = 0;
+  const RunView plain{other.output, other.results};
+  EXPECT_FALSE(chart_of(lanes(call.subject, plain, std::nullopt, {}), "Echo delay").contains("band"));
+  const Json beside = lanes(call.subject, plain, run(), {});
+  EXPECT_EQ(chart_of(beside, "Echo delay")["band"]["label"], "reach of the filter, other");
+  EXPECT_EQ(chart_of(beside, "Drift")["series"].size(), 1u);
+}
+
+TEST_F(StateSpaceRun, has_its_reach_on_the_page_in_full) {
+  qv::test::Browser browser;
+  browser.open(put("call.html", call_page(call, {})));
+  const auto chart = [&](const std::string &what) {
+    return browser.evaluate("(chart => " + what + ")(charts.find(chart => chart.title === 'Echo delay'))");
+  };
+  const std::pair<double, double> range = chart("chart.yAxisRange()");
+  EXPECT_LT(range.first, 0);
+  EXPECT_GT(range.second, 140);
+  // Pixels beside the curve and the grid: the band goes from 0 to 100 ms, then from 40 to 140.
+  const std::vector<std::string> painted =
+      chart("(all => [[0.13, 90], [0.33, 130], [0.13, 130], [0.33, 20]].map(([time, delay]) => 4 * (all.width * "
+            "Math.round(chart.toDomYCoord(delay) * devicePixelRatio) + Math.round(chart.toDomXCoord(time) * "
+            "devicePixelRatio))).map(at => all.data.slice(at, at + 3).join()))"
+            "(chart.hidden_ctx_.getImageData(0, 0, chart.hidden_ctx_.canvas.width, chart.hidden_ctx_.canvas.height))");
+  EXPECT_EQ(painted.at(0), painted.at(1));
+  EXPECT_NE(painted.at(0), painted.at(2));
+  EXPECT_EQ(painted.at(2), painted.at(3));
+  EXPECT_EQ(browser.problems(), std::vector<std::string>{});
+}
+
 // 1000 s make columns of 801 samples. A tone of the middle 400 of one is seen with the energy of that share: 3.64 dB
 // below the steady tone, by the sum over eleven windows written out.
 TEST(Spectrogram, of_a_long_call_shows_the_mean_of_what_is_in_a_column) {

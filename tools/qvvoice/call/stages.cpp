@@ -4,21 +4,30 @@
 
 namespace qv::tool {
 
+EchoCanceller echo_canceller(const Setup &setup) {
+  const para::Values values(setup.para);
+  return !values.on("aec.enable")           ? EchoCanceller::off
+         : values.on("echo_control.enable") ? EchoCanceller::state_space
+                                            : EchoCanceller::two_path;
+}
+
 std::vector<Stage> tx_stages(const Setup &setup) {
   const para::Values values(setup.para);
+  const Stage reducer = {"noise_reducer", values.on("tx.anr.enable")},
+              gain = {"gain_control", values.on("tx.agc.enable")}, equaliser = {"equaliser", values.on("tx.eq.enable")};
   const bool canceller = values.on("aec.enable");
-  const bool state_space = canceller && values.on("echo_control.enable"), adaptive = canceller && !state_space;
-  const bool by_ratio = adaptive && values.on("aec.suppressor.echo_ratio");
+  if (values.on("echo_control.enable")) // which fills the background itself
+    return {{"state_space_echo_canceller", canceller}, reducer, gain, equaliser};
+  const bool by_ratio = canceller && values.on("aec.suppressor.echo_ratio");
   return {
-      {"noise_reducer", values.on("tx.anr.enable")},
+      reducer,
       {"echo_canceller", canceller},
-      {"state_space_canceller", state_space},
-      {"delay_tracking", adaptive && values.on("aec.track_delay")},
+      {"delay_tracking", canceller && values.on("aec.track_delay")},
       {"ratio_suppressor", by_ratio},
-      {"coherence_suppressor", adaptive && !by_ratio && values.on("aec.suppressor.coherence")},
-      {"gain_control", values.on("tx.agc.enable")},
-      {"equaliser", values.on("tx.eq.enable")},
-      {"comfort_noise", values.on("tx.cng.enable") && !state_space},
+      {"coherence_suppressor", canceller && !by_ratio && values.on("aec.suppressor.coherence")},
+      gain,
+      equaliser,
+      {"comfort_noise", values.on("tx.cng.enable")},
   };
 }
 

@@ -1,4 +1,4 @@
-/// @file stages.h  Which stages of a path run with given parameters.
+/// @file stages.h  Which stages of a path run with given parameters, and which of the two echo cancellers.
 #pragma once
 
 #include <string_view>
@@ -7,6 +7,10 @@
 #include "call/setup.h"
 
 namespace qv::tool {
+
+enum class EchoCanceller { off, two_path, state_space };
+
+EchoCanceller echo_canceller(const Setup &setup);
 
 struct Stage {
   std::string_view name; ///< "noise_reducer" and the like

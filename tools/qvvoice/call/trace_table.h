@@ -32,6 +32,14 @@ template <class Visit> void for_each_field(const QvVoiceTrace &trace, const Visi
   visit("tx_agc_gain", trace.tx_agc_gain);
   visit("rx_agc_gain", trace.rx_agc_gain);
   visit("comfort_noise", trace.comfort_noise);
+  visit("state_space", trace.state_space);
+  visit("filter_delay", trace.filter_delay);
+  visit("filter_length", trace.filter_length);
+  visit("path_changed", trace.path_changed);
+  visit("single_talk", trace.single_talk);
+  visit("drift_ppm", trace.drift_ppm);
+  visit("explained", trace.explained);
+  visit("expected_residual_db", trace.expected_residual_db);
 }
 
 /// Comma-separated: a line of names, then one line per frame. The first column, time_s, is where the frame starts in

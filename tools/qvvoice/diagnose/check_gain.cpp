@@ -1,6 +1,7 @@
 // The gain between reference and microphone: whether it steps, or never holds still.
 
 #include "diagnose/checks.h"
+#include "diagnose/talk.h"
 
 #include <algorithm>
 #include <cmath>
@@ -131,9 +132,9 @@ Check check_volume(const Evidence &evidence) {
     (uniform ? volume : path).push_back(fmt::format("{:+.1f} dB at {:.0f} s", step.change_db, step.time));
   }
   check.numbers["steps"] = steps;
-  check.state = !volume.empty() ? State::wrong : !path.empty() ? State::note : State::ok;
+  check.state = !volume.empty() ? state_of_change(evidence) : !path.empty() ? State::note : State::ok;
   check.found = "the echo's gain over the reference has no steps";
-  if (check.state == State::wrong) {
+  if (!volume.empty()) {
     check.found = fmt::format("the echo's gain steps while the reference does not: {}", fmt::join(volume, ", "));
     check.next = "The volume is changed behind the place where the reference is taken. Take the reference behind the "
                  "volume control, or apply the volume to the reference too.";
@@ -163,11 +164,11 @@ Check check_gain_control(const Evidence &evidence) {
   const double range = quantile(gains, 0.9) - quantile(gains, 0.1);
   check.numbers["range_db"] = range;
   check.found = fmt::format("it moves by {:.1f} dB (10th to 90th percentile)", range);
-  check.state = range <= certain_db ? State::ok : range <= most_db ? State::unmeasured : State::wrong;
+  check.state = range <= certain_db ? State::ok : range <= most_db ? State::unmeasured : state_of_change(evidence);
   if (check.state == State::unmeasured)
     check.found =
         fmt::format("could not be measured: it moves by {:.1f} dB, as a voice and its room may make it", range);
-  if (check.state == State::wrong) {
+  if (range > most_db) {
     check.found = "the gain between reference and microphone never holds still: " + check.found;
     check.next = "Switch off automatic gain control, compressors and limiters of the sound card, the codec and the "
                  "loudspeaker's amplifier; the library has a gain control of its own, behind the canceller.";

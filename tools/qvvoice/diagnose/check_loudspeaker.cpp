@@ -100,12 +100,13 @@ Check check_distortion(const Evidence &evidence) {
   const double level = 10 * std::log10(std::max(all.cubic / all.linear, 1e-6));
   check.numbers["cubic_db"] = level;
   check.found = fmt::format("{:.1f} dB below the echo", -level);
-  check.state = level <= most_db ? State::ok : State::wrong;
-  if (check.state == State::wrong) {
+  check.state = level <= most_db ? State::ok : state_of_change(evidence);
+  if (check.state != State::ok) {
     check.found = "the loudspeaker or its amplifier distorts: what it adds lies " + check.found;
     check.next =
-        "Turn the loudspeaker down, or limit the reference before it is both played and handed over: the filter "
-        "follows linear echo only, and the suppressor has to remove the rest with the talker.";
+        fmt::format("Turn the loudspeaker down, or limit the reference before it is both played and handed "
+                    "over: the filter follows {}, and the suppressor has to remove the rest with the talker.",
+                    evidence.state_space() ? "a loudspeaker that clips, but no other distortion" : "linear echo only");
   }
   return check;
 }

@@ -1,6 +1,7 @@
 // How the echo reaches the microphone: its order, delay and drift.
 
 #include "diagnose/checks.h"
+#include "diagnose/talk.h"
 
 #include <algorithm>
 #include <cmath>
@@ -9,13 +10,32 @@
 #include <fmt/ranges.h>
 
 #include "qvvoice/aec/aec.h"
+#include "state_space/shape.h"
 
 namespace qv::tool::diagnose {
 namespace {
 
 constexpr const char *no_echo = "could not be measured: no echo was found";
 
+constexpr double order_tolerance = 0.001; // s
+
 double ms(double seconds) { return 1000 * seconds; }
+
+/// Delays between which the canceller in use finds an echo, s.
+struct Range {
+  double least, most;
+};
+
+Range range_of(const Evidence &evidence) {
+  const Setup &setup = evidence.setup;
+  if (evidence.state_space())
+    return {0, double(state_space::longest_delay_ms) / 1000};
+  const double fixed = parameter(setup, "aec", "echo_delay") / setup.rate;
+  if (parameter(setup, "aec", "track_delay") != 1)
+    return {fixed, fixed + double(filter_frames * setup.frame_len) / setup.rate};
+  const int look_back = (delay_candidates - 1) * setup.frame_len / blocks_per_frame;
+  return {0, std::min(AEC_MAX_DELAY, look_back) / double(setup.rate)};
+}
 
 /// Share of the 64 ms blocks with a strong reference that should be heard in the microphone, but are not.
 double unheard_share(const Evidence &evidence) {
@@ -49,7 +69,6 @@ std::string speed_text(double speed) {
 } // namespace
 
 Check check_order(const Evidence &evidence) {
-  constexpr double tolerance = 0.001; // s
   Check check{"order", "Order of the two"};
   check.limit = "a delay of at least 0 ms";
   check.numbers = {{"delay_ms", nullptr}, {"unheard_share", nullptr}};
@@ -61,7 +80,7 @@ Check check_order(const Evidence &evidence) {
   const double unheard = unheard_share(evidence);
   check.numbers = {{"delay_ms", ms(delay.median)}, {"unheard_share", unheard}};
   check.found = fmt::format("the microphone follows the reference by {:.1f} ms", ms(delay.median));
-  check.state = delay.high >= -tolerance ? State::ok : State::wrong; // what only becomes negative is not steady
+  check.state = delay.high >= -order_tolerance ? State::ok : State::wrong; // what only becomes negative is not steady
   if (check.state == State::ok)
     return check;
   constexpr size_t most_jumps = 1;
@@ -84,14 +103,8 @@ Check check_order(const Evidence &evidence) {
 }
 
 Check check_reach(const Evidence &evidence) {
-  const Setup &setup = evidence.setup;
-  const bool tracks = parameter(setup, "aec", "track_delay") == 1;
-  const double fixed = parameter(setup, "aec", "echo_delay") / setup.rate;
-  const double tail = double(filter_frames * setup.frame_len) / setup.rate;
-  const int look_back = (delay_candidates - 1) * setup.frame_len / blocks_per_frame;
-  const double reach = std::min(AEC_MAX_DELAY, look_back) / double(setup.rate);
-  const double least = tracks ? 0 : fixed, most = tracks ? reach : fixed + tail;
-
+  const bool tracks = evidence.state_space() || parameter(evidence.setup, "aec", "track_delay") == 1;
+  const auto [least, most] = range_of(evidence);
   Check check{"reach", "Reach of the library"};
   check.limit = fmt::format("{:.0f} to {:.0f} ms", ms(least), ms(most));
   check.numbers = {{"delay_ms", nullptr}, {"least_ms", ms(least)}, {"most_ms", ms(most)}};
@@ -107,7 +120,7 @@ Check check_reach(const Evidence &evidence) {
   check.state = late || early ? State::wrong : State::ok;
   if (!tracks && check.state == State::wrong)
     check.next = fmt::format("Set aec.echo_delay to {} samples, or let aec.track_delay track it.",
-                             std::max(0L, std::lround((delay.low - 0.001) * setup.rate)));
+                             std::max(0L, std::lround((delay.low - 0.001) * evidence.setup.rate)));
   else if (late)
     check.next = fmt::format("Shorten the buffers of playback and capture, or delay the reference by {:.0f} ms before "
                              "it is handed over.",
@@ -134,19 +147,25 @@ Check check_steady_delay(const Evidence &evidence) {
   const double spread = delay.high - delay.low;
   check.numbers = {{"spread_ms", ms(spread)}, {"jumps", jumps}};
   check.found = fmt::format("spread {:.2f} ms", ms(spread));
-  check.state = delay.jumps.empty() && spread <= widest ? State::ok : State::wrong;
+  const bool leaves = delay.low < -order_tolerance || delay.high > range_of(evidence).most; // what can be followed
+  check.state = delay.jumps.empty() && spread <= widest ? State::ok : leaves ? State::wrong : state_of_change(evidence);
   if (!delay.jumps.empty()) {
     check.found = fmt::format("it jumps {}; {}", fmt::join(words, ", "), check.found);
-    check.next = "Buffers run empty or over, or a stream is restarted: after each jump the output is muted and the "
-                 "filter starts again. Look for underruns, and tie playback and capture to one clock and one buffer.";
-  } else if (check.state == State::wrong) {
+    check.next =
+        fmt::format("Buffers run empty or over, or a stream is restarted: after each jump {}. Look for underruns, and "
+                    "tie playback and capture to one clock and one buffer.",
+                    evidence.state_space() ? "some echo passes, until the filter has found it again"
+                                           : "the output is muted and the filter starts again");
+  } else if (check.state != State::ok) {
     check.next = "The delay wanders: see the clock drift.";
   }
   return check;
 }
 
 Check check_drift(const Evidence &evidence) {
-  constexpr double most_ppm = 20; // 1 ms in 50 s; a filter that has to follow faster loses depth
+  constexpr double unnoticed_ppm = 20; // 1 ms in 50 s; a filter that has to follow faster loses depth
+  constexpr double followed_ppm = 200, accuracy_ppm = 10;
+  const double most_ppm = evidence.state_space() ? followed_ppm : unnoticed_ppm;
   const double clock = evidence.alignment.clock;
   const bool apart = clock != 1;
   Check check{"drift", "Clocks"};
@@ -158,7 +177,9 @@ Check check_drift(const Evidence &evidence) {
   }
   const double total = clock * (1 + 1e-6 * evidence.delay.drift_ppm.value_or(0)), drift = 1e6 * (total - 1);
   check.numbers = {{"drift_ppm", drift}, {"echo_speed", 1 / total}};
-  check.state = std::abs(drift) <= most_ppm ? State::ok : State::wrong;
+  check.state = std::abs(drift) <= unnoticed_ppm             ? State::ok
+                : std::abs(drift) <= most_ppm + accuracy_ppm ? state_of_change(evidence)
+                                                             : State::wrong;
   if (std::abs(drift) >= 5000) {
     check.found = speed_text(1 / total);
     check.next = "Playback, capture and the two files must have one sample rate: look for a rate that is set wrong or "
@@ -167,7 +188,9 @@ Check check_drift(const Evidence &evidence) {
   }
   check.found = fmt::format("the delay {} by {:.1f} ppm ({:.2f} ms per minute)", drift < 0 ? "shrinks" : "grows",
                             std::abs(drift), 0.06 * std::abs(drift));
-  if (check.state == State::wrong)
+  if (check.state == State::note)
+    check.next = "Playback and capture run from different clocks; the canceller turns its filter along.";
+  else if (check.state == State::wrong)
     check.next = "Playback and capture run from different clocks. Use one clock, or resample the reference to the "
                  "capture clock before it is handed over.";
   return check;

@@ -109,9 +109,11 @@ Check check_levels(const Evidence &evidence) {
     check.next = "Raise its gain where it is converted or recorded: too few of the 16 bits are used.";
   } else if (check.state == State::wrong) {
     check.found += fmt::format("; the library takes {:.0f} % of the reference's speech for silence", 100 * missed);
-    check.next = "Raise the reference to the level at which the loudspeaker plays, or lower "
-                 "aec.double_talk.far_active_peak: echo of "
-                 "what counts as silence passes.";
+    check.next = evidence.state_space() ? "Raise the reference to the level at which the loudspeaker plays: nothing is "
+                                          "learnt from what counts as silence."
+                                        : "Raise the reference to the level at which the loudspeaker plays, or lower "
+                                          "aec.double_talk.far_active_peak: echo of "
+                                          "what counts as silence passes.";
   } else if (check.state == State::note) {
     check.next = "Set the gains so that speech lies near -26 dBov: too quiet loses resolution, too loud clips.";
   }

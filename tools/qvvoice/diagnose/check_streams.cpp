@@ -117,7 +117,9 @@ Check check_reference(const Evidence &evidence) {
   const double threshold = parameter(evidence.setup, "aec.double_talk", "far_active_peak");
   Check check{"reference", "Reference"};
   check.numbers = {{"peak", peak(evidence.ref_samples)}, {"active_s", evidence.ref_active_seconds}, {"gaps", nullptr}};
-  check.limit = fmt::format("some frames with a peak of at least {:.0f}, none missing", threshold);
+  check.limit = evidence.state_space()
+                    ? fmt::format("some frames of at least {:.0f} dBov, none missing", state_space_sound_db)
+                    : fmt::format("some frames with a peak of at least {:.0f}, none missing", threshold);
   check.found = fmt::format("peak {} of 32768, heard by the library for {:.1f} of {:.1f} s", peak(evidence.ref_samples),
                             evidence.ref_active_seconds, evidence.seconds());
   if (evidence.ref_active_seconds == 0) {

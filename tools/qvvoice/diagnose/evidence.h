@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "call/run.h"
+#include "call/stages.h"
 #include "diagnose/alignment.h"
 #include "diagnose/delay_history.h"
 #include "diagnose/echo_model.h"
@@ -20,10 +21,11 @@ struct Evidence {
   Evidence(const Setup &setup, const Samples &mic, const Samples &ref, const Samples &sent, const Trace &trace);
 
   const Setup &setup;
+  EchoCanceller canceller; ///< in use
   const Samples &mic_samples, &ref_samples;
   const Trace &trace;
   Signal mic, ref, out;      ///< of one length
-  double ref_active_seconds; ///< in library frames with a peak that the library takes for sound
+  double ref_active_seconds; ///< in library frames that the canceller takes for sound
   Alignment alignment;       ///< the reference on the microphone's clock
   DelayHistory delay;        ///< behind that reference
   EchoModel echo;
@@ -32,7 +34,11 @@ struct Evidence {
 
   double frame_seconds() const { return double(setup.frame_len) / setup.rate; }
   double seconds() const { return double(mic.size()) / setup.rate; }
+  bool state_space() const { return canceller == EchoCanceller::state_space; }
+  const QvVoiceTrace &frame_at(double time) const; ///< of the trace, the last one from its end on
 };
+
+inline constexpr double state_space_sound_db = -70; ///< dBov of a frame that may be heard, as that canceller has it
 
 /// First element of a field of the parameters, named as in their text form, in the field's unit.
 double parameter(const Setup &setup, std::string_view section, std::string_view key);

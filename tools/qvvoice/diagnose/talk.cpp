@@ -68,4 +68,14 @@ Talk judge_talk(const Evidence &evidence) {
   return talk;
 }
 
+bool echo_is_left(const Evidence &evidence, const Judged &echo) {
+  const double noise_limit = from_db(gone_above_noise_db) * evidence.floor * double(echo.count);
+  return evidence.echo.found && echo.seconds() >= least_judged_seconds && echo.reduction_db() < gone_db &&
+         echo.out > noise_limit;
+}
+
+State state_of_change(const Evidence &evidence) {
+  return evidence.state_space() && !echo_is_left(evidence, judge_talk(evidence).echo) ? State::note : State::wrong;
+}
+
 } // namespace qv::tool::diagnose

@@ -1,6 +1,7 @@
 /// @file talk.h  Who is heard when, judged from the recording alone, and what becomes of it in the output.
 #pragma once
 
+#include "diagnose/check.h"
 #include "diagnose/evidence.h"
 
 namespace qv::tool::diagnose {
@@ -33,5 +34,15 @@ struct Talk {
 };
 
 Talk judge_talk(const Evidence &evidence);
+
+inline constexpr double least_judged_seconds = 1;
+inline constexpr double gone_db = 30, gone_above_noise_db = 6; ///< below the echo, or above the microphone's noise
+
+/// Echo is left in the output; false where there is too little of it alone to say.
+bool echo_is_left(const Evidence &evidence, const Judged &echo);
+
+/// What the two-path canceller cannot follow is wrong. With the state-space canceller, which can, it is worth knowing,
+/// and wrong where echo is left all the same.
+State state_of_change(const Evidence &evidence);
 
 } // namespace qv::tool::diagnose

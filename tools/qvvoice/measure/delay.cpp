@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "dsp/layout.h"
 #include "measure/frames.h"
 #include "signal/correlation.h"
 
@@ -12,21 +13,27 @@ constexpr double settled_seconds = 0.5; ///< an estimate in reach for so long ha
 
 constexpr double found_from = 2; ///< s, the delay should be found by then
 
-/// By how many samples the first arrival of the echo comes after the aligned reference, per library frame.
-std::vector<double> echo_behind(const Frames &frames) {
-  const Output &output = frames.output;
-  std::vector<double> behind(output.trace.size());
-  for (size_t k = 0; k < behind.size(); ++k) {
-    const double time = double(k) * output.frame_len / frames.subject.rate;
-    behind[k] = *scene::delay_at(*frames.subject.truth, time) * frames.subject.rate - output.trace[k].echo_delay;
-  }
-  return behind;
+/// The first arrival of the echo lies within the canceller's adaptive filter. @param samples  after the reference
+bool in_reach(double arrival, const QvVoiceTrace &frame, int frame_len) {
+  const int begin = frame.state_space ? frame.filter_delay : frame.echo_delay;
+  const int length = frame.state_space ? frame.filter_length : filter_frames * frame_len;
+  return arrival >= begin && arrival < begin + length;
 }
 
-/// The delays that `good` holds for, per library frame.
-template <class Good> std::vector<bool> where(const std::vector<double> &behind, const Good &good) {
-  std::vector<bool> flags(behind.size());
-  std::transform(behind.begin(), behind.end(), flags.begin(), good);
+/// It is where the library sees the echo, within half a frame: the step of the two-path canceller's estimator.
+bool is_found(double arrival, const QvVoiceTrace &frame, int frame_len) {
+  return std::abs(arrival - frame.echo_delay) <= double(frame_len) / blocks_per_frame;
+}
+
+/// The library frames for whose true delay one of these holds.
+template <class Good> std::vector<bool> where(const Frames &frames, const Good &good) {
+  const Output &output = frames.output;
+  std::vector<bool> flags(output.trace.size());
+  for (size_t k = 0; k < flags.size(); ++k) {
+    const double time = double(k) * output.frame_len / frames.subject.rate;
+    const double arrival = *scene::delay_at(*frames.subject.truth, time) * frames.subject.rate;
+    flags[k] = good(arrival, output.trace[k], output.frame_len);
+  }
   return flags;
 }
 
@@ -87,11 +94,7 @@ void measure_delay(const Frames &frames, Results &results) {
   results.delay_true_ms = 1e3 * *delay_at(*subject.truth, double(subject.mic.size()) / subject.rate);
   if (output.trace.empty())
     return;
-  const std::vector<double> behind = echo_behind(frames);
-  const double block = output.frame_len / 2.0; // the estimator's step
-  // The adaptive filter is two frames long.
-  const auto reached = where(behind, [&](double samples) { return samples >= 0 && samples < 4 * block; });
-  const auto found = where(behind, [&](double samples) { return std::abs(samples) <= block; });
+  const std::vector<bool> reached = where(frames, in_reach), found = where(frames, is_found);
   if (frames.far_heard) {
     results.delay_in_reach_percent = share_of(frames, reached, 0);
     results.delay_found_percent = share_of(frames, found, found_from);

@@ -38,7 +38,7 @@ const std::vector<Measure> &measures() {
       {"delay_true_ms", "ms", 1, 0, &R::delay_true_ms, "true delay at the end", nullptr},
       {"delay_found_ms", "ms", 1, 0, &R::delay_found_ms, "delay that the library works with at the end", nullptr},
       {"delay_heard_ms", "ms", 1, 0, &R::delay_heard_ms, "delay by cross-correlation of microphone and reference, median", nullptr},
-      {"delay_found_percent", "%", 1, 1, &R::delay_found_percent, "far-end talk from 2 s on with the delay found within one block", nullptr},
+      {"delay_found_percent", "%", 1, 1, &R::delay_found_percent, "far-end talk from 2 s on with the delay found within half a frame", nullptr},
       {"delay_in_reach_percent", "%", 1, 1, &R::delay_in_reach_percent, "far-end talk whose echo lies within the adaptive filter", "reach %"},
       {"near_level_db", "dB", 1, 0, &R::near_level_db, "near end alone: change of its level, AGC gain taken out", "near dB"},
       {"near_level_sent_db", "dB", 1, 0, &R::near_level_sent_db, "near end alone: change of its level as sent", nullptr},

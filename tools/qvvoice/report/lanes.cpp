@@ -12,11 +12,14 @@ constexpr double least_gain_db = -60; // drawn for a gain of 0
 using Trace = std::vector<QvVoiceTrace>;
 using OfFrame = std::function<std::optional<double>(const QvVoiceTrace &)>;
 
-Json rounded(std::optional<double> value) {
-  return value && std::isfinite(*value) ? Json(std::round(100 * *value) / 100) : Json();
-}
-
 double gain_db(float gain) { return std::max(20 * std::log10(std::max(double(gain), 1e-9)), least_gain_db); }
+
+/// Of the echo that the state-space canceller expects its filter to leave, dBov.
+std::optional<double> residual_level(const QvVoiceTrace &frame) {
+  constexpr double full_scale_db = 90.309; // of 32768, squared
+  return frame.expected_residual_db > -100 ? std::optional(double(frame.expected_residual_db) - full_scale_db)
+                                           : std::nullopt;
+}
 
 /// The charts of one call, filled series by series.
 class Lanes {
@@ -45,6 +48,16 @@ public:
       add(label, other, [&](size_t i) { return i < trace.size() ? value(trace[i]) : std::nullopt; });
   }
 
+  /// Between two values of every frame, behind the curves.
+  void add_band(const std::string &label, const Trace &trace, const OfFrame &low, const OfFrame &high) {
+    Json band = {{"label", label}, {"low", Json::array()}, {"high", Json::array()}};
+    for (const auto &[edge, value] : {std::pair("low", &low), {"high", &high}})
+      for (size_t begin = 0; begin < frames_; begin += merged_)
+        band[edge].push_back(
+            rounded(merged([&](size_t i) { return i < trace.size() ? (*value)(trace[i]) : std::nullopt; }, begin)));
+    all_.back()["band"] = band;
+  }
+
   size_t frame_of(double time) const { return size_t(std::lround(time / step_)); }
   double time_of(size_t frame) const { return double(frame) * step_; }
   Json take() { return std::move(all_); }
@@ -67,14 +80,6 @@ private:
   Json all_ = Json::array();
 };
 
-/// Calls `add(run, suffix of its labels, whether it is the other)` for each run.
-void for_each_run(const RunView &run, const std::optional<RunView> &other,
-                  const std::function<void(const RunView &, const std::string &, bool)> &add) {
-  add(run, "", false);
-  if (other)
-    add(*other, ", other", true);
-}
-
 void add_levels(Lanes &lanes, const measure::Subject &subject, const RunView &run, const std::optional<RunView> &other,
                 size_t frame_len) {
   const auto level = [frame_len](const std::vector<int16_t> &samples) {
@@ -90,6 +95,10 @@ void add_levels(Lanes &lanes, const measure::Subject &subject, const RunView &ru
   lanes.add("reference", false, level(subject.ref));
   for_each_run(run, other, [&](const RunView &view, const std::string &suffix, bool is_other) {
     lanes.add("output" + suffix, is_other, level(view.output.sent));
+  });
+  for_each_run(run, other, [&](const RunView &view, const std::string &suffix, bool is_other) {
+    if (used_state_space(view))
+      lanes.add_traced("expected residual echo" + suffix, is_other, view.output.trace, residual_level);
   });
 }
 
@@ -112,6 +121,28 @@ void add_delay(Lanes &lanes, const measure::Subject &subject, const RunView &run
       const auto delay = scene::delay_at(*subject.truth, lanes.time_of(i));
       return delay ? std::optional(1000 * *delay) : std::nullopt;
     });
+  const auto in_ms = [&](int samples) { return 1000.0 * samples / subject.rate; };
+  const bool of_other = !used_state_space(run); // one band is drawn
+  if (const RunView *view = !of_other ? &run : other ? &*other : nullptr; view && used_state_space(*view))
+    lanes.add_band(
+        of_other ? "reach of the filter, other" : "reach of the filter", view->output.trace,
+        [&](const QvVoiceTrace &frame) { return in_ms(frame.filter_delay); },
+        [&](const QvVoiceTrace &frame) { return in_ms(frame.filter_delay + frame.filter_length); });
+}
+
+/// How well the state-space canceller knows the path, and how it moves.
+void add_state_space(Lanes &lanes, const RunView &run, const std::optional<RunView> &other) {
+  const auto add = [&](const char *title, const char *unit, const char *label, const OfFrame &value) {
+    lanes.begin(title, unit);
+    for_each_run(run, other, [&](const RunView &view, const std::string &suffix, bool is_other) {
+      if (used_state_space(view))
+        lanes.add_traced(label + suffix, is_other, view.output.trace, value);
+    });
+  };
+  add("Explained", "%", "share of the microphone's power that the filter takes off",
+      [](const QvVoiceTrace &frame) { return 100.0 * double(frame.explained); });
+  add("Drift", "ppm", "microphone's clock faster than the loudspeaker's",
+      [](const QvVoiceTrace &frame) { return double(frame.drift_ppm); });
 }
 
 void add_erle(Lanes &lanes, const RunView &run, const std::optional<RunView> &other) {
@@ -151,29 +182,6 @@ void add_gains(Lanes &lanes, const RunView &run, const std::optional<RunView> &o
   });
 }
 
-Json state(const char *label, const char *colour) { return {{"label", label}, {"colour", colour}}; }
-
-/// Frames of equal state as runs; states below 0 are not drawn.
-Json state_row(const std::string &label, Json states, double step, const std::vector<int> &of_frame) {
-  Json runs = Json::array();
-  for (size_t begin = 0; begin < of_frame.size();) {
-    size_t end = begin + 1;
-    while (end < of_frame.size() && of_frame[end] == of_frame[begin])
-      ++end;
-    if (of_frame[begin] >= 0)
-      runs.push_back(Json::array({rounded(double(begin) * step), rounded(double(end) * step), of_frame[begin]}));
-    begin = end;
-  }
-  return {{"label", label}, {"states", std::move(states)}, {"runs", std::move(runs)}};
-}
-
-Json interval_row(const std::string &label, Json states, const std::vector<Interval> &intervals) {
-  Json runs = Json::array();
-  for (const Interval &interval : intervals)
-    runs.push_back(Json::array({interval.begin, interval.end, 0}));
-  return {{"label", label}, {"states", std::move(states)}, {"runs", std::move(runs)}};
-}
-
 } // namespace
 
 Json lanes(const measure::Subject &subject, const RunView &run, const std::optional<RunView> &other,
@@ -183,35 +191,11 @@ Json lanes(const measure::Subject &subject, const RunView &run, const std::optio
   add_levels(all, subject, run, other, frame_len);
   add_delay(all, subject, run, other, delays);
   add_erle(all, run, other);
+  if (used_state_space(run) || (other && used_state_space(*other)))
+    add_state_space(all, run, other);
   add_noise(all, run, other);
   add_gains(all, run, other);
   return all.take();
-}
-
-Json strips(const measure::Subject &subject, const RunView &run, const std::optional<RunView> &other) {
-  Json rows = Json::array();
-  if (subject.truth && subject.truth->far)
-    rows.push_back(interval_row("far end (truth)", Json::array({state("far end", "series-1")}), *subject.truth->far));
-  if (subject.truth && subject.truth->near)
-    rows.push_back(
-        interval_row("near end (truth)", Json::array({state("near end", "series-3")}), *subject.truth->near));
-  for_each_run(run, other, [&](const RunView &view, const std::string &suffix, bool) {
-    if (view.output.trace.empty())
-      return;
-    const auto row = [&](const std::string &label, const Json &states, const auto &value) {
-      std::vector<int> frames;
-      std::ranges::transform(view.output.trace, std::back_inserter(frames), value);
-      rows.push_back(state_row(label + suffix, states, double(view.output.frame_len) / subject.rate, frames));
-    };
-    const Json talk = Json::array({state("far end silent", "grid"), state("far end alone", "series-1"),
-                                   state("double talk or undecided", "series-2")});
-    row("talk state", talk, [](const QvVoiceTrace &frame) { return frame.talk_state; });
-    row("muted", Json::array({state("muted", "wrong")}),
-        [](const QvVoiceTrace &frame) { return frame.muted ? 0 : -1; });
-    row("comfort noise", Json::array({state("comfort noise", "series-4")}),
-        [](const QvVoiceTrace &frame) { return frame.comfort_noise ? 0 : -1; });
-  });
-  return {{"title", "States"}, {"rows", rows}};
 }
 
 } // namespace qv::tool::report

@@ -96,8 +96,9 @@ function addPicture(signal, picture, timeAxis) {
 
 /// Series of another run have the colours of this run's, dashed.
 function seriesLook(lane) {
-  const own = lane.series.filter(series => !series.other).map(series => series.label);
-  const place = series => own.indexOf(series.label.replace(', other', ''));
+  const name = series => series.label.replace(', other', '');
+  const names = [...new Set(lane.series.map(name))];
+  const place = series => names.indexOf(name(series));
   return {
     colors: lane.series.map(series => colour(`series-${place(series) % 4 + 1}`)),
     series: Object.fromEntries(lane.series.map(series => [series.label, {
@@ -106,24 +107,45 @@ function seriesLook(lane) {
   };
 }
 
+/// From the lowest to the highest value, the band's included, with some room.
+function rangeWithBand(lane) {
+  const values = lane.series.flatMap(series => series.values).concat(lane.band.low, lane.band.high).filter(v => v !== null);
+  const low = values.reduce((a, b) => Math.min(a, b)), high = values.reduce((a, b) => Math.max(a, b));
+  const room = 0.08 * Math.max(high - low, 1);
+  return [low - room, high + room];
+}
+
+function drawBand(context, area, chart, lane) {
+  context.fillStyle = colour('band');
+  lane.band.low.forEach((low, i) => {
+    const left = Math.max(chart.toDomXCoord(i * lane.step), area.x);
+    const right = Math.min(chart.toDomXCoord((i + 1) * lane.step), area.x + area.w);
+    const top = chart.toDomYCoord(lane.band.high[i]);
+    if (low !== null && right > left) context.fillRect(left, top, Math.ceil(right) - left, chart.toDomYCoord(low) - top);
+  });
+}
+
 function addLane(lane, timeAxis) {
   const rows = lane.series[0].values.map((_, i) => [i * lane.step, ...lane.series.map(series => series.values[i])]);
   const chart = addChart('lane', lane.title, rows, {
     labels: ['time', ...lane.series.map(series => series.label)], ...seriesLook(lane),
-    timeAxis, stepPlot: lane.steps, legendFormatter: legendOf(lane.unit), dateWindow: [0, data.seconds],
+    ...(lane.band && {valueRange: rangeWithBand(lane),
+      underlayCallback: (context, area, own) => drawBand(context, area, own, lane)}),
+    timeAxis, stepPlot: lane.steps, legendFormatter: legendOf(lane.unit, lane.band), dateWindow: [0, data.seconds],
     yAxis: {axisLabelFormatter: value => `${+value.toFixed(2)} ${lane.unit}`},
   });
   themeListeners.push(() => chart.updateOptions({colors: seriesLook(lane).colors}));
 }
 
 /// Names in their colours, with the values under the mouse.
-const legendOf = unit => shown => {
+const legendOf = (unit, band) => shown => {
   const values = shown.series.map(series => {
     const value = shown.x === undefined || series.y === undefined || series.y === null || Number.isNaN(series.y)
       ? '' : ` <b>${(+series.y).toFixed(1)} ${unit}</b>`;
     return `<span style="color:${series.color}">${series.labelHTML}</span>${value}`;
   });
-  return (shown.x === undefined ? [] : [seconds(shown.x)]).concat(values).join('&ensp;');
+  const key = band ? [`<span style="color:var(--band-key)">&#9632;</span> ${band.label}`] : [];
+  return (shown.x === undefined ? [] : [seconds(shown.x)]).concat(values, key).join('&ensp;');
 };
 
 /// One row per kind of state, a bar wherever the state holds.
@@ -150,7 +172,7 @@ function drawStrips(context, area, chart, strips) {
       const left = Math.max(chart.toDomXCoord(from), area.x);
       const right = Math.min(chart.toDomXCoord(to), area.x + area.w);
       context.fillStyle = colour(row.states[state].colour);
-      context.fillRect(left, area.y + k * pitch + 2, Math.max(right - left, 1), pitch - 4);
+      context.fillRect(left, area.y + k * pitch + 2, Math.max(right - left, row.marks ? 3 : 1), pitch - 4);
     }
   });
 }
