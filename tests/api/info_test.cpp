@@ -46,7 +46,7 @@ TEST(Latency, is_what_a_click_shows_for_every_combination_of_stages) {
 
 // The record may grow at its end; what is there keeps its place. Every field is 4 bytes wide.
 TEST(Trace, fields_keep_their_places) {
-  std::array<uint32_t, 31> places;
+  std::array<uint32_t, 32> places;
   std::iota(places.begin(), places.end(), 0);
   const auto t = std::bit_cast<QvVoiceTrace>(places);
   const auto words = [](auto... fields) { return std::array{std::bit_cast<uint32_t>(fields)...}; };
@@ -54,8 +54,8 @@ TEST(Trace, fields_keep_their_places) {
                   t.filter_adapted, t.foreground_refreshed, t.background_reset, t.filter_reset, t.linear_erle_db,
                   t.erle_db, t.suppressor_gain, t.muted, t.tx_noise.noise_db, t.tx_noise.mean_gain,
                   t.tx_noise.speech_presence, t.rx_noise.noise_db, t.rx_noise.mean_gain, t.rx_noise.speech_presence,
-                  t.tx_agc_gain, t.rx_agc_gain, t.comfort_noise, t.state_space, t.filter_delay, t.path_changed,
-                  t.single_talk, t.drift_ppm, t.explained, t.expected_residual_db),
+                  t.tx_agc_gain, t.rx_agc_gain, t.comfort_noise, t.state_space, t.filter_delay, t.filter_length,
+                  t.path_changed, t.single_talk, t.drift_ppm, t.explained, t.expected_residual_db),
             places);
 }
 

@@ -191,16 +191,19 @@ TEST(Filter, shifted_with_the_delay_keeps_the_echo) {
     for (const int32_t by : {3, -3}) {
       Experiment e(l);
       Filter &f = e.c.steady;
+      set_delay(5, e.c.reference);
+      Signal now_re(size_t(e.shape.stride)), now_im(now_re);
       for (uint32_t k = 0; int32_t(k) < e.shape.delays; ++k)
-        push(noise_samples(k, size_t(l.frame_len), 9000).data(), e.c.reference, e.transform);
-      for (int32_t p = 0; p < f.all; ++p) // nothing where it would be shifted out
-        if (const int32_t own = p < f.partitions ? p : p - f.partitions; own >= 3 && own <= 4)
-          for (float *values : {f.path[p].re, f.path[p].im})
-            std::ranges::copy(noise_values(uint32_t(p), size_t(e.shape.stride), 1), values);
-      predict(e.c.reference, 5, f);
+        push(noise_samples(k, size_t(l.frame_len), 9000).data(), e.c.reference, e.transform,
+             {now_re.data(), now_im.data()});
+      for (const int32_t p : {3, 4}) // where nothing is shifted out
+        for (float *values : {f.path[p].re, f.path[p].im})
+          std::ranges::copy(noise_values(uint32_t(p), size_t(e.shape.stride), 1), values);
+      predict(e.c.reference, f);
       const Signal before(f.echo.re, f.echo.re + e.shape.n), before_im(f.echo.im, f.echo.im + e.shape.n);
       shift(by, f);
-      predict(e.c.reference, 5 + by, f);
+      set_delay(5 + by, e.c.reference);
+      predict(e.c.reference, f);
       EXPECT_GT(before[7] * before[7] + before_im[7] * before_im[7], 0) << l;
       EXPECT_EQ(Signal(f.echo.re, f.echo.re + e.shape.n), before) << l << " " << by;
       EXPECT_EQ(Signal(f.echo.im, f.echo.im + e.shape.n), before_im) << l << " " << by;
@@ -225,11 +228,11 @@ TEST(Arrival, finds_the_lag_and_nothing_where_there_is_none) {
         for (size_t i = lag; i < count; ++i)
           error[i] += 0.15f * far[i - lag];
       const Samples far_samples = sampled(far);
-      Signal re(size_t(shape.stride)), im(re), block(2 * n);
+      Signal re(size_t(shape.stride)), im(re), now_re(re), now_im(re), block(2 * n);
       int32_t stood_out = 0, right = 0, longest = 0;
       for (size_t at = 0; at + n <= count; at += n) {
-        push(&far_samples[at], reference, transform);
-        push(reference.at(0), a);
+        push(&far_samples[at], reference, transform, {now_re.data(), now_im.data()});
+        push({now_re.data(), now_im.data()}, a);
         for (size_t i = 0; i < n; ++i)
           block[n + i] = error[at + i] * a.window[i];
         transform.spectrum_of(block.data(), {re.data(), im.data()});

@@ -220,7 +220,7 @@ TEST(Plan, every_fault_is_named_and_those_built_in_have_none) {
     } catch (const InputError &error) {
       EXPECT_NE(std::string(error.what()).find(message), std::string::npos) << error.what();
     }
-  EXPECT_EQ(built_in().size(), 4u);
+  EXPECT_EQ(built_in().size(), 5u);
   for (const BuiltIn &one : built_in())
     for (const int at : {8000, 16000})
       EXPECT_NO_THROW(parse_plan(one.text, std::string(one.name), at)) << one.name;
