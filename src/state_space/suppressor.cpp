@@ -116,6 +116,18 @@ void learn_share(const BandPowers &power, float *share, Suppressor &s) {
   }
 }
 
+void learn(const BandPowers &power, const Arrival &arrival, float *share, Suppressor &s) {
+  track(power.error, power.in_background, s.background);
+  judge(power, arrival, s);
+  learn_share(power, share, s);
+}
+
+/// The microphone is muted: so is what is sent, and nothing can be learnt.
+void wait(Suppressor &s) {
+  s.change.changed = s.surely_echo = s.single_talk = false;
+  s.quiet = 0;
+}
+
 /// Wiener's gain per bin against the residual echo. @param error  [N + 1] power  @param gain  [N + 1] written
 void echo_gains(const float *error, float *gain, Suppressor &s) {
   for (int32_t k = 0; k <= s.n; ++k) {
@@ -214,13 +226,13 @@ void suppress(const EchoState &state, const Arrival &arrival, const float *noise
   follow_far_end(state.reference_power, s);
   float *share = expect_residual(echo, state.uncertainty, s);
   const BandPowers power = measure(error, echo, state.uncertainty, s);
-  if (!state.microphone_muted)
-    track(power.error, power.in_background, s.background);
-  judge(power, arrival, s);
+  if (state.microphone_muted)
+    wait(s);
+  else
+    learn(power, arrival, share, s);
   if (s.surely_echo)
     for (int32_t k = 0; k <= s.n; ++k)
       s.residual[k] = std::max(s.residual[k], error[k]);
-  learn_share(power, share, s);
   echo_gains(error, gain, s);
   note(error, noise_gain, gain, s);
   apply(gain, noise_gain, s);
