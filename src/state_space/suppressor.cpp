@@ -22,6 +22,7 @@ constexpr float learnt_echo = 94;    // -70 dBFS: what is left of it is learnt
 constexpr float far_speech = 1000;   // -60 dBFS: the reference says something
 constexpr float far_audible = 100;   // -70 dBFS: the reference may be heard
 constexpr float far_decay = 0.7f;    // per frame
+constexpr float far_now_decay = 0.2f;
 
 constexpr float compared_from = 300; // Hz
 constexpr float directed = 0.9f;     // weight of the last frame in the a-priori ratio
@@ -53,6 +54,7 @@ struct BandPowers {
 
 void follow_far_end(float reference_power, Suppressor &s) {
   s.far_power = std::max(reference_power, far_decay * s.far_power);
+  s.far_now = std::max(reference_power, far_now_decay * s.far_now);
   s.far_frames = s.far_power > far_audible ? s.tail_frames : std::max(s.far_frames - 1, 0);
 }
 
@@ -96,7 +98,7 @@ void judge(const BandPowers &power, const Arrival &arrival, Suppressor &s) {
   const TalkerEvidence evidence =
       evidence_of(s.bands, power.error, power.residual, power.lasting_echo, s.background.power);
   const bool stands_out = evidence.bands() >= bands_standing_out;
-  detect(s.bands, {power.error, power.echo, s.far_power > far_speech, s.echo_heard, stands_out}, arrival, s.change);
+  detect(s.bands, {power.error, power.echo, s.far_now > far_speech, s.echo_heard, stands_out}, arrival, s.change);
   s.surely_echo = s.change.suspicion > 0 && s.talker.lasting <= established;
   gather(evidence, s.change.score > like_echo, s.surely_echo, s.talker);
   s.single_talk = !s.talker.talking && s.far_frames > 0;
