@@ -52,6 +52,7 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libqvvoice${QVVOICE_SOVERSION} (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "asterisk-core-sounds-en-g722, ffmpeg") # voices of `qvvoice scene`
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "speech processing for voice calls, command-line tool\n${library_text}\n.\nRuns recordings through the library, writes and checks its parameter files,\nmeasures and shows what it does.")
 
 # Where their systems are there: the Python module, the GStreamer plugin and the PipeWire plugin.

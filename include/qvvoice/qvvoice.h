@@ -24,7 +24,7 @@ QV_BEGIN_DECLS
 enum QvVoiceStatus {
   QV_VOICE_OK = 0,            ///< done
   QV_VOICE_NO_FILE = 1,       ///< the parameter file cannot be opened
-  QV_VOICE_REFUSED = 2,       ///< rate or frame length not served, or word 0 is not the rate
+  QV_VOICE_REFUSED = 2,       ///< rate or frame length not served, or parameters that cannot be taken
   QV_VOICE_SHORT_FILE = 3,    ///< the parameter file holds fewer than 500 words
   QV_VOICE_NOT_READY = 4,     ///< frame call before initialisation or after tear-down
   QV_VOICE_BAD_ARGUMENT = 5,  ///< a null pointer, or a trace record without its size

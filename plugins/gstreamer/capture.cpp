@@ -1,8 +1,15 @@
 #include "capture.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 namespace qv::gst {
+namespace {
+
+constexpr int settled_ms = 200; ///< for so long, while the far end is heard, a filter explains the echo: converged
+constexpr int moved_ms = 4;     ///< a delay that differs by less has not moved: taps beside the highest take its place
+
+} // namespace
 
 Capture::Capture(Reference reference, Sink sink, Listener listener)
     : reference_(std::move(reference)), sink_(std::move(sink)), listener_(std::move(listener)) {}
@@ -18,7 +25,8 @@ int32_t Capture::open(int rate, int frame_length, uint32_t noise_seed, const int
   frame_length_ = frame_length;
   known_ = missing_ = 0;
   silent_samples_ = 0;
-  heard_ = converged_ = started_ = false;
+  heard_ = started_ = false;
+  echo_ = {};
   return status;
 }
 
@@ -92,13 +100,34 @@ void Capture::note(size_t known) {
     happening.reference_lost = true;
     heard_ = false;
   }
+  note_echo(happening);
+  listener_(happening);
+}
+
+/// Once the filter has settled it counts as converged until its canceller says that the echo path is another one: the
+/// state-space canceller's `filter_adapted` falls while the near end talks, too.
+void Capture::note_echo(Happening &happening) {
   QvVoiceTrace trace{};
   trace.size = sizeof trace;
   qv_call_trace(call_.get(), &trace);
-  happening.converged = trace.filter_adapted && !converged_;
-  converged_ = trace.filter_adapted;
-  happening.delay_moved = trace.delay_changed;
-  listener_(happening);
+  if (trace.path_changed || trace.filter_reset) {
+    echo_.converged = false;
+    echo_.settled = 0;
+  }
+  if (!trace.filter_adapted)
+    echo_.settled = 0;
+  else if (trace.talk_state != 0 && !echo_.converged)
+    echo_.settled += frame_length_;
+  happening.converged = echo_.settled >= rate_ * settled_ms / 1000;
+  if (happening.converged) {
+    echo_.converged = true;
+    echo_.settled = 0;
+  }
+  if (!echo_.converged)
+    return;
+  happening.delay_moved = echo_.delay && std::abs(trace.echo_delay - *echo_.delay) >= rate_ * moved_ms / 1000;
+  if (happening.delay_moved || !echo_.delay)
+    echo_.delay = trace.echo_delay;
 }
 
 } // namespace qv::gst

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 
 #include "qvvoice/call.h"
@@ -13,7 +14,8 @@ namespace qv::gst {
 
 /// What happened in a frame that an application may want to know.
 struct Happening {
-  bool converged = false, delay_moved = false;          ///< of the echo canceller
+  bool converged = false;   ///< the echo canceller's filter, since the beginning or since the echo path changed
+  bool delay_moved = false; ///< the converged filter has the echo at another delay than it had
   bool reference_lost = false, reference_found = false; ///< half a second without it, or the first samples of it
 };
 
@@ -51,6 +53,7 @@ public:
 private:
   bool frame(int64_t end = INT64_MAX); ///< @param end  nothing from there on leaves
   void note(size_t known);
+  void note_echo(Happening &happening);
 
   struct Destroy {
     void operator()(qv_call *call) const { qv_call_destroy(call); }
@@ -70,7 +73,12 @@ private:
 
   std::atomic<uint64_t> known_ = 0, missing_ = 0;
   int silent_samples_ = 0; ///< since the reference was last known
-  bool heard_ = false, converged_ = false;
+  bool heard_ = false;
+  struct {
+    bool converged = false;
+    int settled = 0;            ///< samples, until it has converged
+    std::optional<int> delay{}; ///< of the echo, samples, as last told
+  } echo_;
 };
 
 } // namespace qv::gst

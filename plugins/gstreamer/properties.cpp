@@ -75,12 +75,11 @@ void install_properties(GObjectClass *type) {
     g_object_class_install_property(type, id, g_param_spec_string(name, nick, blurb, nullptr, running));
   };
   text(property_preset, "preset", "Preset",
-       "Name of a built-in preset, as `qvvoice presets` lists them; without one, and without parameters: balanced of "
-       "the "
-       "stream's rate. Taken up while playing, without a click");
+       "Name of a built-in preset, as `qvvoice presets` lists them; without one, and without parameters: clear of the "
+       "stream's rate. Taken up while playing, without a click, if it has the same kind of echo canceller");
   text(property_parameters, "parameters", "Parameters",
        "Parameter file, packed or as text, or its text itself; of preset and parameters what is set last counts. Taken "
-       "up while playing");
+       "up while playing as a preset is");
   text(property_probe, "probe", "Probe",
        "Name of the qvvoiceprobe element that hears what is played, in any pipeline of the process; not set: the only "
        "one");

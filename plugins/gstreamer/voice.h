@@ -39,7 +39,6 @@ struct Voice {
   // Parameters, from any thread.
   void set(bool is_preset, const std::string &value); ///< the property preset, or parameters
   std::string take(bool is_preset, const std::string &value);
-  bool replace();
 
   // The reference.
   void find_reference();

@@ -9,7 +9,7 @@
 
 namespace qv::gst {
 
-/// @return what is wrong, or nothing; then nothing has changed
+/// A running call takes them up, too. @return what is wrong, and then nothing has changed, or nothing
 std::string Voice::take(bool is_preset, const std::string &value) {
   Parameters taken;
   if (!value.empty()) {
@@ -19,6 +19,11 @@ std::string Voice::take(bool is_preset, const std::string &value) {
     if (capture.call() && taken.rate() != capture.rate())
       return fmt::format("they are for {} Hz, the stream has {} Hz", taken.rate(), capture.rate());
   }
+  if (capture.call()) {
+    const config::Image words = taken.words(capture.rate(), capture.frame_length());
+    if (const int32_t status = qv_call_replace_parameters(capture.call(), words.data(), nullptr))
+      return QV_VOICE_StatusText(status);
+  }
   parameters = taken;
   return "";
 }
@@ -26,22 +31,18 @@ std::string Voice::take(bool is_preset, const std::string &value) {
 void Voice::set(bool is_preset, const std::string &value) {
   const char *name = is_preset ? "preset" : "parameters";
   std::unique_lock lock(guard);
-  (is_preset ? preset : file) = value;
+  const bool running = capture.call();
+  const int latency = running ? capture.latency() : 0;
   const std::string wrong = take(is_preset, value);
-  problem = wrong.empty() || capture.call() ? "" : fmt::format("{}: {}", name, wrong);
-  const bool running = capture.call(), moved = running && wrong.empty() && replace();
+  if (wrong.empty() || !running)
+    (is_preset ? preset : file) = value;
+  problem = wrong.empty() || running ? "" : fmt::format("{}: {}", name, wrong);
+  const bool moved = running && capture.latency() != latency;
   lock.unlock(); // who hears the messages may ask for properties
   if (running && !wrong.empty())
     GST_ELEMENT_WARNING(element, RESOURCE, SETTINGS, ("%s: %s", name, wrong.c_str()), ("the former parameters stay"));
   if (moved)
     gst_element_post_message(element, gst_message_new_latency(GST_OBJECT(element)));
-}
-
-/// New parameters for a running call. @return whether its latency is another one
-bool Voice::replace() {
-  const int before = capture.latency();
-  qv_call_replace_parameters(capture.call(), parameters.words(capture.rate(), capture.frame_length()).data(), nullptr);
-  return capture.latency() != before;
 }
 
 bool Voice::open(int rate) {

@@ -14,7 +14,8 @@ const char *QV_VOICE_StatusText(int32_t status) {
   case QV_VOICE_NO_FILE:
     return "the parameter file cannot be opened";
   case QV_VOICE_REFUSED:
-    return "sample rate or frame length not served, or the parameters are for another one";
+    return "sample rate or frame length not served, parameters for another one, or a running call told to switch the "
+           "state-space echo canceller on or off";
   case QV_VOICE_SHORT_FILE:
     return "the parameter file holds fewer than 500 words (1000 bytes)";
   case QV_VOICE_NOT_READY:

@@ -30,8 +30,9 @@ Samples to_samples(const std::vector<float> &x) {
 
 /// A packed file, removed with the object.
 struct ParameterFile {
-  std::string path = testing::TempDir() + "qvvoice_plugin_" + std::to_string(getpid()) + ".para";
-  explicit ParameterFile(const qv::config::Image &image, size_t bytes = 1000) {
+  std::string path;
+  explicit ParameterFile(const qv::config::Image &image, size_t bytes = 1000, const std::string &name = "")
+      : path(testing::TempDir() + "qvvoice_plugin_" + name + std::to_string(getpid()) + ".para") {
     std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char *>(image.data()), std::streamsize(bytes));
   }
   ~ParameterFile() { std::remove(path.c_str()); }
@@ -149,7 +150,7 @@ TEST(Plugin, takes_the_echo_out_of_a_graph) {
 }
 
 TEST(Plugin, refuses_what_it_cannot_do_and_says_why) {
-  const ParameterFile file(busy_image(16000)), cut(busy_image(16000), 300);
+  const ParameterFile file(busy_image(16000)), cut(busy_image(16000), 300, "cut");
   const struct {
     Host::Args args;
     uint32_t rate, channels;
@@ -160,6 +161,7 @@ TEST(Plugin, refuses_what_it_cannot_do_and_says_why) {
       {{{"parameters", "loud"}}, 48000, 2, {"\"loud\"", "balanced, clear, echo-safe, full-duplex, noise-only"}},
       {{{"parameters", "/nowhere/at.all"}}, 48000, 2, {"/nowhere/at.all"}},
       {{{"parameters", file.path}, {"rate", "8000"}}, 48000, 2, {"8000 Hz"}},
+      {{{"parameters", cut.path}}, 48000, 2, {"holds 300 bytes", "1000 (500 words)"}},
       {{{"preset", "balanced"}}, 48000, 2, {"\"preset\"", "rate, frame_ms, parameters"}},
       {{}, 4000, 2, {"audio.rate = 4000", "8000 to 384000"}},
       {{}, 44099, 2, {"audio.rate = 44099", "steps of 25"}},

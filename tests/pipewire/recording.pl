@@ -1,4 +1,5 @@
 # usage: recording.pl join LEFT.wav RIGHT.wav BOTH.wav    two mono files of one rate as the channels of one
+#        recording.pl room ROOM.wav                       the way from loudspeaker to microphone, at 48 kHz
 #        recording.pl levels RECORDING.wav                channels: output, microphone, loudspeaker; see tests/pipewire/scene.toml
 # 16-bit WAV files. Of the levels: echo and near end, output over microphone in dB.
 use strict;
@@ -14,13 +15,24 @@ sub samples_of { # rate, channels, samples
   return ($rate, $channels, [unpack 's<*', substr($bytes, $at)]);
 }
 
+sub write_file {
+  my ($path, $rate, $channels, $data) = @_;
+  open my $file, '>:raw', $path or die "$path: $!\n";
+  print $file pack('A4 V A4 A4 V v v V V v v A4 V', 'RIFF', 36 + length $data, 'WAVE', 'fmt ', 16, 1, $channels, $rate,
+    2 * $channels * $rate, 2 * $channels, 16, 'data', length $data), $data;
+}
+
+sub make_room { # 20 ms away, gone by 60 dB after 150 ms
+  srand 1;
+  my @tail = map { (rand() - 0.5) * 1500 * exp(-$_ * 6.9 / (0.15 * 48000)) } 0 .. 0.15 * 48000;
+  write_file($ARGV[1], 48000, 1, pack 's<*', (0) x 960, 12000, @tail);
+}
+
 sub join_channels {
   my ($rate, undef, $left) = samples_of($ARGV[1]);
   my (undef, undef, $right) = samples_of($ARGV[2]);
   my $data = pack 's<*', map { $left->[$_], $right->[$_] } 0 .. $#$left;
-  open my $file, '>:raw', $ARGV[3] or die "$ARGV[3]: $!\n";
-  print $file pack('A4 V A4 A4 V v v V V v v A4 V', 'RIFF', 36 + length $data, 'WAVE', 'fmt ', 16, 1, 2, $rate, 4 * $rate,
-    4, 16, 'data', length $data), $data;
+  write_file($ARGV[3], $rate, 2, $data);
 }
 
 sub level { # mean power of a channel, in dB of a sample
@@ -45,4 +57,5 @@ sub print_levels {
   printf "echo %.1f near %.1f\n", $over->(3, 6.8), $over->(8, 10.8);
 }
 
-$ARGV[0] eq 'join' ? join_channels() : print_levels();
+my %command = (join => \&join_channels, room => \&make_room, levels => \&print_levels);
+$command{$ARGV[0]}->();

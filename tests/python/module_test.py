@@ -17,7 +17,7 @@ import numpy as np
 import qvvoice
 from calls import SOURCE_DIR, made_call, read_wav, tool, write_wav
 
-PRESET = "balanced-16k-20ms"
+PRESET = "clear-16k-20ms"
 
 
 def layout_of(preset):
@@ -173,7 +173,9 @@ class Parameters(unittest.TestCase):
                 sent = call.transmit(mic[:320], ref[:320])
             np.testing.assert_array_equal(sent, 0)
             with self.assertRaisesRegex(ValueError, "8000 Hz"):
-                call.replace_parameters("balanced-8k-20ms")
+                call.replace_parameters("clear-8k-20ms")
+            with self.assertRaisesRegex(ValueError, "state-space echo canceller on or off"):
+                call.replace_parameters("balanced-16k-20ms")
 
 
 class Calls(unittest.TestCase):
