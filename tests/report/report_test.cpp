@@ -161,7 +161,8 @@ protected:
       trace.path_changed = i == 10;
       trace.drift_ppm = 30;
       trace.explained = 0.25f;
-      trace.expected_residual_db = i < 5 ? -100.f : 40.309f;
+      trace.expected_residual_db = i < 5 ? -20.f : 40.309f; // -110 dBov: less than a sample can hold
+      trace.linear_erle_db = i < 19 ? 20.f : -93.f;         // of a microphone that has ended
       call.output.trace.push_back(trace);
     }
   }
@@ -189,6 +190,8 @@ TEST_F(StateSpaceRun, is_drawn_with_what_only_this_canceller_knows) {
   EXPECT_EQ(level["series"][3]["label"], "expected residual echo");
   EXPECT_TRUE(level["series"][3]["values"][4].is_null());
   EXPECT_EQ(level["series"][3]["values"][5], -50);
+  EXPECT_EQ(chart_of(charts, "Echo reduction")["series"][1]["values"][18], 20);
+  EXPECT_EQ(chart_of(charts, "Echo reduction")["series"][1]["values"][19], -30);
   EXPECT_EQ(chart_of(charts, "Explained")["series"][0]["values"][3], 25);
   EXPECT_EQ(chart_of(charts, "Drift")["series"][0]["values"][3], 30);
   const Json rows = strips(call.subject, run(), std::nullopt)["rows"];
