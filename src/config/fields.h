@@ -263,7 +263,7 @@ inline constexpr std::array echo_control = std::to_array<Field>({
    "lets the state-space echo canceller take the place of the other one; aec.enable switches either"},
   {at<whole, echo_tuning, &state_space::Tuning::tail_ms>, echo_control_section, "tail_ms", "tail_ms", 452, 0, 0, "ms", 100, 320, 320,
    "length of the echo path behind its bulk delay"},
-  {at<whole, echo_tuning, &state_space::Tuning::depth_db>, echo_control_section, "depth_db", "depth_db", 453, 0, 0, "dB", 20, 80, 50,
+  {at<whole, echo_tuning, &state_space::Tuning::depth_db>, echo_control_section, "depth_db", "depth_db", 453, 0, 0, "dB", 20, 80, 60,
    "attenuation of what is left of the echo while only the far end talks"},
   {at<q12, echo_tuning, &state_space::Tuning::care>, echo_control_section, "care", "care", 454, 0, 0, "", 0, 1, 0.5f,
    "0 removes all echo at the talker's cost, 1 keeps the talker at the price of some echo"},
