@@ -80,7 +80,7 @@ Material make_material(int rate) {
 
 /// The receive path with nothing but the noise reducer, its delay taken out.
 Signal reduce_noise(const Signal &in, int rate, int frame_ms, double noise_scale) {
-  Setup setup = make_setup({}, rate, frame_ms);
+  Setup setup = setup_of(qv::config::default_image(rate), "defaults", rate, frame_ms);
   for (const qv::config::Field &field : qv::config::fields) {
     if (field.name == "swAgcEnable" || field.name == "swEqEnable")
       set_value(field, setup.para, 0, 0);

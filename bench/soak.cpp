@@ -26,7 +26,8 @@ namespace {
 using namespace qv::tool;
 
 constexpr double levels_db[] = {0, -12, 6, -24, -6};
-constexpr double most_moved_db = 0.5, heard_dbfs = -60;
+constexpr double most_moved_db = 0.5;
+constexpr double heard_dbfs = -45; // somebody talks; what stands in place of an echo depends on what has been learnt
 constexpr long most_grown_kib = 64;
 constexpr double most_more_denormals = 1.01;
 

@@ -14,6 +14,8 @@ constexpr int32_t starting_frames = 10;
 constexpr float starting_weight = 0.3f;
 constexpr float smooth_weight = 0.3f;
 constexpr float unheard_echo = 0.1f; // of a band's power: above it the minima wait
+constexpr float no_echo = 0.01f;     // the same at the start, when the first echo may be louder than is expected
+constexpr float most_above = 4;      // of the estimate over all that is heard lately: more cannot be background
 constexpr float steady = 0.4f;       // minimum over mean of a window: speech is below a fifth, noise above half
 constexpr float window_ms = 1000;
 constexpr float typical_reduction = 0.02f; // -17 dB: what the noise reducer takes off steady noise
@@ -80,9 +82,11 @@ void track(const float *error, const float *echo, Background &bg) {
   bg.frames = std::min(bg.frames + 1, 1 << 30);
   for (int32_t b = 0; b < bg.bands.count; ++b) {
     if (bg.frames < starting_frames)
-      start_with(error[b], echo[b] > unheard_echo * error[b], b, bg);
+      start_with(error[b], echo[b] > no_echo * error[b], b, bg);
     else if (echo[b] < echo_share * bg.power[b])
       follow(error[b], b, bg);
+    bg.recent[b] += smooth_weight * (error[b] - bg.recent[b]);
+    bg.power[b] = std::max(bg.floor, std::min(bg.power[b], most_above * bg.recent[b]));
     if (echo[b] < unheard_echo * error[b]) {
       bg.smooth[b] += smooth_weight * (error[b] - bg.smooth[b]);
       bg.low[b] = std::min(bg.low[b], bg.smooth[b]);

@@ -17,7 +17,8 @@ struct Background {
   float keep = 0;
   float power[most_bands] = {};                            ///< mean per bin, of the suppressor's spectra
   float presence[most_bands] = {};                         ///< smoothed probability of something else
-  float smooth[most_bands] = {};                           ///< power over the last frames
+  float recent[most_bands] = {};                           ///< power over the last frames
+  float smooth[most_bands] = {};                           ///< the same of frames in which no echo is heard
   float low[most_bands] = {}, low_before[most_bands] = {}; ///< minima of `smooth`: this window's, the last one's
   float sum[most_bands] = {};                              ///< of `smooth` over this window
   int32_t seen[most_bands] = {};                           ///< frames in it

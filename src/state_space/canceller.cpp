@@ -87,10 +87,20 @@ void compare(bool following, Canceller &c) {
   }
 }
 
-/// Errors of both filters in place of their estimates, behind N zeros; filters that have run away start again.
+/// Errors of both filters in place of their estimates, behind N zeros; filters that have run away start again. A muted
+/// microphone has no echo to be taken off.
 void subtract(const int16_t *mic, float (&errors)[2][2 * QV_MAX_FRAME], Canceller &c) {
   const int32_t n = c.n;
   const float scale = 1 / float(2 * n), weight = 1 - c.energy_keep;
+  c.report.mic_energy_prev = c.report.mic_energy;
+  c.report.mic_energy = energy_of(mic, n);
+  const auto mic_energy = float(c.report.mic_energy);
+  c.muted = mic_energy < muted_below * float(n);
+  if (c.muted) {
+    for (auto &error : errors)
+      std::fill_n(error, 2 * n, 0.f);
+    return;
+  }
   Filter *filters[] = {&c.steady, &c.quick};
   for (int32_t f = 0; f < 2; ++f) {
     float *error = errors[f] + n;
@@ -102,11 +112,7 @@ void subtract(const int16_t *mic, float (&errors)[2][2 * QV_MAX_FRAME], Cancelle
     }
     filters[f]->energy += weight * (energy - filters[f]->energy);
   }
-  c.report.mic_energy_prev = c.report.mic_energy;
-  c.report.mic_energy = energy_of(mic, n);
-  const auto energy = float(c.report.mic_energy);
-  c.muted = energy < muted_below * float(n);
-  c.mic_energy += weight * (energy - c.mic_energy);
+  c.mic_energy += weight * (mic_energy - c.mic_energy);
   if (c.steady.energy < unbounded && c.quick.energy < unbounded)
     return;
   forget(c.drift);
@@ -185,11 +191,11 @@ void cancel(const int16_t *mic, const int16_t *ref, int16_t *error, Canceller &c
   if (!c.muted) {
     adapt(c.reference, errors.steady(), c.steady);
     adapt(c.reference, errors.quick(), c.quick);
+    search(errors.arriving(), c.arrival, c.to_lags);
+    align(c);
+    compare(following, c);
+    observe(c.steady, c.reference.power_at(c.reference.delay) > far_speech, c.drift);
   }
-  search(errors.arriving(), c.arrival, c.to_lags);
-  align(c);
-  compare(following, c);
-  observe(c.steady, c.reference.power_at(c.reference.delay) > far_speech, c.drift);
   to_samples(error, n, [&](int32_t i) { return going_on[i]; });
   c.report.linear_energy = energy_of(error, n);
 }

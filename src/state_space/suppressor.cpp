@@ -22,6 +22,7 @@ constexpr float learnt_echo = 94;    // -70 dBFS: what is left of it is learnt
 constexpr float far_speech = 1000;   // -60 dBFS: the reference says something
 constexpr float far_audible = 100;   // -70 dBFS: the reference may be heard
 constexpr float far_decay = 0.7f;    // per frame
+constexpr float far_now_decay = 0.2f;
 
 constexpr float compared_from = 300; // Hz
 constexpr float directed = 0.9f;     // weight of the last frame in the a-priori ratio
@@ -53,6 +54,7 @@ struct BandPowers {
 
 void follow_far_end(float reference_power, Suppressor &s) {
   s.far_power = std::max(reference_power, far_decay * s.far_power);
+  s.far_now = std::max(reference_power, far_now_decay * s.far_now);
   s.far_frames = s.far_power > far_audible ? s.tail_frames : std::max(s.far_frames - 1, 0);
 }
 
@@ -96,7 +98,7 @@ void judge(const BandPowers &power, const Arrival &arrival, Suppressor &s) {
   const TalkerEvidence evidence =
       evidence_of(s.bands, power.error, power.residual, power.lasting_echo, s.background.power);
   const bool stands_out = evidence.bands() >= bands_standing_out;
-  detect(s.bands, {power.error, power.echo, s.far_power > far_speech, s.echo_heard, stands_out}, arrival, s.change);
+  detect(s.bands, {power.error, power.echo, s.far_now > far_speech, s.echo_heard, stands_out}, arrival, s.change);
   s.surely_echo = s.change.suspicion > 0 && s.talker.lasting <= established;
   gather(evidence, s.change.score > like_echo, s.surely_echo, s.talker);
   s.single_talk = !s.talker.talking && s.far_frames > 0;
@@ -114,6 +116,18 @@ void learn_share(const BandPowers &power, float *share, Suppressor &s) {
     const float weight = ratio < share[b] ? share_fall : s.talker.talking ? 0 : share_rise;
     share[b] += weight * (ratio - share[b]);
   }
+}
+
+void learn(const BandPowers &power, const Arrival &arrival, float *share, Suppressor &s) {
+  track(power.error, power.in_background, s.background);
+  judge(power, arrival, s);
+  learn_share(power, share, s);
+}
+
+/// The microphone is muted: so is what is sent, and nothing can be learnt.
+void wait(Suppressor &s) {
+  s.change.changed = s.surely_echo = s.single_talk = false;
+  s.quiet = 0;
 }
 
 /// Wiener's gain per bin against the residual echo. @param error  [N + 1] power  @param gain  [N + 1] written
@@ -214,13 +228,13 @@ void suppress(const EchoState &state, const Arrival &arrival, const float *noise
   follow_far_end(state.reference_power, s);
   float *share = expect_residual(echo, state.uncertainty, s);
   const BandPowers power = measure(error, echo, state.uncertainty, s);
-  if (!state.microphone_muted)
-    track(power.error, power.in_background, s.background);
-  judge(power, arrival, s);
+  if (state.microphone_muted)
+    wait(s);
+  else
+    learn(power, arrival, share, s);
   if (s.surely_echo)
     for (int32_t k = 0; k <= s.n; ++k)
       s.residual[k] = std::max(s.residual[k], error[k]);
-  learn_share(power, share, s);
   echo_gains(error, gain, s);
   note(error, noise_gain, gain, s);
   apply(gain, noise_gain, s);

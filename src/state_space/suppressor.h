@@ -39,6 +39,7 @@ struct Suppressor {
   float left_mean[most_bands] = {}, echo_mean[most_bands] = {};
   float loudest = 1;      ///< echo's power lately
   float far_power = 0;    ///< mean square of the reference that the microphone hears now, decaying
+  float far_now = 0;      ///< the same, gone after some frames: only then is what stands out the echo of something
   int32_t far_frames = 0; ///< until its echo has gone
   int32_t quiet = 0;      ///< frames for which nobody has talked, counted up to a pause
   Background background;

@@ -138,17 +138,23 @@ TEST(EchoControl, is_quick_again_whatever_happens) {
   }
 }
 
-// By itself the near end passes as it is, beside a far end nearly so.
+// By itself the near end passes as it is, beside a far end nearly so, and a mute before leaves it no worse.
 TEST(EchoControl, lets_the_near_end_talk) {
+  constexpr struct {
+    const char *what;
+    bool double_talk, muted;
+  } cases[] = {{"alone", false, false}, {"double talk", true, false}, {"double talk after a mute", true, true}};
   for (const Layout &l : all_layouts)
-    for (const bool double_talk : {false, true}) {
-      SCOPED_TRACE(testing::Message() << l << (double_talk ? ", double talk" : ", alone"));
+    for (const auto &[what, double_talk, muted] : cases) {
+      SCOPED_TRACE(testing::Message() << l << ", " << what);
       const auto n = size_t(l.frame_len), second = size_t(l.rate) / n * n, from = 4 * second, count = 12 * second;
       Signal far = talk(count, l.rate, 1500, 3), near = talk(count, l.rate, 700, 4);
       std::fill_n(near.begin(), from, 0.f);
       if (!double_talk)
         std::fill(far.begin() + int64_t(from), far.end(), 0.f);
-      const Sides s{sampled(far), sampled(Room(l.rate, 60, 0.4f, 5).echo(far) + near + white(count, 3, 5))};
+      Sides s{sampled(far), sampled(Room(l.rate, 60, 0.4f, 5).echo(far) + near + white(count, 3, 5))};
+      if (muted)
+        std::fill(s.mic.begin() + int64_t(from - second), s.mic.begin() + int64_t(from), 0);
       const Samples out = send(l, marked_image(l.rate), s);
       const double near_db = level_db(near, from, count - n);
       int32_t strong = 0, lost = 0;

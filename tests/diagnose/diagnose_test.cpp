@@ -149,9 +149,7 @@ TEST(Diagnose, names_the_first_cause_and_measures_what_the_recording_was_made_wi
   for (const auto &[name, first_wrong, change, state_space] : cases) {
     SCOPED_TRACE(name);
     const auto *delay = std::get_if<0>(&change);
-    Recording call(delay ? *delay : steady);
-    if (state_space)
-      set(call, "echo_control", "enable", 1);
+    Recording call(delay ? *delay : steady, state_space ? "clear-8k-20ms" : "balanced-8k-20ms");
     if (const auto *made = std::get_if<1>(&change))
       (*made)(call);
     const Samples mic = to_samples(call.mic), ref = to_samples(call.ref);

@@ -101,7 +101,7 @@ inline void slip(Signal &signal, double first, double every, double frame) {
 }
 
 inline Samples sent_for(const Recorded &call) {
-  return run_tx(make_setup(std::nullopt, rate, 20), call.mic, call.ref).sent;
+  return run_tx(make_setup(call.preset, rate, 20), call.mic, call.ref).sent;
 }
 
 inline Parts other_call(const Parts &parts) {

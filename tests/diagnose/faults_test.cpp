@@ -31,17 +31,18 @@ bool one_of(const std::string &name, const char *names) {
   return false;
 }
 
-made::Recorded with_fault(const made::Kind &kind, made::Parts parts, size_t seed) {
+made::Recorded with_fault(const made::Kind &kind, made::Parts parts, const char *preset, size_t seed) {
   parts.random = scene::Random(seed);
   if (const auto *of_parts = std::get_if<made::OfParts>(&kind.make))
     (*of_parts)(parts);
-  made::Recorded call = recorded(parts);
+  made::Recorded call = recorded(parts, preset);
   if (const auto *of_recorded = std::get_if<made::OfRecorded>(&kind.make))
     (*of_recorded)(call);
   return call;
 }
 
-Diagnosis diagnosed(const made::Recorded &call, const Setup &setup) {
+Diagnosis diagnosed(const made::Recorded &call) {
+  const Setup setup = make_setup(call.preset, made::rate, 20);
   const Run run = run_tx(setup, call.mic, call.ref, {.compensate = true, .progress = {}});
   return diagnose(Evidence(setup, call.mic, call.ref, run.sent, run.trace));
 }
@@ -61,11 +62,11 @@ struct Tally {
 };
 
 /// In every one of the calls. @param seed  of the first
-Tally judged(const made::Kind &kind, const char *causes, const Setup &setup, const std::vector<made::Parts> &good,
+Tally judged(const made::Kind &kind, const char *causes, const char *preset, const std::vector<made::Parts> &good,
              size_t seed) {
   Tally tally;
   for (size_t i = 0; i < good.size(); ++i) {
-    const Diagnosis found = diagnosed(with_fault(kind, good[i], seed + i), setup);
+    const Diagnosis found = diagnosed(with_fault(kind, good[i], preset, seed + i));
     if (is_right(causes, kind, found)) {
       ++tally.right;
       continue;
@@ -83,13 +84,11 @@ void expect_named(bool held_back, bool state_space) {
   for (size_t i = first; i < first + calls; ++i)
     good.push_back(made::parts_of(held_back, i));
   Tally all;
-  Setup setup = make_setup(std::nullopt, made::rate, 20);
-  if (state_space)
-    made::switch_on(setup.para);
+  const char *preset = state_space ? "clear-8k-20ms" : "balanced-8k-20ms";
   size_t seed = 1000 * first;
   for (const made::Kind &kind : made::kinds()) {
     const Tally tally =
-        judged(kind, state_space && kind.state_space ? kind.state_space : kind.causes, setup, good, seed += 100);
+        judged(kind, state_space && kind.state_space ? kind.state_space : kind.causes, preset, good, seed += 100);
     all.add(tally);
     fmt::print("{:42} {} of {} right, {} in doubt, {} wrong\n{}", kind.name, tally.right, tally.count(), tally.doubtful,
                tally.wrong, tally.others);

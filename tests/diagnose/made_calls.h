@@ -31,6 +31,7 @@ struct Parts {
 
 /// What is recorded.
 struct Recorded {
+  const char *preset; ///< of the library that runs on it
   Samples mic, ref;
   Signal near; ///< of the microphone
   Random random;
@@ -56,13 +57,6 @@ inline std::string scene_text(bool held_back, size_t index) {
                       between(-32, -24));
   text += fmt::format("[echo]\ndelay = {:.4f}\nto_near = {:.1f}\n", between(0.01, 0.18), between(-6, 6));
   return text + fmt::format("[noise]\nkind = \"{}\"\nsnr = {:.1f}\n", index % 2 ? "white" : "pink", between(15, 35));
-}
-
-/// The state-space canceller takes the other one's place.
-inline void switch_on(config::Image &image) {
-  for (const config::Field &field : config::fields)
-    if (field.section == "echo_control" && field.key == "enable")
-      config::set_value(field, image, 0, 1);
 }
 
 inline Parts parts_of(bool held_back, size_t index) {
@@ -110,11 +104,11 @@ inline Signal echo_through(const Parts &parts, const scene::Echo &echo) {
   return made;
 }
 
-inline Recorded recorded(const Parts &parts) {
+inline Recorded recorded(const Parts &parts, const char *preset) {
   Signal mic = parts.echo;
   add(mic, parts.near);
   add(mic, parts.noise);
-  return {to_samples(mic), to_samples(parts.ref), parts.near, parts.random};
+  return {preset, to_samples(mic), to_samples(parts.ref), parts.near, parts.random};
 }
 
 } // namespace qv::tool::diagnose::made

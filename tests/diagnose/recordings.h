@@ -62,11 +62,12 @@ inline Signal through_room(const Signal &signal, const Delay &delay = steady) {
 }
 
 struct Recording {
-  Setup setup = make_setup(std::nullopt, rate, 20);
+  Setup setup;
   Signal ref = talk(1, 0.5, 16), mic;
 
   /// The call with an echo of this delay; the near end talks behind the far end.
-  explicit Recording(const Delay &delay = steady) : mic(through_room(ref, delay)) {
+  explicit Recording(const Delay &delay = steady, const char *preset = "balanced-8k-20ms")
+      : setup(make_setup(preset, rate, 20)), mic(through_room(ref, delay)) {
     add(mic, talk(2, 17, 23.5));
     add(mic, hiss(3, -66));
   }

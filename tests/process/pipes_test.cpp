@@ -99,7 +99,7 @@ TEST_F(Pipes, say_what_is_wrong_with_them_and_leave_no_half_file) {
 
 // Recordings and parameters are named alike everywhere.
 TEST_F(Pipes, are_the_exception_and_every_verb_takes_a_stereo_file_and_any_form_of_parameters) {
-  ASSERT_EQ(run_command(folder, "para show balanced-16k-20ms --out p.toml").status, 0);
+  ASSERT_EQ(run_command(folder, "para show clear-16k-20ms --out p.toml").status, 0);
   ASSERT_EQ(run_command(folder, "para pack p.toml --out p.para").status, 0);
   const auto json = [&](const std::string &words) {
     const CommandResult result = run_command(folder, words + " --json");
@@ -116,7 +116,7 @@ TEST_F(Pipes, are_the_exception_and_every_verb_takes_a_stereo_file_and_any_form_
   };
   const auto expected = numbers("--mic m.wav --ref r.wav");
   EXPECT_GT(expected.size(), 30u);
-  for (const std::string parameters : {"--para p.toml", "--preset p.para", "--preset balanced-16k-20ms"}) {
+  for (const std::string parameters : {"--para p.toml", "--preset p.para", "--preset clear-16k-20ms"}) {
     EXPECT_EQ(numbers("--stereo both.wav " + parameters), expected) << parameters;
     const CommandResult page = run_command(folder, "report --stereo both.wav --out page.html " + parameters);
     EXPECT_EQ(page.status, 0) << parameters << page.err;

@@ -24,7 +24,7 @@ protected:
     for (size_t i = rate; i < 2 * rate; ++i)
       mic[i] = int16_t(std::lround(32767 * amplitude * std::sin(2 * std::numbers::pi * 1000 * double(i) / rate)));
     const measure::Subject subject{"call", rate, mic, std::vector<int16_t>(mic.size()), {}, {}, {}};
-    const CallReport call = examine("tone </script> & <b>", subject, make_setup(std::nullopt, rate, 20));
+    const CallReport call = examine("tone </script> & <b>", subject, make_setup("clear-8k-20ms", rate, 20));
     browser.open(put("call.html", call_page(call, {})));
   }
   void TearDown() override { EXPECT_EQ(browser.problems(), std::vector<std::string>{}); }
@@ -54,7 +54,7 @@ TEST_F(Page, shows_the_tone_and_all_charts) {
   EXPECT_LT(levels.at(1), -80);
   EXPECT_LT(levels.at(2), -80);
   EXPECT_EQ(browser.evaluate("charts.map(chart => chart.title).join()"),
-            "Microphone,Reference,Output,States,Level,Echo delay,Echo reduction,Noise level,Gains");
+            "Microphone,Reference,Output,States,Level,Echo delay,Echo reduction,Explained,Drift,Noise level,Gains");
   EXPECT_EQ(browser.evaluate("charts.filter(chart => chart.getArea().w < 500 || chart.getArea().h < 16).length"), 0);
   EXPECT_EQ(browser.evaluate("document.querySelector('h1').textContent"), "tone </script> & <b>");
 }
@@ -161,7 +161,8 @@ protected:
       trace.path_changed = i == 10;
       trace.drift_ppm = 30;
       trace.explained = 0.25f;
-      trace.expected_residual_db = i < 5 ? -100.f : 40.309f;
+      trace.expected_residual_db = i < 5 ? -20.f : 40.309f; // -110 dBov: less than a sample can hold
+      trace.linear_erle_db = i < 19 ? 20.f : -93.f;         // of a microphone that has ended
       call.output.trace.push_back(trace);
     }
   }
@@ -189,6 +190,8 @@ TEST_F(StateSpaceRun, is_drawn_with_what_only_this_canceller_knows) {
   EXPECT_EQ(level["series"][3]["label"], "expected residual echo");
   EXPECT_TRUE(level["series"][3]["values"][4].is_null());
   EXPECT_EQ(level["series"][3]["values"][5], -50);
+  EXPECT_EQ(chart_of(charts, "Echo reduction")["series"][1]["values"][18], 20);
+  EXPECT_EQ(chart_of(charts, "Echo reduction")["series"][1]["values"][19], -30);
   EXPECT_EQ(chart_of(charts, "Explained")["series"][0]["values"][3], 25);
   EXPECT_EQ(chart_of(charts, "Drift")["series"][0]["values"][3], 30);
   const Json rows = strips(call.subject, run(), std::nullopt)["rows"];
@@ -200,7 +203,9 @@ TEST_F(StateSpaceRun, is_drawn_with_what_only_this_canceller_knows) {
   for (QvVoiceTrace &trace : other.output.trace)
     trace.state_space = 0;
   const RunView plain{other.output, other.results};
-  EXPECT_FALSE(chart_of(lanes(call.subject, plain, std::nullopt, {}), "Echo delay").contains("band"));
+  const Json without = lanes(call.subject, plain, std::nullopt, {});
+  EXPECT_FALSE(chart_of(without, "Echo delay").contains("band"));
+  EXPECT_TRUE(chart_of(without, "Explained").is_null());
   const Json beside = lanes(call.subject, plain, run(), {});
   EXPECT_EQ(chart_of(beside, "Echo delay")["band"]["label"], "reach of the filter, other");
   EXPECT_EQ(chart_of(beside, "Drift")["series"].size(), 1u);

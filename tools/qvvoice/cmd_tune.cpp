@@ -98,17 +98,16 @@ void write_pages(const Options &options, const std::string &set, const std::stri
 }
 
 void run(Options options) {
-  if (!options.echo.empty()) {
-    const Progress bar("mixing calls");
-    tune::make_calls({options.echo.front(), options.echo.back(), options.near}, options.rate, options.frame_ms,
-                     options.calls);
-    options.set = options.calls + "/tune";
-    options.check = options.calls + "/check";
-  }
   const std::string own = para::preset_of(options.plan, options.rate, qv::frame_length(options.rate, options.frame_ms));
   if (!options.para && para::find_preset(own))
     options.para = own;
   const Setup before = make_setup(options.para, options.rate, options.frame_ms);
+  if (!options.echo.empty()) {
+    const Progress bar("mixing calls");
+    tune::make_calls({options.echo.front(), options.echo.back(), options.near}, before, options.calls);
+    options.set = options.calls + "/tune";
+    options.check = options.calls + "/check";
+  }
   const tune::Plan plan = tune::read_plan(options.plan, options.rate);
   Evaluator evaluator(options.set, options.rate, options.frame_ms, options.jobs);
   std::optional<Evaluator> held_back =

@@ -7,19 +7,23 @@
 namespace qv::tool::report {
 namespace {
 
-constexpr double least_gain_db = -60; // drawn for a gain of 0
+constexpr double least_gain_db = -60;      // drawn for a gain of 0
+constexpr double least_reduction_db = -30; // and of a silent microphone's
+constexpr double least_residual_db = -101; // dBov: what rounding to 16 bits leaves
 
 using Trace = std::vector<QvVoiceTrace>;
 using OfFrame = std::function<std::optional<double>(const QvVoiceTrace &)>;
 
 double gain_db(float gain) { return std::max(20 * std::log10(std::max(double(gain), 1e-9)), least_gain_db); }
 
-/// Of the echo that the state-space canceller expects its filter to leave, dBov.
+/// Of the echo that the state-space canceller expects its filter to leave, dBov; none below what can be heard.
 std::optional<double> residual_level(const QvVoiceTrace &frame) {
   constexpr double full_scale_db = 90.309; // of 32768, squared
-  return frame.expected_residual_db > -100 ? std::optional(double(frame.expected_residual_db) - full_scale_db)
-                                           : std::nullopt;
+  const double level = double(frame.expected_residual_db) - full_scale_db;
+  return level > least_residual_db ? std::optional(level) : std::nullopt;
 }
+
+double reduction_db(float erle) { return std::max(double(erle), least_reduction_db); }
 
 /// The charts of one call, filled series by series.
 class Lanes {
@@ -149,9 +153,10 @@ void add_erle(Lanes &lanes, const RunView &run, const std::optional<RunView> &ot
   lanes.begin("Echo reduction", "dB");
   for_each_run(run, other, [&](const RunView &view, const std::string &suffix, bool is_other) {
     const Trace &trace = view.output.trace;
-    lanes.add_traced("all" + suffix, is_other, trace, [](const QvVoiceTrace &frame) { return double(frame.erle_db); });
+    lanes.add_traced("all" + suffix, is_other, trace,
+                     [](const QvVoiceTrace &frame) { return reduction_db(frame.erle_db); });
     lanes.add_traced("linear filter" + suffix, is_other, trace,
-                     [](const QvVoiceTrace &frame) { return double(frame.linear_erle_db); });
+                     [](const QvVoiceTrace &frame) { return reduction_db(frame.linear_erle_db); });
     const auto &quarters = view.results.quarters;
     lanes.add("while the far end is heard" + suffix, is_other, [&](size_t i) {
       const auto quarter = size_t(lanes.time_of(i) / 0.25);

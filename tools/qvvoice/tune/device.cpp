@@ -55,8 +55,7 @@ std::vector<Interval> talk_in(SignalView signal, int rate) {
 }
 
 /// @return the delay of the echo, s
-double examine(const DeviceRecordings &device, const Samples &mic, const Samples &ref, int rate, int frame_ms) {
-  const Setup setup = make_setup(std::nullopt, rate, frame_ms);
+double examine(const DeviceRecordings &device, const Samples &mic, const Samples &ref, const Setup &setup) {
   RunOptions options;
   options.compensate = true;
   const Run run = run_tx(setup, mic, ref, options);
@@ -86,7 +85,8 @@ double seconds_within(const std::vector<Interval> &intervals, double begin, doub
 }
 
 /// The near-end recording must hold talk in both halves, and no far end.
-void examine_near(const DeviceRecordings &device, const Samples &near, Samples ref, int rate, int frame_ms) {
+void examine_near(const DeviceRecordings &device, const Samples &near, Samples ref, const Setup &setup) {
+  const int rate = setup.rate;
   if (!active_level_db(to_signal(near), rate))
     throw InputError("{}: is silent; somebody should talk in it", device.near);
   constexpr double needed = 2; // s of talk in each half
@@ -98,7 +98,6 @@ void examine_near(const DeviceRecordings &device, const Samples &near, Samples r
                        "noise",
                        device.near, found, begin == 0 ? "first" : "second", needed, above_noise_db);
   ref.resize(near.size());
-  const Setup setup = make_setup(std::nullopt, rate, frame_ms);
   RunOptions options;
   options.compensate = true;
   const Run run = run_tx(setup, near, ref, options);
@@ -167,14 +166,15 @@ void make_call(const Material &material, double far_from, double near_from, doub
 
 } // namespace
 
-void make_calls(const DeviceRecordings &device, int rate, int frame_ms, const std::string &folder) {
+void make_calls(const DeviceRecordings &device, const Setup &setup, const std::string &folder) {
+  const int rate = setup.rate;
   const bool stereo = device.mic == device.ref;
   const std::vector<int16_t> mic = read(device.mic, stereo ? 1 : 0, rate, 2 * far_needed),
                              near = read(device.near, 0, rate, 2 * near_needed);
   std::vector<int16_t> ref = read(device.ref, stereo ? 2 : 0, rate, 2 * far_needed);
   ref.resize(mic.size());
-  const double delay = examine(device, mic, ref, rate, frame_ms);
-  examine_near(device, near, ref, rate, frame_ms);
+  const double delay = examine(device, mic, ref, setup);
+  examine_near(device, near, ref, setup);
   const Material material{to_signal(mic), to_signal(ref), to_signal(near), delay, rate};
   const double far_half = double(mic.size()) / rate / 2, near_half = double(near.size()) / rate / 2;
   const auto last = double(std::size(near_levels_db) - 1);

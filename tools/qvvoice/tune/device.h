@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "call/setup.h"
+
 namespace qv::tool::tune {
 
 struct DeviceRecordings {
@@ -13,9 +15,9 @@ struct DeviceRecordings {
 /// Mixes the recordings into calls of 24 s, in which the far end talks alone, then the near end, then both, then the
 /// far end again: the near end 6 dB louder than recorded, as recorded and 6 dB quieter, at different places of both.
 /// The first half of each recording makes FOLDER/tune, the second FOLDER/check.
-/// @param frame_ms  of the library, for the checks that come first
+/// @param setup  of the library, for the checks that come first; the calls have its rate
 /// @throws InputError when the recordings cannot serve: too short or silent, no echo, a delay out of reach, somebody
 ///         talking in the echo recording, and whatever else qvvoice diagnose finds wrong with a recording
-void make_calls(const DeviceRecordings &device, int rate, int frame_ms, const std::string &folder);
+void make_calls(const DeviceRecordings &device, const Setup &setup, const std::string &folder);
 
 } // namespace qv::tool::tune
