@@ -75,8 +75,7 @@ void install_properties(GObjectClass *type) {
     g_object_class_install_property(type, id, g_param_spec_string(name, nick, blurb, nullptr, running));
   };
   text(property_preset, "preset", "Preset",
-       "Name of a built-in preset, as `qvvoice presets` lists them; without one, and without parameters: balanced of "
-       "the "
+       "Name of a built-in preset, as `qvvoice presets` lists them; without one, and without parameters: clear of the "
        "stream's rate. Taken up while playing, without a click");
   text(property_parameters, "parameters", "Parameters",
        "Parameter file, packed or as text, or its text itself; of preset and parameters what is set last counts. Taken "
