@@ -1,6 +1,7 @@
 #include "capture.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 namespace qv::gst {
 
@@ -19,6 +20,7 @@ int32_t Capture::open(int rate, int frame_length, uint32_t noise_seed, const int
   known_ = missing_ = 0;
   silent_samples_ = 0;
   heard_ = converged_ = started_ = false;
+  echo_delay_ = 0;
   return status;
 }
 
@@ -97,7 +99,10 @@ void Capture::note(size_t known) {
   qv_call_trace(call_.get(), &trace);
   happening.converged = trace.filter_adapted && !converged_;
   converged_ = trace.filter_adapted;
-  happening.delay_moved = trace.delay_changed;
+  const bool placed = !trace.state_space || trace.filter_adapted;
+  happening.delay_moved = placed && std::abs(trace.echo_delay - echo_delay_) >= frame_length_ / 2;
+  if (happening.delay_moved)
+    echo_delay_ = trace.echo_delay;
   listener_(happening);
 }
 

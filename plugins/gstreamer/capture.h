@@ -71,6 +71,7 @@ private:
   std::atomic<uint64_t> known_ = 0, missing_ = 0;
   int silent_samples_ = 0; ///< since the reference was last known
   bool heard_ = false, converged_ = false;
+  int echo_delay_ = 0; ///< samples, as last told
 };
 
 } // namespace qv::gst

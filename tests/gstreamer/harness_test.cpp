@@ -6,7 +6,7 @@
 namespace qv::gst {
 namespace {
 
-constexpr const char *preset = "balanced-16k-20ms";
+constexpr const char *preset = "clear-16k-20ms"; // the default
 const test::Layout layout = test::all_layouts[3];
 
 struct Both {
@@ -193,11 +193,11 @@ TEST(Elements, parameters_change_while_playing_or_are_refused_with_the_reason) {
   both.voice.set("preset", "balanced-16k");
   EXPECT_TRUE(
       both.voice.complaint().starts_with("preset: there is no preset \"balanced-16k\"; there are balanced-16k-16ms, "));
-  both.voice.set("parameters", "base = \"balanced-16k-20ms\"\n[aec]\nenabel = false\n");
+  both.voice.set("parameters", "base = \"clear-16k-20ms\"\n[aec]\nenabel = false\n");
   EXPECT_NE(both.voice.complaint().find("text:3: error: aec.enabel"), std::string::npos);
   both.voice.set("preset", "balanced-8k-20ms");
   EXPECT_NE(both.voice.complaint().find("for 8000 Hz"), std::string::npos);
-  both.voice.set("parameters", "base = \"balanced-16k-20ms\"\n[aec]\nenable = false\n[tx.anr]\nenable = false\n");
+  both.voice.set("parameters", "base = \"clear-16k-20ms\"\n[aec]\nenable = false\n[tx.anr]\nenable = false\n");
   both.voice.pull();
   both.voice.push(mic.subspan(16000, 1600));
   Samples sent = both.voice.pull();

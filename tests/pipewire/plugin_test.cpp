@@ -30,8 +30,9 @@ Samples to_samples(const std::vector<float> &x) {
 
 /// A packed file, removed with the object.
 struct ParameterFile {
-  std::string path = testing::TempDir() + "qvvoice_plugin_" + std::to_string(getpid()) + ".para";
+  std::string path = testing::TempDir() + "qvvoice_plugin_" + std::to_string(getpid()) + "_";
   explicit ParameterFile(const qv::config::Image &image, size_t bytes = 1000) {
+    path += std::to_string(bytes) + ".para";
     std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char *>(image.data()), std::streamsize(bytes));
   }
   ~ParameterFile() { std::remove(path.c_str()); }
