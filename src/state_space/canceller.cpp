@@ -1,5 +1,7 @@
 #include "state_space/canceller.h"
 
+#include <numbers>
+
 #include "dsp/sample.h"
 #include "qvvoice/dsp/layout.h"
 
@@ -14,12 +16,12 @@ constexpr float follow_below = 0.7f; // the quick filter's error over the steady
 constexpr float throw_back_above = 3;
 constexpr float least_followed = 100; // mean square of an error that is worth it
 constexpr float muted_below = 2;      // mean square: dither at most
+constexpr double lowest_hz = 10;      // below, what the microphone has is no sound: its steps would move the path
 constexpr float far_speech = 1000;    // mean square of a reference from which the path can be learnt
 constexpr float unbounded = 1e15f;    // energy that no frame has; false for an undefined one: a filter has run away
 constexpr float found_peak = 6;       // of an arrival, over the rms
 constexpr int32_t found_frames = 3;   // for which it must last
 constexpr float not_cancelled = 0.5f; // error over microphone: the filter does not hold the echo
-constexpr int32_t room_in_front = 3;  // partitions kept for an echo that comes earlier than it was found
 constexpr int32_t room_behind = 5;    // partitions that its reverberation needs at the least
 
 int64_t energy_of(const int16_t *samples, int32_t n) {
@@ -87,6 +89,17 @@ void compare(bool following, Canceller &c) {
   }
 }
 
+/// A high-pass of first order. @param heard  [N] written  @return its energy
+float without_offset(const int16_t *mic, float *heard, Canceller &c) {
+  float energy = 0;
+  for (int32_t i = 0; i < c.n; ++i) {
+    heard[i] = float(mic[i]) - c.offset;
+    c.offset += c.offset_weight * heard[i];
+    energy += heard[i] * heard[i];
+  }
+  return energy;
+}
+
 /// Errors of both filters in place of their estimates, behind N zeros; filters that have run away start again. A muted
 /// microphone has no echo to be taken off.
 void subtract(const int16_t *mic, float (&errors)[2][2 * QV_MAX_FRAME], Canceller &c) {
@@ -94,31 +107,31 @@ void subtract(const int16_t *mic, float (&errors)[2][2 * QV_MAX_FRAME], Cancelle
   const float scale = 1 / float(2 * n), weight = 1 - c.energy_keep;
   c.report.mic_energy_prev = c.report.mic_energy;
   c.report.mic_energy = energy_of(mic, n);
-  const auto mic_energy = float(c.report.mic_energy);
-  c.muted = mic_energy < muted_below * float(n);
+  c.muted = float(c.report.mic_energy) < muted_below * float(n);
   if (c.muted) {
     for (auto &error : errors)
       std::fill_n(error, 2 * n, 0.f);
     return;
   }
+  float heard[QV_MAX_FRAME];
+  c.mic_energy += weight * (without_offset(mic, heard, c) - c.mic_energy);
   Filter *filters[] = {&c.steady, &c.quick};
   for (int32_t f = 0; f < 2; ++f) {
     float *error = errors[f] + n;
     std::fill_n(errors[f], n, 0.f);
     float energy = 0;
     for (int32_t i = 0; i < n; ++i) {
-      error[i] = float(mic[i]) - scale * error[i];
+      error[i] = heard[i] - scale * error[i];
       energy += error[i] * error[i];
     }
     filters[f]->energy += weight * (energy - filters[f]->energy);
   }
-  c.mic_energy += weight * (mic_energy - c.mic_energy);
   if (c.steady.energy < unbounded && c.quick.energy < unbounded)
     return;
   forget(c.drift);
   for (int32_t f = 0; f < 2; ++f) {
     reset(*filters[f]);
-    std::copy_n(mic, n, errors[f] + n);
+    std::copy_n(heard, n, errors[f] + n);
   }
 }
 
@@ -145,8 +158,9 @@ bool init(int32_t rate, int32_t frame_len, const Tuning &tuning, bool noise_redu
   const Shape shape = shape_of(rate, frame_len, tuning.tail_ms);
   c = {};
   c.n = frame_len;
-  c.most_delay = shape.delays - room_in_front;
+  c.most_delay = shape.most_delay();
   c.energy_keep = shape.keep(0.85);
+  c.offset_weight = float(2 * std::numbers::pi * lowest_hz / rate);
   const bool taken[] = {
       c.transform.init(2 * frame_len),
       init(shape, c.reference),
@@ -189,12 +203,13 @@ void cancel(const int16_t *mic, const int16_t *ref, int16_t *error, Canceller &c
   Errors errors;
   analyse(blocks, going_on, errors, c);
   if (!c.muted) {
-    adapt(c.reference, errors.steady(), c.steady);
-    adapt(c.reference, errors.quick(), c.quick);
+    const bool far_heard = c.reference.power_at(c.reference.delay) > far_speech;
+    adapt(c.reference, errors.steady(), far_heard, c.steady);
+    adapt(c.reference, errors.quick(), far_heard, c.quick);
     search(errors.arriving(), c.arrival, c.to_lags);
     align(c);
     compare(following, c);
-    observe(c.steady, c.reference.power_at(c.reference.delay) > far_speech, c.drift);
+    observe(c.steady, far_heard, c.drift);
   }
   to_samples(error, n, [&](int32_t i) { return going_on[i]; });
   c.report.linear_energy = energy_of(error, n);

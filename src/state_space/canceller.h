@@ -17,6 +17,8 @@ struct Canceller {
   float energy_keep = 0;
   float mic_energy = 0;     ///< averaged as the filters' errors
   int32_t far_frames = 0;   ///< in a row in which the reference says something
+  float offset = 0;         ///< the microphone's direct current, sample units
+  float offset_weight = 0;  ///< of a sample in it
   bool muted = false;       ///< the microphone's frame was digital silence
   BatchTransform transform; ///< of 2N points
   BatchTransform to_lags;

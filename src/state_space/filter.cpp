@@ -10,11 +10,14 @@ namespace qv::state_space {
 namespace {
 
 constexpr float start_variance = 0.3f; // power gain per partition: an echo about as loud as the reference
-constexpr float block_share = 0.5f;    // half of a block's samples are new
-constexpr float least_noise = 0.3f;    // per sample, sample units squared: four times that of rounding
-constexpr float least_share = 0.1f;    // of an error's power that counts as noise however uncertain the echo is
-constexpr float opened_evenly = 0.5f;  // share of the variance that does not follow where the path was
-constexpr float opened_noise = 0.1f;   // what was taken for noise was echo
+// Of the path, per 20 ms in which the far end is heard. What the reference hardly excites would grow for hours: by 15
+// dB in 40 minutes of the same sentences. More forgetting is heard as echo after changes.
+constexpr double path_keep = 0.9999;
+constexpr float block_share = 0.5f;   // half of a block's samples are new
+constexpr float least_noise = 0.3f;   // per sample, sample units squared: four times that of rounding
+constexpr float least_share = 0.1f;   // of an error's power that counts as noise however uncertain the echo is
+constexpr float opened_evenly = 0.5f; // share of the variance that does not follow where the path was
+constexpr float opened_noise = 0.1f;  // what was taken for noise was echo
 
 constexpr auto owned = [](Filter &f, auto visit) {
   const int32_t stride = f.path.stride;
@@ -39,14 +42,14 @@ void add_product(const float *__restrict xr, const float *__restrict xi, const f
   }
 }
 
-/// @param gain  one over what the error's power is expected to be
+/// @param gain  one over what the error's power is expected to be  @param kept  of the path as it was
 void move_path(const float *__restrict xr, const float *__restrict xi, const float *__restrict er,
                const float *__restrict ei, const float *__restrict gain, float *__restrict wr, float *__restrict wi,
-               float *__restrict variance, int32_t count, float retention) {
+               float *__restrict variance, int32_t count, float retention, float kept) {
   for (int32_t k = 0; k < count; ++k) {
     const float step = variance[k] * gain[k];
-    wr[k] += step * (xr[k] * er[k] + xi[k] * ei[k]);
-    wi[k] += step * (xr[k] * ei[k] - xi[k] * er[k]);
+    wr[k] = kept * wr[k] + step * (xr[k] * er[k] + xi[k] * ei[k]);
+    wi[k] = kept * wi[k] + step * (xr[k] * ei[k] - xi[k] * er[k]);
     const float known = std::max(0.f, 1 - block_share * step * (xr[k] * xr[k] + xi[k] * xi[k]));
     variance[k] = retention * variance[k] * known + (1 - retention) * (wr[k] * wr[k] + wi[k] * wi[k]);
   }
@@ -83,6 +86,7 @@ bool init(const Shape &shape, const FilterKind &kind, Filter &f) {
   f.all = shape.partitions + kind.over_partitions;
   f.retention = shape.keep(kind.retention * kind.retention);
   f.noise_scale = kind.noise_scale;
+  f.path_keep = shape.keep(path_keep);
   f.noise_keep = shape.keep(0.9);
   f.energy_keep = shape.keep(0.85);
   f.path.stride = f.echo.stride = shape.stride;
@@ -116,9 +120,10 @@ void predict(const Reference &reference, Filter &f) {
   }
 }
 
-void adapt(const Reference &reference, const SplitSpectrum &error, Filter &f) {
+void adapt(const Reference &reference, const SplitSpectrum &error, bool far_heard, Filter &f) {
   const int32_t stride = f.path.stride;
   float gain[QV_MAX_FRAME + vector_width];
+  const float kept = far_heard ? f.path_keep : 1;
   const float least = least_noise * float(f.n), weight = 1 - f.noise_keep;
   for (int32_t k = 0; k < stride; ++k) {
     const float power = error.re[k] * error.re[k] + error.im[k] * error.im[k];
@@ -129,7 +134,7 @@ void adapt(const Reference &reference, const SplitSpectrum &error, Filter &f) {
   }
   for (int32_t p = 0; p < f.all; ++p) {
     const SplitSpectrum x = reference_of(reference, p, f), w = f.path[p];
-    move_path(x.re, x.im, error.re, error.im, gain, w.re, w.im, variance_of(f, p), stride, f.retention);
+    move_path(x.re, x.im, error.re, error.im, gain, w.re, w.im, variance_of(f, p), stride, f.retention, kept);
   }
 }
 

@@ -15,6 +15,7 @@ struct Filter {
   int32_t partitions = 0; ///< of the reference itself
   int32_t all = 0;        ///< with those of what exceeds
   float retention = 0;    ///< squared factor A of the path's first-order model, per frame: 1 is a path that never moves
+  float path_keep = 0;    ///< of the path itself, per frame
   float noise_scale = 0;  ///< below 1: trusts the error more than the model says
   float noise_keep = 0;   ///< of the noise's average, per frame
   float energy_keep = 0;
@@ -46,7 +47,8 @@ void reset(Filter &f);
 void predict(const Reference &reference, Filter &f);
 
 /// The error has come: path and variance move. @param error  spectrum of N zeros and the N samples of the error
-void adapt(const Reference &reference, const SplitSpectrum &error, Filter &f);
+/// @param far_heard  whether the reference says something from which the path can be learnt
+void adapt(const Reference &reference, const SplitSpectrum &error, bool far_heard, Filter &f);
 
 /// Holds two partitions of each filter to N taps; all get their turn. None at all loses 4 dB, all in every frame gain
 /// nothing that can be measured.

@@ -69,7 +69,7 @@ bool init(const Shape &shape, Reference &r) {
   r.n = shape.n;
   r.whole.stride = r.over.stride = shape.stride;
   r.partitions = shape.partitions;
-  r.frames = shape.delays + shape.partitions + 1;
+  r.frames = shape.most_delay() + shape.partitions + 1;
   r.peak = start_peak;
   return take(r, owned);
 }

@@ -9,6 +9,7 @@ namespace qv::state_space {
 
 inline constexpr float longest_tail_ms = 320;
 inline constexpr float longest_delay_ms = 500; ///< of an echo that is found
+inline constexpr int32_t room_in_front = 3;    ///< partitions kept for an echo that comes earlier than it was found
 
 struct Shape {
   int32_t rate;       ///< Hz
@@ -17,6 +18,7 @@ struct Shape {
   int32_t partitions; ///< of the echo path, a frame each
   int32_t delays;     ///< frames of delay that are searched for the echo
 
+  int32_t most_delay() const { return delays - room_in_front; } ///< frames of bulk delay
   float frame_ms() const { return 1000.f * float(n) / float(rate); }
   int32_t frames(float ms) const { return std::max(1, int32_t(std::lround(ms / frame_ms()))); }
 

@@ -88,6 +88,12 @@ auto instead(bool far, bool mic, std::function<int16_t(size_t)> sample) {
   };
 }
 
+/// For good.
+void direct_current(Sides &s, const Layout &, const Signal &, size_t at, size_t) {
+  for (size_t i = at; i < s.mic.size(); ++i)
+    s.mic[i] = int16_t(s.mic[i] + 8000);
+}
+
 int16_t silence(size_t) { return 0; }
 int16_t full_scale(size_t i) { return int16_t(uint32_t(i * 2654435761u) >> 16); }
 int16_t constant(size_t) { return -32768; }
@@ -109,6 +115,7 @@ const Mishap mishaps[] = {
     {"microphone muted for a second", 260, instead(false, true, silence), -25, -25},
     {"a second of full-scale noise", 260, instead(true, true, full_scale), -25, -25},
     {"a second of constant full scale", 260, instead(true, true, constant), -20, -25},
+    {"direct current", 260, direct_current, -25, -25},
     {"20 dB more", 260, heard(260, 5, 5), -12, -20},
     {"20 dB less", 260, heard(260, 0.05f, 5), -20, -20},
 };

@@ -37,6 +37,7 @@ struct Experiment {
   Signal block, ones;
   double true_residual = 0, expected_residual = 0; ///< of the steady filter, powers, summed since they were cleared
   int32_t changes = 0;                             ///< of the path that were found
+  float offset = 0;                                ///< below 10 Hz the echo is none
 
   explicit Experiment(const Layout &l)
       : shape(shape_of(l.rate, l.frame_len, tail_ms)), transform(2 * l.frame_len), block(2 * size_t(l.frame_len)),
@@ -53,7 +54,9 @@ struct Experiment {
       cancel(&mic[at], &far[at], out, c);
       transform.signal_of(c.steady.echo[0], block.data());
       for (size_t i = 0; i < n; ++i) {
-        const float left = echo[at + i] - block[n + i] / float(2 * n);
+        const float heard = echo[at + i] - offset;
+        offset += 2 * std::numbers::pi_v<float> * 10 / float(shape.rate) * heard;
+        const float left = heard - block[n + i] / float(2 * n);
         true_residual += double(left) * left * double(2 * n); // Parseval, over both halves of the bins
       }
       for (int32_t k = 1; k < shape.n; ++k)
