@@ -1,5 +1,6 @@
 // Frames of a call for scripts/bench, which counts their instructions: frames RATE FRAME_LEN SIGNAL PATH
-//   SIGNAL  speech (far end alone), silence, double-talk;  PATH  tx, rx, state-space (tx with that canceller)
+//   SIGNAL  speech (far end alone), silence, double-talk, jumps (of the echo's delay, by 420 ms and back);  PATH  tx,
+//   rx, state-space (tx with that canceller)
 
 #include <cmath>
 #include <cstdint>
@@ -36,20 +37,23 @@ int main(int argc, char **argv) {
     std::fprintf(stderr, "frames: %s\n", QV_VOICE_StatusText(status));
     return 2;
   }
-  std::vector<int16_t> far(size_t(length), 0), mic(far), out(far), late(far);
+  constexpr size_t late = 1, later = 22, jump_every = 25; // frames
+  std::vector<std::vector<int16_t>> far(warm_up + measured + later, std::vector<int16_t>(size_t(length), 0));
+  std::vector<int16_t> mic(size_t(length), 0), out(mic);
   uint32_t far_random = 1, near_random = 2;
   for (int k = 0; k < warm_up + measured; ++k) {
+    const bool silent = signal == "silence" && k >= warm_up, jumped = signal == "jumps" && k / jump_every % 2;
+    auto &now = far[size_t(k) + later];
+    const auto &heard = far[size_t(k) + later - (jumped ? later : late)];
     for (int i = 0; i < length; ++i) {
-      const bool silent = signal == "silence" && k >= warm_up;
-      late[size_t(i)] = far[size_t(i)];
-      far[size_t(i)] = silent ? int16_t(0) : sound(far_random, k * length + i, rate);
+      now[size_t(i)] = silent ? int16_t(0) : sound(far_random, k * length + i, rate);
       const int near = signal == "double-talk" ? sound(near_random, k * length + i + rate / 7, rate) : 0;
-      mic[size_t(i)] = int16_t(late[size_t(i)] / 2 + near);
+      mic[size_t(i)] = int16_t(heard[size_t(i)] / 2 + near);
     }
     if (path == "rx")
       QV_VOICE_ProcessRx(mic.data(), out.data(), 0);
     else
-      QV_VOICE_ProcessTx(mic.data(), far.data(), out.data(), 0);
+      QV_VOICE_ProcessTx(mic.data(), now.data(), out.data(), 0);
   }
   return QV_VOICE_Destory();
 }

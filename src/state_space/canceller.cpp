@@ -224,7 +224,6 @@ void suppress(const float *noise_gain, int16_t *out, Canceller &c) {
   if (s.change.changed) {
     copy_path(c.steady, c.quick);
     open(c.steady, c.quick);
-    open(c.steady, c.steady);
   }
   report(out, c);
 }

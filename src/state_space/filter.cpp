@@ -176,6 +176,19 @@ void rotate(const SplitSpectrum &turn, Filter &f) {
 
 namespace {
 
+void add_power(const SplitSpectrum &w, float *__restrict power, int32_t count) {
+  const float *__restrict re = w.re, *__restrict im = w.im;
+  for (int32_t k = 0; k < count; ++k)
+    power[k] += re[k] * re[k] + im[k] * im[k];
+}
+
+void raise(const float *before, const float *own, const float *behind, const float *total, float even,
+           float *__restrict variance, int32_t count) {
+  constexpr float around = (1 - opened_evenly) / 3;
+  for (int32_t k = 0; k < count; ++k)
+    variance[k] = std::max(variance[k], around * (before[k] + own[k] + behind[k]) + even * total[k]);
+}
+
 /// Moves `count` spectra towards the first by `by`, or away from it; what comes in is `fill`.
 void move_by(int32_t by, float *values, int32_t count, int32_t stride, float fill) {
   const int32_t kept = std::max(0, count - std::abs(by)) * stride, all = count * stride;
@@ -200,24 +213,25 @@ void shift(int32_t frames, Filter &f) {
   move_by(frames, f.variance + own, f.all - f.partitions, stride, start_variance);
 }
 
-void open(const Filter &known, Filter &f) {
+void open(Filter &f, Filter &other) {
+  constexpr int32_t most_bins = QV_MAX_FRAME + vector_width;
   const int32_t stride = f.path.stride, last = f.partitions - 1;
-  const auto power = [&](int32_t partition, int32_t k) {
-    const SplitSpectrum w = known.path[partition];
-    return w.re[k] * w.re[k] + w.im[k] * w.im[k];
-  };
-  for (int32_t k = 0; k < stride; ++k) {
-    float total = 0;
-    for (int32_t p = 0; p < f.partitions; ++p)
-      total += power(p, k);
-    for (int32_t p = 0; p < f.partitions; ++p) {
-      const float around = (power(std::max(p - 1, 0), k) + power(p, k) + power(std::min(p + 1, last), k)) / 3;
-      const float even = total / float(f.partitions);
-      float &variance = variance_of(f, p)[k];
-      variance = std::max(variance, (1 - opened_evenly) * around + opened_evenly * even);
+  float total[most_bins] = {}, power[3][most_bins]; // of the path; of a partition and its neighbours
+  const auto power_at = [&](int32_t p) { return power[std::clamp(p, 0, last) % 3]; };
+  for (int32_t p = 0; p <= last; ++p)
+    add_power(f.path[p], total, stride);
+  const float even = opened_evenly / float(f.partitions);
+  for (int32_t p = 0; p <= last; ++p) {
+    for (int32_t ahead = p == 0 ? 0 : p + 1; ahead <= std::min(p + 1, last); ++ahead) {
+      std::fill_n(power_at(ahead), stride, 0.f);
+      add_power(f.path[ahead], power_at(ahead), stride);
     }
-    f.noise[k] *= opened_noise;
+    for (Filter *opened : {&f, &other})
+      raise(power_at(p - 1), power_at(p), power_at(p + 1), total, even, variance_of(*opened, p), stride);
   }
+  for (Filter *opened : {&f, &other})
+    for (int32_t k = 0; k < stride; ++k)
+      opened->noise[k] *= opened_noise;
 }
 
 void follow(const Filter &other, Filter &f) {

@@ -63,8 +63,8 @@ void rotate(const SplitSpectrum &turn, Filter &f);
 /// The bulk delay has grown by `frames`: what was partition p + frames is partition p.
 void shift(int32_t frames, Filter &f);
 
-/// The path has changed: expects it anywhere near where `known` has it, and anywhere else with half the weight.
-void open(const Filter &known, Filter &f);
+/// The path has changed: both expect it anywhere near where the first has it, and anywhere else with half the weight.
+void open(Filter &f, Filter &other);
 
 /// Takes over the other's path (its own partitions); how far it was away is added to the variance.
 void follow(const Filter &other, Filter &f);
