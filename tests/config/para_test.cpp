@@ -174,7 +174,7 @@ TEST(EchoControl, comes_and_goes_in_words_of_its_own) {
       EXPECT_EQ(tuning.care, care);
       EXPECT_EQ(tuning.background, background);
     };
-    expect_tuning(1, 320, 50, 0.5f, 1);
+    expect_tuning(1, 320, 60, 0.5f, 1);
     const int16_t words[] = {200, 81, 1024, -1};
     std::copy_n(words, 4, image.begin() + 452);
     set_value(enable, image, 0, 1); // it is on: its values stay

@@ -149,7 +149,7 @@ TEST(Canceller, follows_clocks_that_drift_apart) {
       Experiment e(l);
       HalfSeconds call(l, true, {16, {2000, 5}}, Room(l.rate, 35, 0.5f, 5), Room(l.rate, 35, 0.5f, 5));
       const Signal echo = std::exchange(call.echo, Signal(call.echo.size()));
-      for (size_t i = 40; i + 40 < echo.size(); ++i) { // what the microphone's sample i hears is at i / (1 + ppm)
+      for (size_t i = 60; i + 60 < echo.size(); ++i) { // what the microphone's sample i hears is at i / (1 + ppm)
         const double at = double(i) / (1 + ppm * 1e-6), whole = std::floor(at);
         for (int32_t k = -15; k <= 16; ++k) {
           const double x = std::numbers::pi * (at - whole - k);
@@ -226,7 +226,7 @@ TEST(Arrival, finds_the_lag_and_nothing_where_there_is_none) {
       Transform transform(2 * l.frame_len), to_lags(a.length);
       const Signal far = talk(count, l.rate, 2000, uint32_t(lag_ms + 3));
       const auto lag = size_t(std::max(0.0, lag_ms) * l.rate / 1000);
-      Signal error = talk(count, l.rate, 300, uint32_t(lag_ms) + 40) + white(count, 20, 9);
+      Signal error = talk(count, l.rate, 300, uint32_t(lag_ms + 40)) + white(count, 20, 9);
       if (lag_ms >= 0)
         for (size_t i = lag; i < count; ++i)
           error[i] += 0.15f * far[i - lag];
