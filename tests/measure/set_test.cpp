@@ -1,6 +1,6 @@
 // Sets, comparisons and print-outs.
 
-#include "measure/set.h"
+#include "measure/print.h"
 #include "process/files.h"
 #include "support/error.h"
 
@@ -54,37 +54,6 @@ TEST(Print, means_are_split_by_the_noise_where_there_is_both) {
   EXPECT_NE(as_text(set).find("  2 with high noise"), std::string::npos) << as_text(set);
   set["recordings"].erase(2);
   EXPECT_FALSE(means(set["recordings"])[0].contains("high_noise"));
-}
-
-// The program of a job is replaced by a script that does what its folder's name says.
-TEST_F(InFolder, a_set_survives_broken_recordings_by_naming_them) {
-  EXPECT_THROW(recording_folders(folder), InputError);
-  std::vector<Job> jobs;
-  for (const char *name : {"bad", "dead", "good-1", "good-2", "odd"}) {
-    fs::create_directories(at(name));
-    put(std::string(name) + "/mic.wav", "x");
-  }
-  for (const std::string &one : recording_folders(folder))
-    jobs.push_back({fs::path(one).filename(), one, {}});
-  ASSERT_EQ(jobs.size(), 5u);
-  const std::string program = put("tool", "#!/bin/sh\ncase $2 in\n"
-                                          "*good*) echo progress >&2; echo '" +
-                                              as_set({recording("x", 1)}).dump() +
-                                              "' ;;\n"
-                                              "*bad) echo 'qvvoice: mic.wav: is broken' >&2; exit 2 ;;\n"
-                                              "*dead) kill -9 $$ ;;\n"
-                                              "*odd) echo '{' ;;\nesac\n");
-  fs::permissions(program, fs::perms::owner_all);
-  size_t reports = 0;
-  const Json set = run_jobs(program, jobs, 3, [&](size_t, size_t total) { reports += total == 5; });
-  EXPECT_EQ(reports, 5u);
-  ASSERT_EQ(set["recordings"].size(), 2u);
-  EXPECT_EQ(set["recordings"][1]["name"], "good-2");
-  ASSERT_EQ(set["failed"].size(), 3u);
-  EXPECT_EQ(set["failed"][0], Json({{"name", "bad"}, {"message", "mic.wav: is broken"}}));
-  EXPECT_EQ(set["failed"][1], Json({{"name", "dead"}, {"message", "ended with status 137 and said nothing"}}));
-  EXPECT_EQ(set["failed"][2]["name"], "odd");
-  EXPECT_NE(as_text(set).find("FAILED bad: mic.wav: is broken"), std::string::npos);
 }
 
 /// Numbers of another run come from a file that anybody may have edited.

@@ -1,15 +1,16 @@
 // The verb `measure`: what the library, or another system, makes of a recording or a set.
 
-#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <thread>
 
-#include "measure/set.h"
+#include "measure/print.h"
 #include "para/presets.h"
 #include "parameters.h"
 #include "recordings.h"
+#include "sets/set.h"
 #include "support/error.h"
+#include "support/worker_pool.h"
 #include "verbs.h"
 
 namespace qv::tool {
@@ -25,6 +26,9 @@ A recording of which nothing else is known
 A whole set at both frame lengths, as a table and as JSON
   qvvoice measure --set calls --frame-ms 16 20
   qvvoice measure --set calls --json > today.json
+The recordings that a manifest names: files, or scenes that are made where they are measured (docs/sets.md)
+  qvvoice scene --draw 100 --part check --rate 16000 --manifest hundred.jsonl
+  qvvoice measure --set hundred.jsonl
 Two parameter files, or another system's outputs (others/double-talk-16k.wav and so on), side by side
   qvvoice measure --set calls --para new8k.bin new16k.bin --against today.json
   qvvoice measure --set calls --against others
@@ -55,26 +59,53 @@ Json measure_one(const Options &options, const std::string &out) {
   return measure::as_set({measure::to_json(subject, output, measure::measure(known, output))});
 }
 
+/// One recording of a set at one frame length.
+struct Job {
+  const sets::Entry *entry;
+  int frame_ms;
+};
+
+Json measure_job(sets::Reader &reader, const Job &job, const Options &options, const std::string &out) {
+  const measure::Subject subject = reader.read(*job.entry);
+  const measure::Output output =
+      out.empty() ? run_library(subject, setup_for(options.para, subject.rate, job.frame_ms))
+                  : measure::read_output(subject, output_path(out, job.entry->name), options.out_delay);
+  Json result = measure::to_json(subject, output, measure::measure(subject, output));
+  if (!job.entry->tags.empty())
+    result["tags"] = job.entry->tags;
+  return result;
+}
+
+/// In processes of their own: a recording that ends one must not end the others.
 /// @param out  folder of outputs that were made elsewhere; empty: the library runs, at every frame length
 Json measure_set(const Options &options, const std::string &out) {
-  std::vector<measure::Job> jobs;
   for (const std::string &para : options.para)
-    warn_about(para); // what the jobs say is not heard
-  for (const std::string &folder : measure::recording_folders(options.recordings.set)) {
-    const std::string name = std::filesystem::relative(folder, options.recordings.set).string();
-    if (!out.empty()) {
-      jobs.push_back(
-          {name, folder, {"--out", output_path(out, name), "--out-delay", std::to_string(options.out_delay)}});
-      continue;
-    }
-    for (const int ms : options.frame_ms) {
-      jobs.push_back({name, folder, {"--frame-ms", std::to_string(ms)}});
-      for (const std::string &para : options.para)
-        jobs.back().arguments.insert(jobs.back().arguments.end(), {"--para", para});
-    }
-  }
+    warn_about(para);
+  const std::vector<sets::Entry> entries = sets::checked(options.recordings.set);
+  std::vector<Job> jobs;
+  for (const sets::Entry &entry : entries)
+    for (const int ms : out.empty() ? options.frame_ms : std::vector<int>{0})
+      jobs.push_back({&entry, ms});
+  sets::Reader reader;
+  WorkerPool pool(options.jobs, [&](std::string_view order) {
+    return measure_job(reader, jobs[std::stoul(std::string(order))], options, out).dump();
+  });
+  std::vector<Reply> replies(jobs.size());
   Progress bar("measuring");
-  return measure::run_jobs(std::filesystem::read_symlink("/proc/self/exe").string(), jobs, options.jobs, std::ref(bar));
+  size_t done = 0;
+  pool.run(
+      jobs.size(), [](size_t i) { return std::to_string(i); },
+      [&](size_t i, const Reply &reply) {
+        replies[i] = reply;
+        bar(++done, jobs.size());
+      });
+  Json set = measure::as_set({});
+  for (size_t i = 0; i < jobs.size(); ++i)
+    if (replies[i].fine)
+      set["recordings"].push_back(Json::parse(replies[i].text));
+    else
+      set["failed"].push_back({{"name", jobs[i].entry->name}, {"message", replies[i].text}});
+  return set;
 }
 
 Json measure_all(const Options &options, const std::string &out) {

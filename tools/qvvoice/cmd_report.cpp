@@ -3,11 +3,11 @@
 #include <filesystem>
 #include <memory>
 
-#include "measure/set.h"
 #include "para/presets.h"
 #include "parameters.h"
 #include "recordings.h"
 #include "report/front_page.h"
+#include "sets/set.h"
 #include "support/error.h"
 #include "support/output_file.h"
 #include "verbs.h"
@@ -111,10 +111,11 @@ Links links_of(const std::vector<std::string> &names, size_t i) {
 }
 
 /// Writes the page of a call; a recording that cannot be used is named on the front page.
-Entry report_one(const Options &options, const std::vector<std::string> &names, size_t i) try {
+Entry report_one(const Options &options, sets::Reader &reader, const sets::Entry &entry,
+                 const std::vector<std::string> &names, size_t i) try {
   const std::string &name = names[i], page = page_of(name);
   const std::string against = options.against.empty() ? "" : output_path(options.against, name);
-  const CallReport call = examine(name, measure::read_folder(options.recordings.set + "/" + name), options, against);
+  const CallReport call = examine(name, reader.read(entry), options, against);
   const fs::path place = fs::path(options.out) / page;
   fs::create_directories(place.parent_path());
   write_page(place.string(), call_page(call, links_of(names, i)));
@@ -130,14 +131,16 @@ Entry report_one(const Options &options, const std::vector<std::string> &names, 
 }
 
 void report_set(const Options &options) {
+  const std::vector<sets::Entry> set = sets::listed(options.recordings.set);
   std::vector<std::string> names;
-  for (const std::string &folder : measure::recording_folders(options.recordings.set))
-    names.push_back(fs::path(folder).lexically_relative(options.recordings.set).string());
+  for (const sets::Entry &entry : set)
+    names.push_back(entry.name);
+  sets::Reader reader;
   fs::create_directories(options.out);
   std::vector<Entry> entries;
   Progress bar("pages");
   for (size_t i = 0; i < names.size(); ++i) {
-    entries.push_back(report_one(options, names, i));
+    entries.push_back(report_one(options, reader, set[i], names, i));
     bar(i + 1, names.size());
   }
   const std::string other = !options.against.empty()       ? options.against

@@ -7,7 +7,10 @@
 #include "dsp/layout.h"
 #include "scene/draw.h"
 #include "scene/render.h"
+#include "sets/entry.h"
 #include "support/error.h"
+#include "support/output_file.h"
+#include "support/progress.h"
 #include "verbs.h"
 
 namespace qv::tool {
@@ -24,7 +27,9 @@ Sixteen calls drawn at random to tune on, and sixteen with other talkers and roo
   qvvoice scene --draw 16 --part tune --out tune
   qvvoice scene --draw 16 --part check --out check
 Calls in which devices do everything wrong: distortion, lost frames, late buffers, music, two changes
-  qvvoice scene --draw 32 --family hard --part check --out hard)";
+  qvvoice scene --draw 32 --family hard --part check --out hard
+Ten thousand of them, named in a file and each made where it is measured: qvvoice measure --set hard.jsonl
+  qvvoice scene --draw 10000 --family hard --part check --rate 16000 --manifest hard.jsonl)";
 
 struct Options {
   std::string file;
@@ -33,7 +38,7 @@ struct Options {
   uint64_t seed = 1;
   scene::Part part = scene::Part::tune;
   scene::Family family = scene::Family::usual;
-  std::string out;
+  std::string out, manifest;
   std::vector<int> rates{std::begin(served_rates), std::end(served_rates)};
 };
 
@@ -78,6 +83,16 @@ void make_scenes(const Options &options) {
     fmt::print("{}\n", job.folder);
 }
 
+/// Scenes that are made where they are used, not stored.
+void write_manifest(const Options &options) {
+  OutputFile file(options.manifest);
+  for (size_t i = 0; i < options.draw; ++i)
+    for (const int rate : options.rates)
+      file.write(sets::line_of(sets::drawn_entry({options.family, options.part, options.seed, i}, rate)).dump() + "\n");
+  file.commit();
+  fmt::print("{}\n", options.manifest);
+}
+
 } // namespace
 
 void add_scene(CLI::App &app) {
@@ -91,20 +106,25 @@ void add_scene(CLI::App &app) {
   what->add_option("file", options->file, "Scene file")->type_name("FILE");
   what->add_option("--set", options->set, "Scenes that are built in")->check(CLI::IsMember(names));
   CLI::Option *draw =
-      what->add_option("--draw", options->draw, "So many calls drawn at random")->check(CLI::Range(1, 1000));
+      what->add_option("--draw", options->draw, "So many calls drawn at random")->check(CLI::Range(1, 1000000));
   what->require_option(1);
   verb->add_option("--seed", options->seed, "Of what is drawn (1)")->needs(draw);
   verb->add_option("--part", options->part, "Talkers and rooms of what is drawn: tune (default) or check")
       ->needs(draw)
-      ->transform(CLI::CheckedTransformer(
-          std::map<std::string, scene::Part>{{"tune", scene::Part::tune}, {"check", scene::Part::check}}));
+      ->transform(CLI::CheckedTransformer(scene::parts()));
   verb->add_option("--family", options->family, "What is drawn: usual (default) or hard")
       ->needs(draw)
-      ->transform(CLI::CheckedTransformer(
-          std::map<std::string, scene::Family>{{"usual", scene::Family::usual}, {"hard", scene::Family::hard}}));
-  verb->add_option("-o,--out", options->out, "Folder of the results, made when missing")->type_name("DIR")->required();
+      ->transform(CLI::CheckedTransformer(scene::families()));
+  CLI::Option_group *where = verb->add_option_group("Where");
+  where->add_option("-o,--out", options->out, "Folder of the results, made when missing")->type_name("DIR");
+  where
+      ->add_option("--manifest", options->manifest,
+                   "Instead, name what is drawn in a file, a line per call (docs/sets.md)")
+      ->type_name("FILE")
+      ->needs(draw);
+  where->require_option(1);
   verb->add_option("--rate", options->rates, "Hz (8000 and 16000)")->check(CLI::IsMember(served_rates));
-  verb->callback([options] { make_scenes(*options); });
+  verb->callback([options] { options->manifest.empty() ? make_scenes(*options) : write_manifest(*options); });
 }
 
 } // namespace qv::tool

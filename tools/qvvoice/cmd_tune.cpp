@@ -154,15 +154,16 @@ void add_tune(CLI::App &app) {
   verb->footer(examples);
   CLI::Option_group *what = verb->add_option_group("What");
   CLI::Option *set =
-      what->add_option("--set", options->set, "Folder of calls to tune on, at any depth")->type_name("DIR");
+      what->add_option("--set", options->set, "Folder of calls to tune on, at any depth, or a manifest of them")
+          ->type_name("PATH");
   CLI::Option *echo =
       what->add_option("--echo", options->echo,
                        "Recording of the device playing: microphone and reference, or one file with both channels")
           ->expected(1, 2)
           ->type_name("FILE");
   what->require_option(1);
-  verb->add_option("--check", options->check, "Folder of calls held back, to judge the result by")
-      ->type_name("DIR")
+  verb->add_option("--check", options->check, "Folder or manifest of calls held back, to judge the result by")
+      ->type_name("PATH")
       ->needs(set);
   CLI::Option *near =
       verb->add_option("--near", options->near, "Recording of somebody talking while the device is silent")

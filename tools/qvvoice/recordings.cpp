@@ -66,7 +66,9 @@ void add_recordings(CLI::App &verb, Recordings &recordings, bool sets) {
   verb.add_option("--stereo", recordings.stereo, "Both in one file: microphone in channel 1, reference in channel 2")
       ->type_name("FILE");
   if (sets)
-    verb.add_option("--set", recordings.set, "Folder of recordings, at any depth")->type_name("DIR");
+    verb.add_option("--set", recordings.set,
+                    "Folder of recordings, at any depth, or a manifest: CSV or JSON lines (docs/sets.md)")
+        ->type_name("PATH");
 }
 
 std::string output_path(const std::string &folder, const std::string &name) {

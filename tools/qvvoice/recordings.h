@@ -13,7 +13,7 @@ namespace qv::tool {
 /// One recording, by its folder, its two files or one file with both, or a set.
 struct Recordings {
   std::string folder, mic, ref, stereo;
-  std::string set;   ///< folder of recordings, at any depth
+  std::string set;   ///< folder of recordings, at any depth, or a manifest
   bool sets = false; ///< whether the verb takes one
 
   /// @throws InputError unless one recording or one set is named, and in one way

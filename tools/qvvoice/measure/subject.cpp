@@ -23,7 +23,7 @@ std::vector<int16_t> read_at(const std::string &path, int rate) {
 }
 
 std::optional<Signal> read_part(const std::string &path, int rate, size_t length) {
-  if (!std::filesystem::exists(path))
+  if (path.empty())
     return std::nullopt;
   Signal part = to_signal(read_at(path, rate));
   part.resize(length);
@@ -48,25 +48,36 @@ Signal without_gain(const Output &output) {
 
 } // namespace
 
-Subject read_folder(const std::string &folder) {
+RecordingFiles files_in(const std::string &folder) {
   const std::filesystem::path path = folder;
-  const auto in = [&](const char *name) { return (path / name).string(); };
-  const Audio mic = read(in("mic.wav")).audio;
+  const auto known = [&](const char *name) {
+    return std::filesystem::exists(path / name) ? (path / name).string() : std::string();
+  };
+  return {path / "mic.wav",  path / "ref.wav",   known("near.wav"),
+          known("echo.wav"), known("noise.wav"), known("scene.toml")};
+}
+
+Subject read_files(const std::string &name, const RecordingFiles &files) {
+  const Audio mic = read(files.mic).audio;
   if (!rate_served(mic.rate))
-    throw InputError("{}: has {} Hz; 8000 or 16000 Hz is needed", in("mic.wav"), mic.rate);
+    throw InputError("{}: has {} Hz; 8000 or 16000 Hz is needed", files.mic, mic.rate);
   const size_t length = mic.samples.size();
-  Subject subject{path.filename().string(),
+  Subject subject{name,
                   mic.rate,
                   mic.samples,
-                  read_at(in("ref.wav"), mic.rate),
-                  read_part(in("near.wav"), mic.rate, length),
-                  read_part(in("echo.wav"), mic.rate, length),
+                  read_at(files.ref, mic.rate),
+                  read_part(files.near, mic.rate, length),
+                  read_part(files.echo, mic.rate, length),
                   {},
-                  read_part(in("noise.wav"), mic.rate, length)};
+                  read_part(files.noise, mic.rate, length)};
   subject.ref.resize(length);
-  if (std::filesystem::exists(in("scene.toml")))
-    subject.truth = scene::read_truth(in("scene.toml"));
+  if (!files.scene.empty())
+    subject.truth = scene::read_truth(files.scene);
   return subject;
+}
+
+Subject read_folder(const std::string &folder) {
+  return read_files(std::filesystem::path(folder).filename().string(), files_in(folder));
 }
 
 Output output_of(Run run, const Setup &setup) {

@@ -22,6 +22,18 @@ struct Subject {
   std::optional<Signal> noise{}; ///< the third part
 };
 
+/// Where a recording lies. Of the last four only those that are known have a path.
+struct RecordingFiles {
+  std::string mic, ref, near{}, echo{}, noise{}, scene{};
+};
+
+/// The files of a folder: mic.wav and ref.wav and, as far as they are there, near.wav, echo.wav, noise.wav and
+/// scene.toml.
+RecordingFiles files_in(const std::string &folder);
+
+/// @throws InputError when a file cannot be used; all must have the microphone's rate, 8000 or 16000 Hz
+Subject read_files(const std::string &name, const RecordingFiles &files);
+
 /// A folder with mic.wav and ref.wav and, as far as known, near.wav, echo.wav, noise.wav and scene.toml.
 /// @throws InputError when a file cannot be used; all must have the microphone's rate, 8000 or 16000 Hz
 Subject read_folder(const std::string &folder);

@@ -32,8 +32,6 @@ std::string draw_change(Random &random, Point microphone) {
   return "";
 }
 
-const char *name_of(Part part) { return part == Part::tune ? "tune" : "check"; }
-
 std::array<const char *, 2> voices_of(Random &random, Part part) {
   std::array<const char *, 2> voices = {part == Part::tune ? "en" : "fr", part == Part::tune ? "ru" : "it"};
   if (random.uniform() < 0.5)
@@ -138,8 +136,8 @@ std::string draw_hard_scene(uint64_t seed, Part part, size_t index) {
   Random random(seed, apart + 2 * index + uint64_t(part));
   const auto voices = voices_of(random, part);
   Point microphone;
-  std::string text = fmt::format("title = \"Hard: seed {}, {} {}\"\nduration = 40\nseed = {}\n", seed, name_of(part),
-                                 index, random.below(1000000000));
+  std::string text = fmt::format("title = \"Hard: seed {}, {} {}\"\nduration = {}\nseed = {}\n", seed, name_of(part),
+                                 index, seconds_of(Family::hard), random.below(1000000000));
   text += draw_room(random, microphone);
   text += draw_talkers(random, voices);
   text += draw_path(random, microphone);
@@ -154,8 +152,8 @@ std::string draw_usual_scene(uint64_t seed, Part part, size_t index) {
   const Point microphone = {size.x * between(random, 0.35, 0.65), size.y * between(random, 0.35, 0.65), 0.8};
   const auto voices = voices_of(random, part);
   constexpr const char *noises[] = {"white", "pink"};
-  std::string text = fmt::format("title = \"Drawn: seed {}, {} {}\"\nduration = 24\nseed = {}\n", seed, name_of(part),
-                                 index, random.below(1000000000));
+  std::string text = fmt::format("title = \"Drawn: seed {}, {} {}\"\nduration = {}\nseed = {}\n", seed, name_of(part),
+                                 index, seconds_of(Family::usual), random.below(1000000000));
   text += fmt::format("[room]\nsize = {}\nreverberation_time = {:.2f}\n", text_of(size), between(random, 0.15, 0.5));
   text += fmt::format("microphone = {}\nloudspeaker = {}\ntalker = {}\n", text_of(microphone),
                       text_of(place_near(random, microphone, 0.06, 0.4)),
@@ -175,7 +173,24 @@ std::string draw_usual_scene(uint64_t seed, Part part, size_t index) {
   return text;
 }
 
+template <class Kind> std::string name_in(const std::map<std::string, Kind> &names, Kind kind) {
+  return std::ranges::find(names, kind, &std::pair<const std::string, Kind>::second)->first;
+}
+
 } // namespace
+
+const std::map<std::string, Part> &parts() {
+  static const std::map<std::string, Part> all = {{"tune", Part::tune}, {"check", Part::check}};
+  return all;
+}
+
+const std::map<std::string, Family> &families() {
+  static const std::map<std::string, Family> all = {{"usual", Family::usual}, {"hard", Family::hard}};
+  return all;
+}
+
+std::string name_of(Part part) { return name_in(parts(), part); }
+std::string name_of(Family family) { return name_in(families(), family); }
 
 std::string draw_scene(uint64_t seed, Part part, size_t index, Family family) {
   return family == Family::hard ? draw_hard_scene(seed, part, index) : draw_usual_scene(seed, part, index);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 
 namespace qv::tool::scene {
@@ -11,6 +12,15 @@ enum class Part { tune, check };
 
 /// What is drawn. usual: one change at most, as described below. hard: everything that devices do wrong, mixed.
 enum class Family { usual, hard };
+
+/// By the names that options and manifests use.
+const std::map<std::string, Part> &parts();
+const std::map<std::string, Family> &families();
+std::string name_of(Part part);
+std::string name_of(Family family);
+
+/// Length of a scene.
+constexpr int seconds_of(Family family) { return family == Family::hard ? 40 : 24; }
 
 /// The text of a scene of 24 s at 0 dB echo-to-near ratio: far end alone (0.2 to 8 s), near end alone, both, nobody,
 /// far end alone again (from 19 s). Reverberation 0.15 to 0.5 s, bulk delay 0 to 200 ms, noise at 0 to 30 dB, and in

@@ -37,9 +37,10 @@ public:
   /// The whole of one recording, converted to the rate.
   const Signal &recording(const std::string &path);
 
-private:
+  /// Where the recordings lie. @throws InputError when a voice is not installed; it names the package
   std::vector<std::string> paths(const Speech &speech) const;
 
+private:
   int rate_;
   std::map<std::string, Signal> read_;
 };

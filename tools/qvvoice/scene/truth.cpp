@@ -39,9 +39,11 @@ std::optional<double> delay_at(const Truth &truth, double time) {
   return delay;
 }
 
-std::optional<Truth> read_truth(const std::string &path) {
-  const toml::table text = parse_toml(read_text(path), path);
-  Section top(path, "", text);
+std::optional<Truth> read_truth(const std::string &path) { return parse_truth(read_text(path), path); }
+
+std::optional<Truth> parse_truth(std::string_view text, const std::string &path) {
+  const toml::table table = parse_toml(text, path);
+  Section top(path, "", table);
   if (!top.has("truth"))
     return std::nullopt;
   Section section = top.section("truth");

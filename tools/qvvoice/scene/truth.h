@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "signal/activity.h"
@@ -39,6 +40,9 @@ std::optional<double> delay_at(const Truth &truth, double time);
 /// The [truth] of a scene.toml; nothing when it has none. Other tables are not looked at.
 /// @throws InputError with file, line, key, what was found and what would be right
 std::optional<Truth> read_truth(const std::string &path);
+
+/// The same of a text. @param path  for messages
+std::optional<Truth> parse_truth(std::string_view text, const std::string &path);
 
 /// The [truth] of a scene.toml. Times to the microsecond.
 std::string truth_text(const Truth &truth);

@@ -104,6 +104,14 @@ void say_when_terminated(const std::string &message) {
   handle_signals();
 }
 
+void leave_output_files() {
+  for (auto &name : open_names)
+    name = nullptr;
+  for (const int signal : terminations())
+    if (const auto before = std::signal(signal, SIG_DFL); before != remove_and_die)
+      std::signal(signal, before);
+}
+
 OutputFile::OutputFile(const std::string &path, std::span<const std::string> inputs) : path_(path) {
   if (path.empty())
     throw InputError("a result has an empty file name");

@@ -11,6 +11,9 @@ namespace qv::tool {
 /// What a terminating signal has this process say on standard error before it dies; children say nothing.
 void say_when_terminated(const std::string &message);
 
+/// In a process that has been forked and goes on: its parent's files are the parent's, and signals end it as they come.
+void leave_output_files();
+
 /// Written under another name in the folder of its place and renamed by commit(). Without commit(), and on
 /// every signal that ends the process and can be handled, what was written is removed and a file that stood there
 /// before stays. A pipe, standard output among them, gets everything at once and keeps it; that its reader closes it

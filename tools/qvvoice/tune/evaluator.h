@@ -2,9 +2,11 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "support/worker_pool.h"
 #include "tune/plan.h"
 
 namespace qv::tool::tune {
@@ -14,11 +16,10 @@ namespace qv::tool::tune {
 class Evaluator {
 public:
   /// Reads every recording of this rate.
-  /// @param folder    set of recordings, at any depth
+  /// @param set       folder or manifest, see sets/set.h
   /// @param parallel  processes at a time
-  /// @throws InputError when a recording cannot be read, or none has the rate
-  Evaluator(const std::string &folder, int rate, int frame_ms, int parallel);
-  ~Evaluator();
+  /// @throws InputError when the set has faults, or no recording of this rate
+  Evaluator(const std::string &set, int rate, int frame_ms, int parallel);
   Evaluator(const Evaluator &) = delete;
   Evaluator &operator=(const Evaluator &) = delete;
 
@@ -33,17 +34,13 @@ public:
   void evaluate(const std::vector<config::Image> &images, const Done &done);
 
 private:
-  struct Worker {
-    int id, socket;
-  };
-  void read(const std::string &folder);
-  void start_worker();
+  void read(const std::string &set);
 
   int rate_, frame_ms_;
   std::vector<std::string> names_;
   std::vector<measure::Subject> subjects_;
   std::vector<measure::Known> known_;
-  std::vector<Worker> workers_;
+  std::optional<WorkerPool> pool_;
 };
 
 } // namespace qv::tool::tune
