@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "fleet/coordinator.h"
+#include "fleet/database.h"
 #include "fleet/summary.h"
 #include "measure/print.h"
 #include "para/presets.h"
@@ -50,7 +51,8 @@ struct Options {
   int jobs = int(std::max(1u, std::thread::hardware_concurrency()));
   std::vector<std::string> columns;
   bool list = false, json = false, csv = false;
-  std::string run; ///< folder of a run that lasts
+  std::string run;      ///< folder of a run that lasts
+  std::string database; ///< empty: fleet.db beside that folder
   fleet::Engine on = fleet::Engine::local;
   fleet::Slurm slurm;
   std::optional<double> shard_seconds;
@@ -168,7 +170,15 @@ void measure_fleet(const Options &options) {
   if (!measure_shards(options, run))
     return;
   fleet::Means means;
-  const fleet::Merged merged = fleet::merge(run, [&](const Json &result) { means.add(result); });
+  const std::filesystem::path folder = std::filesystem::weakly_canonical(options.run);
+  fleet::Database database(options.database.empty() ? (folder.parent_path() / "fleet.db").string() : options.database,
+                           true);
+  database.begin(run, folder.filename().string());
+  const fleet::Merged merged = fleet::merge(run, [&](const Json &result) {
+    means.add(result);
+    database.add(result);
+  });
+  database.finish();
   fmt::print("{}", options.json ? fleet::as_json(merged, means).dump(2) + "\n" : fleet::as_text(merged, means));
   if (!merged.failed.empty())
     throw InputError("{} of {} recordings failed; they are named above", merged.failed.size(),
@@ -263,6 +273,10 @@ void add_fleet(CLI::App &verb, Options &options) {
           "What measures the shards: local (processes, default), slurm (job arrays on a shared folder), commands "
           "(writes them to a file for another engine)")
       ->transform(CLI::CheckedTransformer(engines))
+      ->needs(run);
+  verb.add_option("--db", options.database,
+                  "SQLite file that gets the results, for qvvoice compare (fleet.db beside the folder)")
+      ->type_name("FILE")
       ->needs(run);
   verb.add_option("--shard-seconds", options.shard_seconds,
                   "Work of a shard, about so many seconds of a core (120; with --on local 5 to 120)")
