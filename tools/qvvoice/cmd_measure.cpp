@@ -4,12 +4,16 @@
 #include <memory>
 #include <thread>
 
+#include "fleet/coordinator.h"
+#include "fleet/database.h"
+#include "fleet/summary.h"
 #include "measure/print.h"
 #include "para/presets.h"
 #include "parameters.h"
 #include "recordings.h"
 #include "sets/set.h"
 #include "support/error.h"
+#include "support/output_file.h"
 #include "support/worker_pool.h"
 #include "verbs.h"
 
@@ -29,6 +33,9 @@ A whole set at both frame lengths, as a table and as JSON
 The recordings that a manifest names: files, or scenes that are made where they are measured (docs/sets.md)
   qvvoice scene --draw 100 --part check --rate 16000 --manifest hundred.jsonl
   qvvoice measure --set hundred.jsonl
+The same in a folder that keeps the results and goes on after any interruption; on a cluster (docs/fleet.md)
+  qvvoice measure --set hundred.jsonl --run tonight
+  qvvoice measure --set hundred.jsonl --run tonight --on slurm --partition night --time 2:00:00
 Two parameter files, or another system's outputs (others/double-talk-16k.wav and so on), side by side
   qvvoice measure --set calls --para new8k.bin new16k.bin --against today.json
   qvvoice measure --set calls --against others
@@ -44,6 +51,11 @@ struct Options {
   int jobs = int(std::max(1u, std::thread::hardware_concurrency()));
   std::vector<std::string> columns;
   bool list = false, json = false, csv = false;
+  std::string run;      ///< folder of a run that lasts
+  std::string database; ///< empty: fleet.db beside that folder
+  fleet::Engine on = fleet::Engine::local;
+  fleet::Slurm slurm;
+  std::optional<double> shard_seconds;
 };
 
 Json measure_one(const Options &options, const std::string &out) {
@@ -106,6 +118,71 @@ Json measure_set(const Options &options, const std::string &out) {
     else
       set["failed"].push_back({{"name", jobs[i].entry->name}, {"message", replies[i].text}});
   return set;
+}
+
+std::vector<Setup> setups_of(const Options &options, const std::vector<sets::Entry> &set) {
+  std::vector<Setup> setups;
+  for (const int rate : served_rates)
+    if (std::ranges::find(set, rate, &sets::Entry::rate) != set.end())
+      for (const int ms : options.frame_ms)
+        setups.push_back(setup_for(options.para, rate, ms));
+  return setups;
+}
+
+/// Small enough for every process to get several, long enough for its start not to matter.
+double shard_seconds_of(const Options &options, const std::vector<sets::Entry> &set) {
+  constexpr double most = 120, least = 5;
+  if (options.shard_seconds || options.on != fleet::Engine::local)
+    return options.shard_seconds.value_or(most);
+  double cost = 0;
+  for (const sets::Entry &entry : set)
+    cost += fleet::cost_of(entry) * double(options.frame_ms.size());
+  return std::clamp(cost / (8 * options.jobs), least, most);
+}
+
+/// @return whether all shards have results
+bool measure_shards(const Options &options, const fleet::Run &run) {
+  const std::vector<size_t> missing = fleet::missing(run);
+  fmt::print(stderr, "{}: {} of {} shards to measure\n", run.folder, missing.size(), run.shard_count());
+  if (missing.empty())
+    return true;
+  switch (options.on) {
+  case fleet::Engine::local:
+    fleet::run_local(run, missing, options.jobs);
+    return true;
+  case fleet::Engine::slurm:
+    fleet::run_slurm(run, missing, options.slurm);
+    return true;
+  case fleet::Engine::commands:
+    fmt::print("{}\n", fleet::write_commands(run, missing));
+    fmt::print(stderr, "run its lines anywhere; then the same command brings the results together\n");
+  }
+  return false;
+}
+
+void measure_fleet(const Options &options) {
+  const fleet::Lock lock(options.run);
+  const std::vector<sets::Entry> set = sets::checked(options.recordings.set);
+  const fleet::Run run =
+      fleet::take_up(options.run, set, setups_of(options, set), options.frame_ms, shard_seconds_of(options, set));
+  if (options.on != fleet::Engine::slurm)
+    say_when_terminated(fmt::format("\nqvvoice: stopped; the same command goes on in {}\n", options.run));
+  if (!measure_shards(options, run))
+    return;
+  fleet::Means means;
+  const std::filesystem::path folder = std::filesystem::weakly_canonical(options.run);
+  fleet::Database database(options.database.empty() ? (folder.parent_path() / "fleet.db").string() : options.database,
+                           true);
+  database.begin(run, folder.filename().string());
+  const fleet::Merged merged = fleet::merge(run, [&](const Json &result) {
+    means.add(result);
+    database.add(result);
+  });
+  database.finish();
+  fmt::print("{}", options.json ? fleet::as_json(merged, means).dump(2) + "\n" : fleet::as_text(merged, means));
+  if (!merged.failed.empty())
+    throw InputError("{} of {} recordings failed; they are named above", merged.failed.size(),
+                     merged.failed.size() + merged.results);
 }
 
 Json measure_all(const Options &options, const std::string &out) {
@@ -180,6 +257,42 @@ void run(const Options &options) {
                      results["failed"].size() + results["recordings"].size());
 }
 
+void add_fleet(CLI::App &verb, Options &options) {
+  CLI::Option *run =
+      verb.add_option("--run", options.run,
+                      "Folder that keeps a set's results, shard by shard: the same command goes on where "
+                      "it ended, and nothing is measured twice (docs/fleet.md)")
+          ->type_name("DIR")
+          ->needs("--set")
+          ->excludes("--out")
+          ->excludes("--against");
+  const std::map<std::string, fleet::Engine> engines = {
+      {"local", fleet::Engine::local}, {"commands", fleet::Engine::commands}, {"slurm", fleet::Engine::slurm}};
+  verb.add_option(
+          "--on", options.on,
+          "What measures the shards: local (processes, default), slurm (job arrays on a shared folder), commands "
+          "(writes them to a file for another engine)")
+      ->transform(CLI::CheckedTransformer(engines))
+      ->needs(run);
+  verb.add_option("--db", options.database,
+                  "SQLite file that gets the results, for qvvoice compare (fleet.db beside the folder)")
+      ->type_name("FILE")
+      ->needs(run);
+  verb.add_option("--shard-seconds", options.shard_seconds,
+                  "Work of a shard, about so many seconds of a core (120; with --on local 5 to 120)")
+      ->check(CLI::Range(0.01, 1e5))
+      ->needs(run);
+  verb.add_option("--partition", options.slurm.partition, "Of the cluster")->needs(run);
+  verb.add_option("--account", options.slurm.account, "That the cluster charges")->needs(run);
+  verb.add_option("--time", options.slurm.time, "Limit for a shard, as sbatch takes it")->needs(run);
+  verb.add_option("--at-most", options.slurm.at_most, "Shards at a time on the cluster")
+      ->check(CLI::PositiveNumber)
+      ->needs(run);
+  verb.add_option("--sbatch", options.slurm.words, "Another word for sbatch, as in --sbatch=--mem=2G; may be repeated")
+      ->allow_extra_args(false)
+      ->needs(run);
+}
+
 } // namespace
 
 void add_measure(CLI::App &app) {
@@ -205,6 +318,7 @@ void add_measure(CLI::App &app) {
   verb->add_option("-j", options->jobs, "Processes at a time for a set (one per core)")
       ->check(CLI::Range(1, 256))
       ->needs(set);
+  add_fleet(*verb, *options);
   verb->add_option("--columns", options->columns,
                    "Measures that the table of a set shows (those with a column in --list)")
       ->delimiter(',')
@@ -220,7 +334,7 @@ void add_measure(CLI::App &app) {
     options->recordings.check();
     if (options->recordings.set.empty() && options->frame_ms.size() > 1)
       throw InputError("--frame-ms: found {} lengths; one recording takes one, 16 or 20", options->frame_ms.size());
-    run(*options);
+    options->run.empty() ? run(*options) : measure_fleet(*options);
   });
 }
 

@@ -7,6 +7,7 @@
 #include "parameters.h"
 #include "recordings.h"
 #include "report/front_page.h"
+#include "report/html.h"
 #include "sets/set.h"
 #include "support/error.h"
 #include "support/output_file.h"
@@ -83,19 +84,9 @@ void report_call(const Options &options) {
   fmt::print("{}\n", options.out);
 }
 
-/// For an href; a path may hold any byte.
-std::string percent_encoded(const std::string &path) {
-  std::string text;
-  for (const char c : path)
-    text += std::isalnum(static_cast<unsigned char>(c)) || std::string_view("-._~/").find(c) != std::string_view::npos
-                ? std::string(1, c)
-                : fmt::format("%{:02X}", static_cast<unsigned char>(c));
-  return text;
-}
-
 /// The way from one page of a set to another. @param from,to  paths below the folder of the pages
 std::string way(const std::string &from, const std::string &to) {
-  return percent_encoded(fs::path(to).lexically_relative(fs::path(from).parent_path()).string());
+  return report::percent_encoded(fs::path(to).lexically_relative(fs::path(from).parent_path()).string());
 }
 
 std::string page_of(const std::string &name) { return name + ".html"; }

@@ -53,6 +53,8 @@ int main(int argc, char **argv) {
   qv::tool::add_para(app);
   qv::tool::add_presets(app);
   qv::tool::add_measure(app);
+  qv::tool::add_worker(app);
+  qv::tool::add_compare(app);
   qv::tool::add_scene(app);
   qv::tool::add_diagnose(app);
   qv::tool::add_report(app);

@@ -13,6 +13,8 @@ void add_process(CLI::App &app);
 void add_para(CLI::App &app);
 void add_presets(CLI::App &app);
 void add_measure(CLI::App &app);
+void add_worker(CLI::App &app);
+void add_compare(CLI::App &app);
 void add_scene(CLI::App &app);
 void add_diagnose(CLI::App &app);
 void add_report(CLI::App &app);

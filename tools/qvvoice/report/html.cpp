@@ -1,5 +1,9 @@
 #include "report/html.h"
 
+#include <cctype>
+
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <stdexcept>
 
@@ -39,6 +43,15 @@ std::string fill(std::string_view page, const std::map<std::string_view, std::st
 }
 
 std::string escape(std::string_view text) { return replaced(replaced(text, '&', "&amp;"), '<', "&lt;"); }
+
+std::string percent_encoded(const std::string &path) {
+  std::string text;
+  for (const char c : path)
+    text += std::isalnum(static_cast<unsigned char>(c)) || std::string_view("-._~/").find(c) != std::string_view::npos
+                ? std::string(1, c)
+                : fmt::format("%{:02X}", static_cast<unsigned char>(c));
+  return text;
+}
 
 std::string script_json(const nlohmann::ordered_json &data) {
   return replaced(data.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace), '<', "\\u003c");

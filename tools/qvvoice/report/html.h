@@ -15,6 +15,9 @@ std::string fill(std::string_view page, const std::map<std::string_view, std::st
 /// For text between tags.
 std::string escape(std::string_view text);
 
+/// For an href; a path may hold any byte.
+std::string percent_encoded(const std::string &path);
+
 /// For a script element of type application/json.
 std::string script_json(const nlohmann::ordered_json &data);
 

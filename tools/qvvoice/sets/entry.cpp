@@ -179,7 +179,7 @@ Json line_of(const Entry &entry) {
   } else {
     for (const auto &[key, file] : files)
       if (const std::string &path = std::get<RecordingFiles>(entry.source).*file; !path.empty())
-        line[key] = path;
+        line[key] = fs::absolute(path).lexically_normal().string();
   }
   if (!entry.tags.empty())
     line["tags"] = entry.tags;

@@ -42,7 +42,7 @@ using Faults = std::vector<std::string>;
 /// @return nothing when something is wrong; `faults` says what
 std::optional<Entry> entry_of(const Json &line, const std::string &base, const std::string &place, Faults &faults);
 
-/// The line that entry_of() takes for it; paths as they are in the entry.
+/// The line that entry_of() takes for it, its paths absolute.
 Json line_of(const Entry &entry);
 
 /// A drawn scene by the name of its family, part, seed, index and rate, tagged with what makes it hard.

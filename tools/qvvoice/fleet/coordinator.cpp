@@ -1,0 +1,119 @@
+#include "fleet/coordinator.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <fmt/ranges.h>
+
+#include "support/child.h"
+#include "support/error.h"
+#include "support/output_file.h"
+#include "support/progress.h"
+
+namespace qv::tool::fleet {
+namespace {
+
+std::string shell_word(const std::string &word) {
+  std::string text = "'";
+  for (const char c : word)
+    text += c == '\'' ? "'\\''" : std::string(1, c);
+  return text + "'";
+}
+
+/// Measures a shard in a process of its own, once more when that fails. @return what it said when it gave up
+std::string attempt(const Run &run, size_t shard) {
+  std::string said;
+  for (int i = 0; i < attempts; ++i) {
+    const ChildResult result = run_child(command_of(run, std::to_string(shard)));
+    if (result.status == 0)
+      return "";
+    said = result.messages.empty() ? fmt::format("ended with status {}\n", result.status) : result.messages;
+  }
+  return fmt::format("shard {}: {}", shard, said);
+}
+
+} // namespace
+
+Lock::Lock(const std::string &folder) {
+  std::filesystem::create_directories(folder);
+  const std::string path = folder + "/lock";
+  descriptor_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+  if (descriptor_ < 0)
+    throw InputError("{}: cannot be written: {}", path, std::strerror(errno));
+  char holder[256] = {};
+  if (flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
+    const bool held = errno == EWOULDBLOCK && read(descriptor_, holder, sizeof holder - 1) >= 0;
+    close(descriptor_);
+    throw InputError("{}: {}", folder,
+                     held ? fmt::format("{} is at it; wait for it, or end it", holder)
+                          : fmt::format("cannot be locked: {}", std::strerror(errno)));
+  }
+  char host[128] = {};
+  gethostname(host, sizeof host - 1);
+  const std::string name = fmt::format("process {} on {}", getpid(), host);
+  if (ftruncate(descriptor_, 0) != 0 || pwrite(descriptor_, name.data(), name.size(), 0) != ssize_t(name.size()))
+    throw InputError("{}: cannot be written: {}", path, std::strerror(errno));
+}
+
+Lock::~Lock() { close(descriptor_); }
+
+std::vector<size_t> missing(const Run &run) {
+  std::vector<size_t> shards;
+  for (size_t shard = 0; shard < run.shard_count(); ++shard)
+    if (!is_done(run, shard))
+      shards.push_back(shard);
+  return shards;
+}
+
+std::vector<std::string> command_of(const Run &run, const std::string &shard) {
+  // once: a tool that is replaced meanwhile has another name there
+  static const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
+  return {program, "worker", std::filesystem::absolute(run.folder).string(), shard};
+}
+
+void run_local(const Run &run, const std::vector<size_t> &shards, int parallel) {
+  Progress progress("shards");
+  std::atomic<size_t> next = 0;
+  std::mutex reporting;
+  size_t done = 0;
+  std::vector<std::string> complaints;
+  const auto work = [&] {
+    for (size_t i; (i = next++) < shards.size();) {
+      const std::string complaint = attempt(run, shards[i]);
+      const std::lock_guard lock(reporting);
+      if (!complaint.empty())
+        complaints.push_back(complaint);
+      progress(++done, shards.size());
+    }
+  };
+  {
+    std::vector<std::jthread> workers;
+    for (int i = 0; i < parallel; ++i)
+      workers.emplace_back(work);
+  }
+  if (!complaints.empty())
+    throw std::runtime_error(fmt::format("{} of {} shards failed {} times; the same command goes on with them\n{}",
+                                         complaints.size(), shards.size(), attempts, fmt::join(complaints, "")));
+}
+
+std::string write_commands(const Run &run, const std::vector<size_t> &shards) {
+  OutputFile file(run.folder + "/commands");
+  for (const size_t shard : shards) {
+    std::vector<std::string> words = command_of(run, std::to_string(shard));
+    for (std::string &word : words)
+      word = shell_word(word);
+    file.write(fmt::format("{}\n", fmt::join(words, " ")));
+  }
+  file.commit();
+  return file.path();
+}
+
+} // namespace qv::tool::fleet

@@ -1,0 +1,177 @@
+#include "fleet/run.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "fleet/behaviour.h"
+#include "qvvoice/qvvoice.h"
+#include "support/checksum.h"
+#include "support/error.h"
+#include "support/output_file.h"
+
+namespace qv::tool::fleet {
+namespace {
+
+namespace fs = std::filesystem;
+
+int frame_ms_of(const Setup &setup) { return 1000 * setup.frame_len / setup.rate; }
+
+Json parameters_json(const std::vector<Setup> &setups) {
+  Json parameters = Json::array();
+  for (const Setup &setup : setups)
+    parameters.push_back(
+        {{"rate", setup.rate}, {"frame_ms", frame_ms_of(setup)}, {"source", setup.para_source}, {"words", setup.para}});
+  return parameters;
+}
+
+std::vector<Setup> setups_from(const Json &parameters) {
+  std::vector<Setup> setups;
+  for (const Json &one : parameters)
+    setups.push_back(
+        setup_of(one.at("words").get<config::Image>(), one.at("source"), one.at("rate"), one.at("frame_ms")));
+  return setups;
+}
+
+Json library_json(const std::vector<Setup> &setups) {
+  return {{"version", QV_VOICE_Version()}, {"behaviour", behaviour(setups)}};
+}
+
+std::string set_text(const std::vector<Entry> &set) {
+  std::string text;
+  for (const Entry &entry : set)
+    text += sets::line_of(entry).dump() + "\n";
+  return text;
+}
+
+std::vector<size_t> cut(const std::vector<Entry> &set, double shard_seconds) {
+  std::vector<size_t> shards = {0};
+  double seconds = 0;
+  for (size_t i = 0; i < set.size(); ++i) {
+    seconds += cost_of(set[i]);
+    if (seconds >= shard_seconds && i + 1 < set.size()) {
+      shards.push_back(i + 1);
+      seconds = 0;
+    }
+  }
+  shards.push_back(set.size());
+  return shards;
+}
+
+void write(const std::string &path, const std::string &text) {
+  OutputFile file(path);
+  file.write(text);
+  file.commit();
+}
+
+std::string text_of(const std::string &path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file)
+    throw InputError("{}: cannot be read; a folder that qvvoice measure --run has made is needed", path);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+Run run_from(const std::string &folder, const std::string &text) try {
+  const Json described = Json::parse(text);
+  return {folder, checksum_of(text), setups_from(described.at("parameters")), described.at("frame_ms"),
+          described.at("shards")};
+} catch (const Json::exception &error) {
+  throw InputError("{}/run.json: is not as qvvoice measure --run writes it: {}", folder, error.what());
+}
+
+std::string described_path(const std::string &folder) { return folder + "/run.json"; }
+
+/// @param place  of the value that differs: "library.version"
+void refuse_other(const std::string &folder, const std::string &place, const Json &there, const Json &here) {
+  const auto shortened = [](const Json &value) {
+    const std::string text = value.dump();
+    return text.size() > 60 ? text.substr(0, 60) + "..." : text;
+  };
+  throw InputError("{}: has results of another run: {} is {} there, {} here; results are never mixed: remove the "
+                   "folder, or give another --run",
+                   folder, place, shortened(there), shortened(here));
+}
+
+void require_same(const std::string &folder, const Json &there, const Json &here, const std::string &place = "") {
+  if (here.is_object() && there.is_object()) {
+    for (const auto &[key, value] : here.items())
+      require_same(folder, there.value(key, Json()), value, place.empty() ? key : place + "." + key);
+  } else if (there != here) {
+    refuse_other(folder, place, there, here);
+  }
+}
+
+} // namespace
+
+std::string Run::shard_path(size_t shard) const { return fmt::format("{}/shards/{:06}.jsonl", folder, shard); }
+
+const Setup &Run::setup(int rate, int ms) const {
+  const auto found =
+      std::ranges::find_if(setups, [&](const Setup &setup) { return setup.rate == rate && frame_ms_of(setup) == ms; });
+  if (found == setups.end())
+    throw InputError("has {} Hz; the run has no parameters for it: the file has changed since the run began", rate);
+  return *found;
+}
+
+double cost_of(const Entry &entry) {
+  // Per second of the recording on one 3 GHz core, `qvvoice measure` on drawn scenes: from files, and made first.
+  constexpr double stored = 0.01, made = 0.08;
+  return entry.seconds * (std::holds_alternative<sets::Drawn>(entry.source) ? made : stored);
+}
+
+Run take_up(const std::string &folder, const std::vector<Entry> &set, std::vector<Setup> setups,
+            const std::vector<int> &frame_ms, double shard_seconds) {
+  const std::string lines = set_text(set);
+  Json described = {{"parameters", parameters_json(setups)}, // first: what the library does depends on them
+                    {"library", library_json(setups)},
+                    {"frame_ms", frame_ms},
+                    {"set", {{"recordings", set.size()}, {"checksum", checksum_of(lines)}}}};
+  const std::string path = described_path(folder);
+  if (fs::exists(path)) {
+    const std::string text = text_of(path);
+    require_same(folder, Json::parse(text, nullptr, false), described);
+    return run_from(folder, text);
+  }
+  described["shards"] = cut(set, shard_seconds);
+  fs::create_directories(folder + "/shards");
+  write(folder + "/set.jsonl", lines);
+  write(path, described.dump() + "\n");
+  return run_from(folder, text_of(path));
+}
+
+Run open_run(const std::string &folder) {
+  const std::string text = text_of(described_path(folder));
+  Run run = run_from(folder, text);
+  require_same(folder, Json::parse(text)["library"], library_json(run.setups), "library");
+  return run;
+}
+
+std::vector<Entry> recordings_of(const Run &run, size_t shard) {
+  const std::string path = run.folder + "/set.jsonl";
+  std::ifstream file(path);
+  std::vector<Entry> entries;
+  sets::Faults faults;
+  size_t number = 0;
+  for (std::string line; number < run.shards[shard + 1] && std::getline(file, line); ++number)
+    if (number >= run.shards[shard])
+      if (const auto entry =
+              sets::entry_of(Json::parse(line, nullptr, false), "/", fmt::format("{}:{}", path, number + 1), faults))
+        entries.push_back(*entry);
+  if (!faults.empty() || entries.size() != run.shards[shard + 1] - run.shards[shard])
+    throw InputError("{}: is not the set that the run began with{}", path, faults.empty() ? "" : ": " + faults[0]);
+  return entries;
+}
+
+bool is_done(const Run &run, size_t shard) {
+  std::ifstream file(run.shard_path(shard));
+  std::string head, line;
+  if (!std::getline(file, head))
+    return false;
+  const Json described = Json::parse(head, nullptr, false);
+  if (!described.is_object() || described.value("run", Json()) != run.id)
+    throw InputError("{}: is of another run; results are never mixed: remove it", run.shard_path(shard));
+  return true;
+}
+
+} // namespace qv::tool::fleet

@@ -1,0 +1,159 @@
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+#include <filesystem>
+#include <system_error>
+
+#include <fmt/ranges.h>
+
+#include "fleet/coordinator.h"
+#include "support/child.h"
+#include "support/error.h"
+#include "support/output_file.h"
+#include "support/progress.h"
+
+namespace qv::tool::fleet {
+namespace {
+
+constexpr size_t tasks_of_a_job = 1000; ///< Slurm's MaxArraySize is 1001 unless a cluster sets another
+constexpr int seconds_between_looks = 2, looks_between_questions = 5;
+
+ChildResult run_or_refuse(const std::vector<std::string> &words) try {
+  return run_child(words);
+} catch (const std::system_error &error) {
+  throw InputError("{}: cannot be run: {}; --on slurm needs Slurm's commands", words[0], error.code().message());
+}
+
+/// Interrupts are taken between two looks at the results, not when they come.
+class HeldInterrupts {
+public:
+  HeldInterrupts() {
+    sigemptyset(&held_);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+      sigaddset(&held_, signal);
+    pthread_sigmask(SIG_BLOCK, &held_, &before_);
+  }
+  ~HeldInterrupts() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+  /// @return the signal that has come meanwhile, or 0
+  int wait(int seconds) const {
+    const timespec time{seconds, 0};
+    return std::max(sigtimedwait(&held_, nullptr, &time), 0);
+  }
+
+private:
+  sigset_t held_, before_;
+};
+
+class Jobs {
+public:
+  Jobs(const Run &run, const Slurm &slurm)
+      : run_(run), slurm_(slurm), folder_(std::filesystem::absolute(run.folder).string() + "/slurm") {
+    std::filesystem::create_directories(folder_);
+  }
+
+  void submit(const std::vector<size_t> &shards) {
+    ids_.clear();
+    for (size_t begin = 0; begin < shards.size(); begin += tasks_of_a_job)
+      submit_array(std::vector(shards.begin() + std::ptrdiff_t(begin),
+                               shards.begin() + std::ptrdiff_t(std::min(begin + tasks_of_a_job, shards.size()))));
+  }
+
+  /// A controller that does not answer is waited for; one that has forgotten the jobs has ended them.
+  bool in_queue() const {
+    const ChildResult queue = run_or_refuse({"squeue", "--noheader", "--format=%i", "--jobs", joined()});
+    return queue.status == 0 ? queue.output.find_first_not_of(" \n") != std::string::npos
+                             : queue.messages.find("Invalid job id") == std::string::npos;
+  }
+
+  void cancel() const {
+    for (const std::string &id : ids_)
+      run_or_refuse({"scancel", id});
+  }
+
+private:
+  std::string joined() const { return fmt::format("{}", fmt::join(ids_, ",")); }
+
+  /// Task k measures the shard in line k of a list.
+  void submit_array(const std::vector<size_t> &shards) {
+    const std::string list = fmt::format("{}/list-{}-{}", folder_, shards.front(), shards.size());
+    const std::string script = list + ".sh";
+    std::vector<std::string> command = command_of(run_, "\"$shard\"");
+    OutputFile lines(list), text(script);
+    for (const size_t shard : shards)
+      lines.write(fmt::format("{}\n", shard));
+    text.write(fmt::format("#!/bin/sh\nshard=$(sed -n \"${{SLURM_ARRAY_TASK_ID}}p\" '{}')\nexec '{}' worker '{}' {}\n",
+                           list, command[0], command[2], command[3]));
+    lines.commit();
+    text.commit();
+    std::vector<std::string> words = {
+        "sbatch",
+        "--parsable",
+        "--requeue",
+        "--job-name=qvvoice",
+        "--ntasks=1",
+        fmt::format("--output={}/%A_%a.txt", folder_),
+        fmt::format("--array=1-{}{}", shards.size(), slurm_.at_most > 0 ? fmt::format("%{}", slurm_.at_most) : "")};
+    for (const auto &[option, value] :
+         {std::pair("--partition=", &slurm_.partition), {"--account=", &slurm_.account}, {"--time=", &slurm_.time}})
+      if (!value->empty())
+        words.push_back(option + *value);
+    words.insert(words.end(), slurm_.words.begin(), slurm_.words.end());
+    words.push_back(script);
+    const ChildResult submitted = run_or_refuse(words);
+    if (submitted.status != 0)
+      throw InputError("sbatch refuses: {}", submitted.messages);
+    ids_.push_back(submitted.output.substr(0, submitted.output.find_first_of(";\n")));
+  }
+
+  const Run &run_;
+  const Slurm &slurm_;
+  std::string folder_;
+  std::vector<std::string> ids_;
+};
+
+/// Waits until all results are there or no job is left. @return the shards without results
+std::vector<size_t> wait_for(const Run &run, const Jobs &jobs, const HeldInterrupts &interrupts,
+                             std::vector<size_t> shards, size_t total, const ProgressFn &progress) {
+  for (int look = 1;; ++look) {
+    // asked before the results are looked at: what ends in between has its results there
+    const bool left = look % looks_between_questions != 0 || jobs.in_queue();
+    std::erase_if(shards, [&](size_t shard) { return is_done(run, shard); });
+    progress(total - shards.size(), total);
+    if (shards.empty() || !left)
+      return shards;
+    if (const int signal = interrupts.wait(seconds_between_looks)) {
+      jobs.cancel();
+      std::signal(signal, SIG_DFL);
+      raise(signal); // held back until the caller lets go
+      fmt::print(stderr, "\nqvvoice: its jobs are cancelled; the same command goes on\n");
+      return shards;
+    }
+  }
+}
+
+bool interrupted() {
+  sigset_t pending;
+  sigpending(&pending);
+  return sigismember(&pending, SIGINT) || sigismember(&pending, SIGTERM) || sigismember(&pending, SIGHUP);
+}
+
+} // namespace
+
+void run_slurm(const Run &run, const std::vector<size_t> &shards, const Slurm &slurm) {
+  const HeldInterrupts interrupts;
+  Progress progress("shards"); // whose thread holds them back too
+  Jobs jobs(run, slurm);
+  std::vector<size_t> left = shards;
+  for (int i = 0; i < attempts && !left.empty() && !interrupted(); ++i) {
+    jobs.submit(left);
+    left = wait_for(run, jobs, interrupts, left, shards.size(), std::ref(progress));
+  }
+  if (!left.empty() && !interrupted())
+    throw std::runtime_error(
+        fmt::format("{} of {} shards have no results after {} attempts: {}; {}/slurm has what they said", left.size(),
+                    shards.size(), attempts, fmt::join(left, " "), run.folder));
+}
+
+} // namespace qv::tool::fleet
