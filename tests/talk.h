@@ -60,11 +60,11 @@ inline Signal talk(size_t count, int32_t rate, float rms, uint32_t seed) {
 struct Room {
   std::vector<std::pair<size_t, float>> taps; ///< delay in samples, and gain
 
-  /// @param delay_ms  of its first and highest tap  @param gain  root of its energy
-  Room(int32_t rate, double delay_ms, float gain, uint32_t seed) {
+  /// @param delay_ms  of its first and highest tap  @param gain  root of its energy  @param length  in seconds
+  Room(int32_t rate, double delay_ms, float gain, uint32_t seed, double length = 0.06) {
     constexpr size_t count = 60;
     const Signal heights = white(count, 1, seed), places = noise_values(seed + 99, count, 1);
-    const double first = delay_ms * rate / 1000, spread = 0.06 * rate;
+    const double first = delay_ms * rate / 1000, spread = length * rate;
     float energy = 0;
     for (size_t k = 0; k < count; ++k) {
       const float place = k == 0 ? 0 : std::fabs(places[k]);

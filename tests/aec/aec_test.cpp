@@ -54,7 +54,7 @@ TEST(EchoCanceller, passes_the_near_end_a_frame_late_while_the_far_end_is_silent
       aec.stNlp.swSerSupEnable = switches & 1;
       aec.stNlp.swCohSupEnable = switches >> 1;
       const auto n = size_t(layout.frame_len);
-      const Samples mic = sampled(speech_like(samples(layout, 2), layout.rate, 4000.f, 5)), silent(n, 0);
+      const Samples mic = sampled(talk(samples(layout, 2), layout.rate, 4000, 5)), silent(n, 0);
       Samples out(n);
       for (size_t at = 0; at < mic.size(); at += n) {
         AEC_Process(&mic[at], silent.data(), out.data(), &aec, Signal(n + 1, 1.f).data());
@@ -75,9 +75,9 @@ TEST(Endurance, the_whole_path_takes_any_stream) {
   for (const Layout &layout : all_layouts) {
     start(layout);
     const auto n = size_t(layout.frame_len);
-    const int32_t turn = 100 * layout.frame_len, turns = samples(layout, seconds / 4) / turn;
-    const Signal talk = speech_like(turn, layout.rate, 4000.f, 1), echo = echo_of(talk, layout);
-    const Samples far = sampled(talk), both = sampled(echo + speech_like(turn, layout.rate, 2000.f, 2));
+    const size_t turn = 100 * n, turns = samples(layout, seconds / 4) / turn;
+    const Signal voice = talk(turn, layout.rate, 4000, 1), echo = echo_of(voice, layout);
+    const Samples far = sampled(voice), both = sampled(talk(turn, layout.rate, 2000, 2) + echo);
     const Samples silent(far.size(), 0), constant(far.size(), 12000);
     Samples square(silent), nyquist(silent), rx(n), tx(n);
     for (size_t i = 0; i < square.size(); ++i) {
@@ -87,11 +87,11 @@ TEST(Endurance, the_whole_path_takes_any_stream) {
     const std::pair<Samples, Samples> lines[] = {{far, sampled(echo)}, {far, both},      {silent, both},
                                                  {silent, silent},     {square, square}, {far, constant},
                                                  {nyquist, both},      {far, square}};
-    int32_t quiet = 0;
-    for (int32_t t = 0; t < turns; ++t)
-      for (int32_t at = 0; at < turn; at += layout.frame_len) {
+    size_t quiet = 0;
+    for (size_t t = 0; t < turns; ++t)
+      for (size_t at = 0; at < turn; at += n) {
         const auto &[rx_in, mic] = lines[t % std::size(lines)];
-        ASSERT_EQ(VOICE_Process(&rx_in[size_t(at)], rx.data(), &mic[size_t(at)], tx.data(), 0), QV_VOICE_OK);
+        ASSERT_EQ(VOICE_Process(&rx_in[at], rx.data(), &mic[at], tx.data(), 0), QV_VOICE_OK);
         quiet += tx == Samples(n, 0);
       }
     EXPECT_LT(quiet, turns * 50) << layout << "the stream has broken";

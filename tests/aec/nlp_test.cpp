@@ -20,32 +20,6 @@ TEST(DoubleTalk, the_far_end_is_silent_after_more_than_five_quiet_frames) {
   }
 }
 
-TEST(DoubleTalk, is_decided_by_convincing_bands_within_any_range) {
-  struct Case {
-    int32_t start, end, minimum, state;
-    float near = 600;
-    int32_t judged = 1;
-    float drop_factor = 0;
-  };
-  // Ranges; then a microphone power that does not count, bands not judged, bands that have dropped.
-  const Case cases[] = {{8, 8, 1, 1},   {8, 8, 0, 2},       {-5, 1000, 24, 2},         {-5, 1000, 25, 1},
-                        {30, -1, 1, 1}, {0, 24, 1, 1, 100}, {0, 24, 24, 2, 600, 0, 2}, {0, 24, 1, 1, 600, 1, 2}};
-  for (const Case &c : cases) {
-    AecDtdState st = {};
-    st.swCountBandStart = c.start;
-    st.swCountBandEnd = c.end;
-    st.swCountMin = c.minimum;
-    std::ranges::fill(st.aswBandJudgeEnable, c.judged);
-    std::ranges::fill(st.afResDropFactor, c.drop_factor);
-    std::ranges::fill(st.afResTimeSm, 301.f); // for long
-    const Signal near(24, c.near), far(24, 50.f), gain(24, 1.f);
-    Signal residual(24, 301.f), presence(24);
-    EXPECT_EQ(AEC_DtdProcessStDtJudge(near.data(), far.data(), residual.data(), gain.data(), presence.data(), 24, &st),
-              c.state)
-        << c.start << " to " << c.end << ", " << c.minimum << ", drop factor " << c.drop_factor;
-  }
-}
-
 // A service that the signal path does without, as the next.
 TEST(DoubleTalk, gain_smoothing_keeps_the_edges_and_negative_gains) {
   const float in[7] = {1, 2, 1, 1, -0.2f, 3, 4};
@@ -126,20 +100,6 @@ TEST(Suppressor, replaces_a_diverged_filter_by_the_microphone_and_forgets_cohere
   EXPECT_NEAR(frames, 2500, 1);
 }
 
-TEST(Suppressor, single_talk_and_a_moved_delay_mute) {
-  for (const bool moved : {false, true})
-    for (const bool ser : {false, true}) {
-      Suppressor s(all_layouts[2], ser, !ser);
-      s.dtd.swCountMin = moved ? 0 : 1; // otherwise nothing is counted: single talk at once
-      const Samples mic = sampled(white_noise(256, 3000.f, 1)), silent(256, 0);
-      s.frame(mic, mic, mic, 0);
-      s.st.swDelayMute = moved;
-      EXPECT_NE(s.frame(mic, mic, mic, 2), silent) << "the half that was on its way";
-      EXPECT_EQ(s.dtd.swTalkState, moved ? 2 : 1);
-      EXPECT_EQ(s.frame(mic, mic, mic, 2), silent);
-    }
-}
-
 // Against an undisturbed twin: at most one frame is lost, nothing bursts, and the difference dies away.
 TEST(Suppressor, survives_an_undefined_value_in_any_state) {
   const Layout &layout = all_layouts[1];
@@ -151,7 +111,7 @@ TEST(Suppressor, survives_an_undefined_value_in_any_state) {
         const std::span<float> memory = hit.memories()[m];
         if (frame == 50)
           memory[memory.size() / 3] = NAN;
-        const Signal far = speech_like(160, 8000, 3000.f, frame), near = white_noise(160, 500.f, frame);
+        const Signal far = talk(160, 8000, 3000, frame), near = white(160, 500, frame + 1000);
         const Samples mic = sampled(far + near), io = sampled(near), ref = sampled(far);
         const Samples out = hit.frame(mic, ref, io, 2), expected = twin.frame(mic, ref, io, 2);
         std::ranges::fill(hit.gain, 1.f);
