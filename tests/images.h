@@ -46,6 +46,19 @@ struct Outputs {
   bool operator==(const Outputs &) const = default;
 };
 
+inline QvVoiceTrace empty_trace() {
+  QvVoiceTrace trace{};
+  trace.size = sizeof trace;
+  return trace;
+}
+
+/// What the library says of the process's own call.
+inline QvVoiceTrace trace() {
+  QvVoiceTrace trace = empty_trace();
+  EXPECT_EQ(QV_VOICE_GetTrace(&trace), QV_VOICE_OK);
+  return trace;
+}
+
 /// Runs a call through the library as it has been initialised.
 inline Outputs run(const Layout &layout, const Call &call) {
   Outputs out{Samples(call.far.size()), Samples(call.mic.size())};

@@ -39,6 +39,13 @@ inline std::vector<float> noise_values(uint32_t seed, size_t count, float peak =
   return signal;
 }
 
+inline double energy(std::span<const int16_t> samples) {
+  double sum = 0;
+  for (const double x : samples)
+    sum += x * x;
+  return sum;
+}
+
 /// Root-mean-square error over the root mean square of the expected values; infinite when there is nothing to compare
 /// or a value is undefined.
 template <class Expected, class Actual> double relative_error(const Expected &expected, const Actual &actual) {

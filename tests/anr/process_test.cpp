@@ -11,13 +11,6 @@ namespace {
 
 using namespace qv::test;
 
-double power(const Samples &x, size_t from) {
-  double sum = 0;
-  for (size_t i = from; i < x.size(); ++i)
-    sum += double(x[i]) * x[i];
-  return sum / double(x.size() - from);
-}
-
 // White noise sinks by 14 dB at least, by much the same at both frame lengths of a rate, also after 16 s of digital
 // silence, through the denormals and to rest; a tone in it stays.
 TEST(NoiseReducer, noise_sinks_at_every_layout_and_a_new_tone_stays) {
@@ -37,12 +30,14 @@ TEST(NoiseReducer, noise_sinks_at_every_layout_and_a_new_tone_stays) {
       return signal;
     };
     const auto attenuation_db = [&](const Samples &in, size_t from) {
-      return 10 * std::log10(power(in, from) / power(reduced(in), from));
+      return 10 * std::log10(energy(std::span(in).subspan(from)) /
+                             energy(std::span<const int16_t>(reduced(in)).subspan(from)));
     };
     const Samples noise = noise_samples(7, 4 * second, 300);
     sunk[l] = attenuation_db(noise, 2 * second);
     EXPECT_GT(sunk[l], 14);
-    EXPECT_EQ(power(reduced(Samples(16 * second)), second), 0);
+    const Samples rested = reduced(Samples(16 * second));
+    EXPECT_EQ(energy(std::span(rested).subspan(second)), 0);
     EXPECT_EQ(*std::max_element(state.stEnhance.pfGain, state.stEnhance.pfGain + layout.bands), 0.1f) << "silence";
     EXPECT_GT(attenuation_db(noise, 2 * second), 14) << "after silence";
     Samples tone(4 * n);

@@ -63,19 +63,17 @@ TEST(Trace, fills_what_the_caller_knows_and_nothing_else) {
   const Layout layout = {8000, 160, 24};
   ASSERT_EQ(QV_VOICE_InitImage(busy_image(8000).data(), 8000, 160), QV_VOICE_OK);
   run(layout, Call(layout, 30));
-  QvVoiceTrace whole{};
-  whole.size = sizeof whole;
-  ASSERT_EQ(QV_VOICE_GetTrace(&whole), QV_VOICE_OK);
+  const QvVoiceTrace whole = trace();
   EXPECT_EQ(whole.tx_frame, 30u);
   EXPECT_EQ(whole.rx_frame, 30u);
   const auto *expected = reinterpret_cast<const unsigned char *>(&whole);
   for (const uint32_t size : {0u, 11u, 12u, 14u, 40u, uint32_t(sizeof whole), uint32_t(sizeof whole) + 20}) {
     alignas(QvVoiceTrace) unsigned char record[sizeof whole + 20];
     std::fill(std::begin(record), std::end(record), 0xee);
-    auto *trace = reinterpret_cast<QvVoiceTrace *>(record);
-    trace->size = size;
-    EXPECT_EQ(QV_VOICE_GetTrace(trace), size < 12 ? QV_VOICE_BAD_ARGUMENT : QV_VOICE_OK);
-    EXPECT_EQ(trace->size, size);
+    auto *filled_in = reinterpret_cast<QvVoiceTrace *>(record);
+    filled_in->size = size;
+    EXPECT_EQ(QV_VOICE_GetTrace(filled_in), size < 12 ? QV_VOICE_BAD_ARGUMENT : QV_VOICE_OK);
+    EXPECT_EQ(filled_in->size, size);
     const size_t filled = size < 12 ? 4 : std::min<size_t>(size, sizeof whole);
     EXPECT_TRUE(std::equal(record + 4, record + filled, expected + 4)) << size;
     EXPECT_EQ(std::count(record + filled, std::end(record), 0xee), std::end(record) - (record + filled)) << size;

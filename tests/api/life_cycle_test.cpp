@@ -86,8 +86,7 @@ TEST_F(LifeCycle, files_are_taken_or_refused_and_a_success_clears_the_failure) {
 
 TEST_F(LifeCycle, without_initialisation_nothing_runs) {
   int32_t delay = -7;
-  QvVoiceTrace trace{};
-  trace.size = sizeof trace;
+  QvVoiceTrace trace = empty_trace();
   for (int round = 0; round < 2; ++round) {
     expect_every_frame_call_to_return(QV_VOICE_NOT_READY);
     EXPECT_EQ(QV_VOICE_GetLatency(&delay, &delay), QV_VOICE_NOT_READY);
@@ -112,10 +111,7 @@ TEST_F(LifeCycle, null_buffers_are_refused_and_nothing_moves) {
         VOICE_Process(in, to, in, nullptr, 320), QV_VOICE_GetTrace(nullptr), QV_VOICE_GetLatency(nullptr, nullptr)})
     EXPECT_EQ(status, QV_VOICE_BAD_ARGUMENT);
   EXPECT_EQ(out, untouched);
-  QvVoiceTrace trace{};
-  trace.size = sizeof trace;
-  EXPECT_EQ(QV_VOICE_GetTrace(&trace), QV_VOICE_OK);
-  EXPECT_EQ(trace.tx_frame + trace.rx_frame, 0u);
+  EXPECT_EQ(trace().tx_frame + trace().rx_frame, 0u);
 }
 
 TEST_F(LifeCycle, image_that_converts_nothing_runs_with_what_was_converted_last) {

@@ -11,13 +11,6 @@ using namespace qv::test;
 
 VoiceProcess &process = g_stVoiceProcess;
 
-QvVoiceTrace trace() {
-  QvVoiceTrace t{};
-  t.size = sizeof t;
-  EXPECT_EQ(QV_VOICE_GetTrace(&t), QV_VOICE_OK);
-  return t;
-}
-
 /// The echo canceller alone, with the given suppressor switched on by its word (0: neither).
 void start(const Layout &layout, size_t suppressor) {
   qv::config::Image image = qv::config::default_image(layout.rate);
@@ -26,13 +19,6 @@ void start(const Layout &layout, size_t suppressor) {
   if (suppressor)
     image[suppressor] = 1;
   ASSERT_EQ(QV_VOICE_InitImage(image.data(), layout.rate, layout.frame_len), QV_VOICE_OK);
-}
-
-double energy(const int16_t *x, size_t n) {
-  double sum = 0;
-  for (size_t i = 0; i < n; ++i)
-    sum += double(x[i]) * x[i];
-  return sum;
 }
 
 double level_db(double above, double below) { return 10 * std::log10((above + 1) / (below + 1)); }
@@ -56,8 +42,8 @@ TEST(Trace, echo_return_losses_are_those_of_the_frames) {
       const std::vector<float> foreground(filter.pfWFg, filter.pfWFg + 4 * n);
       ASSERT_EQ(QV_VOICE_ProcessTx(&call.mic[at], &call.far[at], out.data(), 0), QV_VOICE_OK);
       const QvVoiceTrace t = trace();
-      const double mic_before = at ? energy(&call.mic[at - n], n) : 0;
-      EXPECT_NEAR(t.erle_db, level_db(mic_before, energy(out.data(), n)), 1e-3) << layout << ", sample " << at;
+      const double mic_before = at ? energy(std::span(call.mic).subspan(at - n, n)) : 0;
+      EXPECT_NEAR(t.erle_db, level_db(mic_before, energy(out)), 1e-3) << layout << ", sample " << at;
       EXPECT_NEAR(t.erle_db, linear_before, 0.05) << layout << ", sample " << at; // overlap-add rounds
       linear_before = t.linear_erle_db;
       EXPECT_EQ(t.suppressor_gain, 1.f);

@@ -37,14 +37,11 @@ TEST(Calls, give_the_bytes_of_the_process_entry_points) {
       int32_t tx[2], rx[2];
       ASSERT_EQ(QV_VOICE_GetLatency(tx, rx), QV_VOICE_OK);
       const CallPtr call = make_call(layout, image);
-      EXPECT_EQ(run(call.get(), layout, signals), expected) << layout;
+      EXPECT_EQ(run(call, layout, signals), expected) << layout;
       ASSERT_EQ(qv_call_latency(call.get(), tx + 1, rx + 1), QV_VOICE_OK);
       EXPECT_EQ(tx[0], tx[1]);
       EXPECT_EQ(rx[0], rx[1]);
-      QvVoiceTrace process{}, own{};
-      process.size = own.size = sizeof own;
-      ASSERT_EQ(QV_VOICE_GetTrace(&process), QV_VOICE_OK);
-      ASSERT_EQ(qv_call_trace(call.get(), &own), QV_VOICE_OK);
+      const QvVoiceTrace process = trace(), own = trace_of(call);
       EXPECT_EQ(std::memcmp(&process, &own, sizeof own), 0) << layout;
       EXPECT_EQ(own.tx_frame, 120u);
       EXPECT_EQ(own.state_space, image != quiet_image(layout.rate));
@@ -55,9 +52,7 @@ TEST(Calls, give_the_bytes_of_the_process_entry_points) {
 
 TEST(Calls, comfort_noise_follows_the_seed) {
   const Call signals(wide, 60);
-  const auto sent = [&](uint32_t seed) {
-    return run(make_call(wide, busy_image(16000), seed).get(), wide, signals).sent;
-  };
+  const auto sent = [&](uint32_t seed) { return run(make_call(wide, busy_image(16000), seed), wide, signals).sent; };
   const Samples first = sent(1);
   EXPECT_EQ(sent(1), first);
   EXPECT_NE(sent(2), first);
@@ -161,17 +156,15 @@ TEST(Replacement, does_not_click_and_arrives) {
     for (size_t i = 0; i < tone.size(); ++i)
       tone[i] = int16_t(std::lround(8000 * std::sin(2 * std::numbers::pi * 437 * double(i) / 16000)));
     const CallPtr call = make_call(wide, plain), back = make_call(wide, changed);
-    uint32_t effects = 99;
     Samples there_and_back(tone.size());
     for (size_t k = 0; k < frames; ++k) {
       if (k == at) {
-        ASSERT_EQ(qv_call_replace_parameters(call.get(), changed.data(), &effects), QV_VOICE_OK);
+        EXPECT_EQ(replace(call, changed), c.effects);
         ASSERT_EQ(qv_call_replace_parameters(back.get(), plain.data(), nullptr), QV_VOICE_OK);
       }
       ASSERT_EQ(qv_call_receive(call.get(), &tone[k * n], &out[k * n]), QV_VOICE_OK);
       ASSERT_EQ(qv_call_receive(back.get(), &tone[k * n], &there_and_back[k * n]), QV_VOICE_OK);
     }
-    EXPECT_EQ(effects, c.effects);
     for (const Samples *signal : {&out, &there_and_back}) {
       const int32_t around = std::max(steepest(*signal, 10 * n, at * n), steepest(*signal, 150 * n, frames * n));
       EXPECT_GT(around, 100);
@@ -195,7 +188,7 @@ TEST(Replacement, an_equaliser_follows_another) {
     image[rx_equaliser + 1] = int16_t(half_taps);
     image[rx_equaliser + 2] = int16_t(outer);
     image[rx_equaliser + 3] = 16384;
-    ASSERT_EQ(qv_call_replace_parameters(call.get(), image.data(), nullptr), QV_VOICE_OK);
+    replace(call, image);
     const CallPtr fresh = make_call(wide, image);
     Samples out(noise.size()), expected(noise.size());
     for (size_t at = 0; at < noise.size(); at += 320) {
@@ -213,18 +206,14 @@ TEST(Replacement, keeps_what_the_canceller_has_learnt) {
   Image image = quiet_image(16000);
   const Call signals(layout, 300);
   const CallPtr call = make_call(layout, image);
-  run(call.get(), layout, signals);
-  QvVoiceTrace before{}, after{};
-  before.size = after.size = sizeof before;
-  ASSERT_EQ(qv_call_trace(call.get(), &before), QV_VOICE_OK);
+  run(call, layout, signals);
+  const QvVoiceTrace before = trace_of(call);
   image[15] = 2;
   image[123] = int16_t(image[123] + 100);
   image[tx_equaliser] = 0;
-  uint32_t effects = 99;
-  ASSERT_EQ(qv_call_replace_parameters(call.get(), image.data(), &effects), QV_VOICE_OK);
-  EXPECT_EQ(effects, 0u);
-  run(call.get(), layout, Call(layout, 10));
-  ASSERT_EQ(qv_call_trace(call.get(), &after), QV_VOICE_OK);
+  EXPECT_EQ(replace(call, image), 0u);
+  run(call, layout, Call(layout, 10));
+  const QvVoiceTrace after = trace_of(call);
   EXPECT_EQ(before.filter_adapted, 1);
   EXPECT_EQ(after.filter_adapted, 1);
   EXPECT_EQ(after.echo_delay, before.echo_delay);
@@ -242,27 +231,24 @@ TEST(Replacement, keeps_what_the_canceller_has_learnt) {
                         {tx_reducer, 1, QV_CALL_TRANSMIT_PAUSES},
                         {canceller, 1, QV_CALL_TRANSMIT_PAUSES | QV_CALL_ECHO_RELEARNED}}) {
     image[c.word] = c.value;
-    ASSERT_EQ(qv_call_replace_parameters(call.get(), image.data(), &effects), QV_VOICE_OK);
-    EXPECT_EQ(effects, c.effects) << "word " << c.word << " = " << c.value;
-    run(call.get(), layout, Call(layout, 1));
-    ASSERT_EQ(qv_call_trace(call.get(), &after), QV_VOICE_OK);
-    EXPECT_TRUE(c.word != echo_delay || after.echo_delay == c.value) << after.echo_delay;
+    EXPECT_EQ(replace(call, image), c.effects) << "word " << c.word << " = " << c.value;
+    run(call, layout, Call(layout, 1));
+    EXPECT_TRUE(c.word != echo_delay || trace_of(call).echo_delay == c.value) << trace_of(call).echo_delay;
   }
   // The canceller goes and comes in the pause; while it runs, the output may not be the microphone.
   for (const auto &[enabled, status] : {std::pair{0, QV_VOICE_OK}, {1, QV_VOICE_BAD_ARGUMENT}}) {
     image[canceller] = int16_t(enabled);
-    ASSERT_EQ(qv_call_replace_parameters(call.get(), image.data(), nullptr), QV_VOICE_OK);
-    run(call.get(), layout, Call(layout, 20));
+    replace(call, image);
+    run(call, layout, Call(layout, 20));
     Samples buffer(320), silent(320);
     EXPECT_EQ(qv_call_transmit(call.get(), buffer.data(), silent.data(), buffer.data()), status) << enabled;
   }
 
   const CallPtr fresh = make_call(layout, image); // the given delay holds from the start
-  run(fresh.get(), layout, Call(layout, 1));
-  ASSERT_EQ(qv_call_trace(fresh.get(), &after), QV_VOICE_OK);
-  EXPECT_EQ(after.echo_delay, 160);
+  run(fresh, layout, Call(layout, 1));
+  EXPECT_EQ(trace_of(fresh).echo_delay, 160);
   image[0] = 8000;
-  EXPECT_EQ(qv_call_replace_parameters(call.get(), image.data(), &effects), QV_VOICE_REFUSED);
+  EXPECT_EQ(qv_call_replace_parameters(call.get(), image.data(), nullptr), QV_VOICE_REFUSED);
 }
 
 // Its memory is there from the start or never: switched either way, the words are refused and the call goes on.
@@ -276,8 +262,7 @@ TEST(Replacement, refuses_to_switch_the_state_space_canceller) {
     uint32_t effects = 99;
     EXPECT_EQ(qv_call_replace_parameters(call.get(), refused.data(), &effects), QV_VOICE_REFUSED);
     EXPECT_EQ(effects, 99u);
-    EXPECT_EQ(qv_call_replace_parameters(call.get(), taken.data(), &effects), QV_VOICE_OK);
-    EXPECT_EQ(effects, 0u);
+    EXPECT_EQ(replace(call, taken), 0u);
   }
 }
 

@@ -27,12 +27,26 @@ inline CallPtr make_call(const Layout &layout, const config::Image &image, uint3
   return CallPtr(call);
 }
 
-/// Both directions of a call, the receive output as the reference, frame by frame.
-inline Outputs run(qv_call *call, const Layout &layout, const Call &signals) {
+inline QvVoiceTrace trace_of(const CallPtr &call) {
+  QvVoiceTrace trace = empty_trace();
+  EXPECT_EQ(qv_call_trace(call.get(), &trace), QV_VOICE_OK);
+  return trace;
+}
+
+/// Parameters replaced; what that costs.
+inline uint32_t replace(const CallPtr &call, const config::Image &image) {
+  uint32_t effects = 99;
+  EXPECT_EQ(qv_call_replace_parameters(call.get(), image.data(), &effects), QV_VOICE_OK);
+  return effects;
+}
+
+/// Both directions of a call frame by frame; the reference is the receive output, or the far end itself.
+inline Outputs run(const CallPtr &call, const Layout &layout, const Call &signals, bool far_is_reference = false) {
   Outputs out{Samples(signals.far.size()), Samples(signals.mic.size())};
+  const Samples &reference = far_is_reference ? signals.far : out.played;
   for (size_t at = 0; at < signals.mic.size(); at += size_t(layout.frame_len)) {
-    EXPECT_EQ(qv_call_receive(call, &signals.far[at], &out.played[at]), QV_VOICE_OK);
-    EXPECT_EQ(qv_call_transmit(call, &signals.mic[at], &out.played[at], &out.sent[at]), QV_VOICE_OK);
+    EXPECT_EQ(qv_call_receive(call.get(), &signals.far[at], &out.played[at]), QV_VOICE_OK);
+    EXPECT_EQ(qv_call_transmit(call.get(), &signals.mic[at], &reference[at], &out.sent[at]), QV_VOICE_OK);
   }
   return out;
 }

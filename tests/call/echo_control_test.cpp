@@ -31,11 +31,8 @@ Samples send(const Layout &l, const Image &image, const Sides &sides, int32_t *s
   Samples out(sides.far.size());
   for (size_t at = 0; at + n <= out.size(); at += n) {
     EXPECT_EQ(qv_call_transmit(call.get(), &sides.mic[at], &sides.far[at], &out[at]), QV_VOICE_OK);
-    QvVoiceTrace trace{};
-    trace.size = sizeof trace;
-    EXPECT_EQ(qv_call_trace(call.get(), &trace), QV_VOICE_OK);
     if (single_talk)
-      *single_talk += trace.single_talk;
+      *single_talk += trace_of(call).single_talk;
   }
   out.erase(out.begin(), out.begin() + l.frame_len);
   out.resize(sides.far.size());

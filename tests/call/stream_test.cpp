@@ -30,12 +30,7 @@ TEST(Stream, gives_the_frames_of_the_call_as_late_as_it_says) {
     SCOPED_TRACE(blocks.what);
     const bool is_odd = (&blocks - table) % 2;
     const auto image = is_odd ? marked(busy_image(16000)) : busy_image(16000);
-    const CallPtr framed = make_call(layout, image);
-    Outputs expected{Samples(far.size()), Samples(far.size())};
-    for (size_t at = 0; at < far.size(); at += 320) {
-      ASSERT_EQ(qv_call_receive(framed.get(), &far[at], &expected.played[at]), QV_VOICE_OK);
-      ASSERT_EQ(qv_call_transmit(framed.get(), &mic[at], &far[at], &expected.sent[at]), QV_VOICE_OK);
-    }
+    const Outputs expected = run(make_call(layout, image), layout, signals, true);
     const CallPtr call = make_call(layout, image), float_call = make_call(layout, image);
     qv_stream *made[2];
     ASSERT_EQ(qv_stream_create(call.get(), blocks.block, &made[0]), QV_VOICE_OK);

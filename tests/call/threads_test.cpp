@@ -18,17 +18,6 @@ qv::config::Image image_of(size_t call) {
 
 constexpr size_t call_count = 64, thread_count = 8, frames = 12;
 
-/// Receive on one thread, transmit on another, the far end as the reference.
-Outputs run_alone(const Layout &layout, const Call &signals, size_t number) {
-  const CallPtr call = make_call(layout, image_of(number), uint32_t(number));
-  Outputs out{Samples(signals.far.size()), Samples(signals.far.size())};
-  for (size_t at = 0; at < signals.far.size(); at += size_t(layout.frame_len)) {
-    EXPECT_EQ(qv_call_receive(call.get(), &signals.far[at], &out.played[at]), QV_VOICE_OK);
-    EXPECT_EQ(qv_call_transmit(call.get(), &signals.mic[at], &signals.far[at], &out.sent[at]), QV_VOICE_OK);
-  }
-  return out;
-}
-
 TEST(Threads, calls_do_not_touch_each_other_nor_do_their_directions) {
   std::vector<Call> signals;
   std::vector<Outputs> expected, out;
@@ -36,7 +25,7 @@ TEST(Threads, calls_do_not_touch_each_other_nor_do_their_directions) {
   for (size_t c = 0; c < call_count; ++c) {
     const Layout &layout = all_layouts[c % 4];
     signals.emplace_back(layout, int32_t(frames));
-    expected.push_back(run_alone(layout, signals[c], c));
+    expected.push_back(run(make_call(layout, image_of(c), uint32_t(c)), layout, signals[c], true));
     out.push_back({Samples(signals[c].far.size()), Samples(signals[c].far.size())});
     calls.push_back(make_call(layout, image_of(c), uint32_t(c)));
   }
@@ -66,10 +55,8 @@ TEST(Threads, calls_do_not_touch_each_other_nor_do_their_directions) {
   threads.emplace_back([&] {
     while (running)
       for (const CallPtr &call : calls) {
-        QvVoiceTrace trace{};
-        trace.size = sizeof trace;
         int32_t tx, rx;
-        failures += qv_call_trace(call.get(), &trace) != QV_VOICE_OK || trace.tx_frame > frames;
+        failures += trace_of(call).tx_frame > frames;
         failures += qv_call_latency(call.get(), &tx, &rx) != QV_VOICE_OK;
         ++traces;
       }
@@ -93,11 +80,8 @@ TEST(Threads, process_entry_points_and_replacements) {
   image[440] = 0; // rand() is not ours to keep in order
   ASSERT_EQ(QV_VOICE_InitImage(image.data(), layout.rate, layout.frame_len), QV_VOICE_OK);
   const CallPtr call = make_call(layout, image);
-  Outputs alone{Samples(signals.far.size()), Samples(signals.far.size())}, out = alone, retuned = alone;
-  for (size_t at = 0; at < signals.far.size(); at += 320) {
-    ASSERT_EQ(qv_call_receive(call.get(), &signals.far[at], &alone.played[at]), QV_VOICE_OK);
-    ASSERT_EQ(qv_call_transmit(call.get(), &signals.mic[at], &signals.far[at], &alone.sent[at]), QV_VOICE_OK);
-  }
+  const Outputs alone = run(call, layout, signals, true);
+  Outputs out = alone, retuned = alone;
   std::atomic<int> at_work{2};
   std::thread receiver([&] {
     for (size_t at = 0; at < signals.far.size(); at += 320) {
@@ -116,10 +100,8 @@ TEST(Threads, process_entry_points_and_replacements) {
   for (int16_t turn = 0; at_work; ++turn) {
     image[160] = turn % 2;
     image[123] = int16_t(-1500 - turn % 100);
-    ASSERT_EQ(qv_call_replace_parameters(call.get(), image.data(), nullptr), QV_VOICE_OK);
-    QvVoiceTrace trace{};
-    trace.size = sizeof trace;
-    ASSERT_EQ(QV_VOICE_GetTrace(&trace), QV_VOICE_OK);
+    replace(call, image);
+    trace();
   }
   receiver.join();
   transmitter.join();
