@@ -166,20 +166,16 @@ TEST(EchoControl, comes_and_goes_in_words_of_its_own) {
     store_fields(plain, before);
     store_fields(image, after);
     EXPECT_EQ(std::memcmp(&before.block, &after.block, sizeof before.block), 0);
-    const auto expect_tuning = [&](int32_t on, float tail_ms, float depth_db, float care, float background) {
-      const qv::state_space::Tuning &tuning = after.echo_control;
-      EXPECT_EQ(tuning.enable, on);
-      EXPECT_EQ(tuning.tail_ms, tail_ms);
-      EXPECT_EQ(tuning.depth_db, depth_db);
-      EXPECT_EQ(tuning.care, care);
-      EXPECT_EQ(tuning.background, background);
+    const auto tuning = [&] {
+      const qv::state_space::Tuning &t = after.echo_control;
+      return std::tuple(t.enable, t.tail_ms, t.depth_db, t.care, t.background);
     };
-    expect_tuning(1, 320, 60, 0.5f, 1);
+    EXPECT_EQ(tuning(), std::tuple(1, 320, 60, 0.5f, 1));
     const int16_t words[] = {200, 81, 1024, -1};
     std::copy_n(words, 4, image.begin() + 452);
     set_value(enable, image, 0, 1); // it is on: its values stay
     store_fields(image, after);
-    expect_tuning(1, 200, 80, 0.25f, 0);
+    EXPECT_EQ(tuning(), std::tuple(1, 200, 80, 0.25f, 0));
     set_value(enable, image, 0, 0);
     for (size_t word = 450; word < 456; ++word)
       EXPECT_EQ(image[word], 0) << word;

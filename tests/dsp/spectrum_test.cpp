@@ -82,19 +82,4 @@ TEST_F(Spectrum, powers_accumulate_up_to_the_last_bin) {
   }
 }
 
-// No product is fused into a sum unless the code says so. The imaginary part of X conj(X) is b a - a b: exactly 0, and
-// the rounding error of a product when fused. X X is b a + a b there: exactly twice the product.
-TEST_F(Spectrum, complex_products_round_each_term) {
-  for (const int32_t n : {256, 320, 512, 640}) {
-    const auto x = noise_values(1, size_t(n), 1000.f);
-    Values self(x.size()), square(x.size());
-    VOICE_SpectralCorrAccum(x.data(), x.data(), self.data(), n, 1);
-    VOICE_SpectralMulAccum(x.data(), x.data(), square.data(), n, 1);
-    for (size_t k = 2; k < x.size(); k += 2) {
-      ASSERT_EQ(self[k], 0.f) << n << " points, bin " << k / 2;
-      ASSERT_EQ(square[k], 2.f * (x[k - 1] * x[k])) << n << " points, bin " << k / 2;
-    }
-  }
-}
-
 } // namespace

@@ -5,11 +5,9 @@
 
 #include <functional>
 
+#include "call/calls.h"
 #include "heap_watch.h"
-#include "images.h"
-#include "qvvoice/call.h"
 #include "qvvoice/dsp/memory.h"
-#include "qvvoice/stream.h"
 
 namespace {
 
@@ -38,74 +36,58 @@ TEST(Heap, planted_allocations_are_caught) {
   EXPECT_EQ(VOICE_Alloc(-1), nullptr);
 }
 
-// Both paths, every stage, speech and silence, all layouts, with trace and latency asked for in every frame.
+// Both paths, every stage, speech and silence, all layouts: the process's own call with trace and latency asked for in
+// every frame, and a call behind a stream of odd blocks with parameters replaced all the time.
 TEST(Heap, no_frame_call_touches_it) {
-  for (const Layout &layout : all_layouts) {
-    const Call call(layout, 200);
-    Outputs out{Samples(call.far.size()), Samples(call.far.size())};
-    ASSERT_EQ(QV_VOICE_InitImage(busy_image(layout.rate).data(), layout.rate, layout.frame_len), QV_VOICE_OK);
-    int32_t failed = 0, talk_states = 0;
+  for (size_t turn = 0; turn < 2 * std::size(all_layouts); ++turn) {
+    const Layout &layout = all_layouts[turn / 2];
+    const Call signals(layout, 200);
+    auto image = turn % 2 ? marked(busy_image(layout.rate)) : busy_image(layout.rate);
+    ASSERT_EQ(QV_VOICE_InitImage(image.data(), layout.rate, layout.frame_len), QV_VOICE_OK);
+    const CallPtr call = make_call(layout, image);
+    qv_stream *made = nullptr;
+    ASSERT_EQ(qv_stream_create(call.get(), 0, &made), QV_VOICE_OK);
+    const StreamPtr stream(made);
+    constexpr size_t block = 111;
+    float in[block], out[block];
+    int16_t played[QV_MAX_FRAME], sent[QV_MAX_FRAME];
+    int32_t failed = 0, talk_states = 0, latency = 0;
+    size_t replaced = 0;
     const Armed scope;
-    for (size_t at = 0; at < call.far.size(); at += size_t(layout.frame_len)) {
-      QvVoiceTrace trace{};
-      trace.size = sizeof trace;
-      failed |= VOICE_Process(&call.far[at], &out.played[at], &call.mic[at], &out.sent[at], 0);
-      failed |= QV_VOICE_GetTrace(&trace);
+    for (size_t at = 0; at < signals.far.size(); at += size_t(layout.frame_len)) {
+      QvVoiceTrace trace = empty_trace();
+      failed |= VOICE_Process(&signals.far[at], played, &signals.mic[at], sent, 0);
+      failed |= QV_VOICE_GetTrace(&trace) | QV_VOICE_GetLatency(&latency, &latency);
       talk_states |= 1 << trace.talk_state;
+    }
+    for (size_t at = 0; at + block <= signals.far.size(); at += block) {
+      std::copy_n(&signals.mic[at], block, in);
+      failed |= qv_stream_transmit_float(stream.get(), in, in, out, block);
+      failed |= qv_stream_receive_float(stream.get(), in, out, block);
+      if (at / block % 20 != 0)
+        continue;
+      const size_t switches[] = {10, 110, 160, 301};
+      image[switches[replaced % 4]] = int16_t(replaced / 4 % 2);
+      failed |= qv_call_replace_parameters(call.get(), image.data(), nullptr);
+      ++replaced;
     }
     watch.armed = false;
     EXPECT_EQ(watch.calls, 0) << layout;
     EXPECT_EQ(failed, 0) << layout;
     EXPECT_GT(talk_states, 2) << "the call has silence and speech";
-  }
-  EXPECT_EQ(QV_VOICE_Destory(), QV_VOICE_OK);
-}
-
-// The same for a call of one's own behind a stream of odd blocks, with parameters replaced all the time.
-TEST(Heap, no_frame_of_a_call_or_stream_touches_it) {
-  for (size_t turn = 0; turn < 2 * std::size(all_layouts); ++turn) {
-    const Layout &layout = all_layouts[turn / 2];
-    const Call signals(layout, 100);
-    auto image = turn % 2 ? marked(busy_image(layout.rate)) : busy_image(layout.rate);
-    const qv_call_config config = {sizeof config, layout.rate, layout.frame_len, 1};
-    qv_call *call = nullptr;
-    qv_stream *stream = nullptr;
-    ASSERT_EQ(qv_call_create(&config, image.data(), &call), QV_VOICE_OK);
-    ASSERT_EQ(qv_stream_create(call, 0, &stream), QV_VOICE_OK);
-    constexpr size_t block = 111;
-    float in[block], out[block];
-    int32_t failed = 0;
-    size_t replaced = 0;
-    const Armed scope;
-    for (size_t at = 0; at + block <= signals.far.size(); at += block) {
-      std::copy_n(&signals.mic[at], block, in);
-      failed |= qv_stream_transmit_float(stream, in, in, out, block);
-      failed |= qv_stream_receive_float(stream, in, out, block);
-      if (at / block % 20 != 0)
-        continue;
-      const size_t switches[] = {10, 110, 160, 301};
-      image[switches[replaced % 4]] = int16_t(replaced / 4 % 2);
-      failed |= qv_call_replace_parameters(call, image.data(), nullptr);
-      ++replaced;
-    }
-    watch.armed = false;
-    qv_stream_destroy(stream);
-    qv_call_destroy(call);
-    EXPECT_EQ(watch.calls, 0) << layout;
-    EXPECT_EQ(failed, 0) << layout;
     EXPECT_GT(replaced, 4u) << layout;
   }
+  EXPECT_EQ(QV_VOICE_Destory(), QV_VOICE_OK);
 }
 
 // Wherever memory runs out, a creation says so and holds nothing, and a call beside it goes on as if alone.
 TEST(Heap, creation_survives_the_failure_of_any_allocation) {
   const Layout &layout = all_layouts[3];
   for (const auto &image : {busy_image(layout.rate), marked(busy_image(layout.rate))}) {
-    const qv_call_config config = {sizeof config, layout.rate, layout.frame_len, 1};
+    const qv_call_config config = config_of(layout);
     const Call signals(layout, 4000);
-    qv_call *beside = nullptr, *alone = nullptr, *call = nullptr;
-    ASSERT_EQ(qv_call_create(&config, image.data(), &beside), QV_VOICE_OK);
-    ASSERT_EQ(qv_call_create(&config, image.data(), &alone), QV_VOICE_OK);
+    const CallPtr beside = make_call(layout, image), alone = make_call(layout, image);
+    qv_call *call = nullptr;
     int64_t failures = 0;
     for (size_t at = 0; !call; ++failures, at += 320) {
       const Armed scope(failures);
@@ -114,13 +96,12 @@ TEST(Heap, creation_survives_the_failure_of_any_allocation) {
       ASSERT_EQ(status, call ? QV_VOICE_OK : QV_VOICE_OUT_OF_MEMORY) << failures;
       ASSERT_TRUE(call || watch.live == 0) << failures;
       int16_t out[2][320];
-      ASSERT_EQ(qv_call_transmit(beside, &signals.mic[at], &signals.far[at], out[0]), QV_VOICE_OK);
-      ASSERT_EQ(qv_call_transmit(alone, &signals.mic[at], &signals.far[at], out[1]), QV_VOICE_OK);
+      ASSERT_EQ(qv_call_transmit(beside.get(), &signals.mic[at], &signals.far[at], out[0]), QV_VOICE_OK);
+      ASSERT_EQ(qv_call_transmit(alone.get(), &signals.mic[at], &signals.far[at], out[1]), QV_VOICE_OK);
       ASSERT_TRUE(std::equal(out[0], out[0] + 320, out[1]));
     }
     EXPECT_GT(failures, 100);
-    for (qv_call *made : {beside, alone, call})
-      qv_call_destroy(made);
+    qv_call_destroy(call);
   }
 }
 
@@ -128,7 +109,7 @@ TEST(Heap, creation_survives_the_failure_of_any_allocation) {
 TEST(Heap, a_thousand_calls_leave_nothing) {
   const Layout &layout = all_layouts[3];
   const auto plain = qv::config::default_image(layout.rate);
-  const qv_call_config config = {sizeof config, layout.rate, layout.frame_len, 1};
+  const qv_call_config config = config_of(layout);
   for (const auto &[image, most] : {std::pair{plain, 600'000u}, {marked(plain), 750'000u}}) {
     std::vector<qv_call *> calls(1000);
     const Armed scope;
