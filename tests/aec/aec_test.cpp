@@ -47,24 +47,6 @@ TEST(EchoCanceller, aligns_the_reference_within_its_history) {
     }
 }
 
-TEST(EchoCanceller, passes_the_near_end_a_frame_late_while_the_far_end_is_silent) {
-  for (const Layout &layout : all_layouts)
-    for (const int32_t switches : {0, 1, 2, 3}) {
-      start(layout);
-      aec.stNlp.swSerSupEnable = switches & 1;
-      aec.stNlp.swCohSupEnable = switches >> 1;
-      const auto n = size_t(layout.frame_len);
-      const Samples mic = sampled(talk(samples(layout, 2), layout.rate, 4000, 5)), silent(n, 0);
-      Samples out(n);
-      for (size_t at = 0; at < mic.size(); at += n) {
-        AEC_Process(&mic[at], silent.data(), out.data(), &aec, Signal(n + 1, 1.f).data());
-        for (size_t i = 0; i < n && at >= 10 * n; ++i) // the silence has been found
-          ASSERT_NEAR(out[i], mic[at - n + i], 1) << layout << ", sample " << at + i;
-      }
-      EXPECT_EQ(aec.stMdf.fSumAdapt, 0.f);
-    }
-}
-
 // Ten minutes (two under sanitizers) of everything that a line can carry, in turns of 100 frames.
 TEST(Endurance, the_whole_path_takes_any_stream) {
 #if defined(__SANITIZE_ADDRESS__)

@@ -53,26 +53,17 @@ struct SlowJudge {
 };
 
 TEST(DoubleTalk, every_judgement_is_that_of_the_formulas) {
-  AecDtdPara para = {n,
-                     bands,
-                     22,
-                     5,
-                     {5, 5, 5, 5, 5, 5},
-                     {1, 1, 1, 0, 1, 1},
-                     {1, 2, 3, 4, 5, 6},
-                     {11, 20, 11, 11, 30, 11},
-                     {42, 300, 42, 42, 90, 60},
-                     {0.0033f, 0.01f, 0.0033f, 0, 0.1f, 0},
-                     {0.0334f, 0.2f, 0.5f, 0.1f, 0.3f, 0.3f},
-                     {0, 0.2f, 0.5f, 2, 1, 0},
-                     0,
-                     0,
-                     0,
-                     3,
-                     0.15f,
-                     0.0116f,
-                     0.17f,
-                     0.07f};
+  start(all_layouts[1]);
+  AecDtdPara para = g_stVoicePara.stAec.stDtd;
+  for (int32_t g = 0; g < 6; ++g) {
+    para.aswBandJudgeEnable[g] = g != 3;
+    para.afBandFarMin[g] = float(1 + g);
+    para.afResLow[g] = float(11 + 3 * g);
+    para.afResHigh[g] = float(42 + 40 * g);
+    para.afRatioLow[g] = 0.0033f * float(g);
+    para.afRatioHigh[g] = 0.0334f + 0.1f * float(g);
+    para.afResDropFactor[g] = 0.4f * float(g);
+  }
   int32_t kinds[3] = {}, partial = 0;
   // Bands counted; one more than there are; an empty range, with and without a need to count.
   for (const auto &[first, end, least] :

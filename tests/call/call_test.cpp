@@ -13,7 +13,7 @@ using qv::config::Image;
 
 constexpr Layout wide = {16000, 320, 32};
 constexpr size_t comfort_noise = 440, canceller = 10, tracking = 11, echo_delay = 12, tx_reducer = 100,
-                 rx_reducer = 110, rx_gain_control = 140, tx_equaliser = 160, rx_equaliser = 300;
+                 rx_reducer = 110, tx_gain_control = 120, rx_gain_control = 140, tx_equaliser = 160, rx_equaliser = 300;
 
 Image quiet_image(int32_t rate) {
   Image image = busy_image(rate);
@@ -129,16 +129,16 @@ TEST(Replacement, does_not_click_and_arrives) {
     std::vector<std::pair<size_t, int16_t>> words;
     uint32_t effects;
   };
+  const Image defaults = qv::config::default_image(16000);
   Image plain{};
   plain[0] = 16000;
   plain[9] = qv::config::magic;
-  plain[tx_equaliser + 1] = plain[rx_equaliser + 1] = 1;
-  plain[tx_equaliser + 2] = plain[rx_equaliser + 2] = 30000;
-  for (size_t word : {120, 140}) {
-    const Image defaults = qv::config::default_image(16000);
-    std::copy_n(&defaults[word], 12, &plain[word]);
-    plain[word] = 0;
+  for (const size_t equaliser : {tx_equaliser, rx_equaliser}) {
+    plain[equaliser + 1] = 1;
+    plain[equaliser + 2] = 30000;
   }
+  for (const size_t gain_control : {tx_gain_control, rx_gain_control})
+    std::copy_n(&defaults[gain_control + 1], 11, &plain[gain_control + 1]);
   std::vector<std::pair<size_t, int16_t>> long_response = {{300, 1}, {301, 129}};
   for (size_t i = 0; i < 129; ++i)
     long_response.emplace_back(302 + i, int16_t(i == 128 ? -16000 : i % 3 * 30));

@@ -25,33 +25,15 @@ Image counting_image(int32_t rate) {
   return image;
 }
 
-// The rows per band group, which move with their number and hold like values.
-TEST(Para, words_of_the_band_groups_land_in_their_fields) {
-  const VoicePara &p = g_stVoicePara;
+// The rows per band group, which move with their number and hold like values; what the file does not carry, over
+// whatever an application has left in the exported block.
+TEST(Para, band_groups_layout_and_fixed_tuning_land_in_their_fields) {
+  VoicePara &p = g_stVoicePara;
   const AecDtdPara &dtd = p.stAec.stDtd;
   for (const Layout &layout : all_layouts) {
     const Image image = counting_image(layout.rate);
-    ASSERT_EQ(VOICE_SetPara_1(image.data(), layout.rate, layout.frame_len), 0);
-    const int32_t groups = layout.bands / 4;
-    for (int32_t g = 0; g < groups; ++g) {
-      int32_t word = 16 + 2 * g;
-      for (const double value : {dtd.afBandFarThr[g], p.stAec.stNlp.afBandSupFactor[g]})
-        EXPECT_EQ(value, image[size_t(word++)]) << layout << ", group " << g;
-      word = 16 + 2 * groups + 7 * g;
-      for (const double value :
-           {float(dtd.aswBandJudgeEnable[g]), dtd.afBandFarMin[g], dtd.afResLow[g], dtd.afResHigh[g],
-            dtd.afRatioLow[g] * 32768, dtd.afRatioHigh[g] * 32768, dtd.afResDropFactor[g]})
-        EXPECT_EQ(value, image[size_t(word++)]) << layout << ", group " << g;
-    }
-  }
-}
-
-// What the file does not carry, over whatever an application has left in the exported block.
-TEST(Para, layout_and_fixed_tuning_are_written_anew) {
-  for (const Layout &layout : all_layouts) {
-    VoicePara &p = g_stVoicePara;
     p.stAec.stDelay.swLookahead = p.stAec.stDelay.swHistorySize = p.stAgcTx.swSampleRate = p.stAgcRx.swSampleRate = 3;
-    ASSERT_EQ(VOICE_SetPara_1(counting_image(layout.rate).data(), layout.rate, layout.frame_len), 0);
+    ASSERT_EQ(VOICE_SetPara_1(image.data(), layout.rate, layout.frame_len), 0);
     EXPECT_EQ(p.stAec.stDelay.swLookahead, 0);
     EXPECT_EQ(p.stAec.stDelay.swHistorySize, 32);
     EXPECT_EQ(p.stAec.stDelay.swBlockLen, layout.frame_len / 2);
@@ -67,6 +49,17 @@ TEST(Para, layout_and_fixed_tuning_are_written_anew) {
       EXPECT_EQ(n, layout.frame_len);
     for (const int32_t b : {p.stAec.stNlp.swBandNum, p.stAec.stDtd.swBandNum, p.stAnrTx.swBandNum, p.stAnrRx.swBandNum})
       EXPECT_EQ(b, layout.bands);
+    const int32_t groups = layout.bands / 4;
+    for (int32_t g = 0; g < groups; ++g) {
+      int32_t word = 16 + 2 * g;
+      for (const double value : {dtd.afBandFarThr[g], p.stAec.stNlp.afBandSupFactor[g]})
+        EXPECT_EQ(value, image[size_t(word++)]) << layout << ", group " << g;
+      word = 16 + 2 * groups + 7 * g;
+      for (const double value :
+           {float(dtd.aswBandJudgeEnable[g]), dtd.afBandFarMin[g], dtd.afResLow[g], dtd.afResHigh[g],
+            dtd.afRatioLow[g] * 32768, dtd.afRatioHigh[g] * 32768, dtd.afResDropFactor[g]})
+        EXPECT_EQ(value, image[size_t(word++)]) << layout << ", group " << g;
+    }
   }
 }
 

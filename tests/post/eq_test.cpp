@@ -43,16 +43,9 @@ Samples filtered_in_one_block(const EqPara &para, const Samples &signal) {
 }
 
 TEST(Eq, frames_of_any_length_give_the_samples_of_one_block) {
-  for (const Layout &layout : all_layouts) {
-    const Samples signal = noise_samples(7, size_t(layout.frame_len) * 3, 32767);
+  for (const int32_t frame_len : {128, 160, 256, 320, 1, 31, 33, 100, 319}) {
+    const Samples signal = noise_samples(7, size_t(frame_len * (3 + 300 / frame_len)), 32767);
     for (int32_t half = 1; half <= EQ_MAX_HALF_TAPS; ++half) {
-      const EqPara para = random_equaliser(half, layout.frame_len);
-      ASSERT_EQ(filtered(para, signal), filtered_in_one_block(para, signal)) << layout << ", H " << half;
-    }
-  }
-  for (const int32_t frame_len : {1, 31, 33, 100, 319}) { // of no layout
-    const Samples signal = noise_samples(8, size_t(frame_len) * 9, 32767);
-    for (const int32_t half : {1, 16, 129}) {
       const EqPara para = random_equaliser(half, frame_len);
       ASSERT_EQ(filtered(para, signal), filtered_in_one_block(para, signal)) << frame_len << ", H " << half;
     }

@@ -141,6 +141,7 @@ TEST(Heap, refused_initialisation_keeps_nothing) {
   for (const auto &initialise : refused) {
     const Armed scope;
     ASSERT_EQ(QV_VOICE_InitImage(image.data(), 16000, 320), QV_VOICE_OK);
+    ASSERT_EQ(QV_VOICE_InitImage(image.data(), 16000, 320), QV_VOICE_OK); // on top of a running one
     EXPECT_GT(watch.live, 100);
     EXPECT_NE(initialise(), QV_VOICE_OK);
     EXPECT_EQ(watch.live, 0);
@@ -171,14 +172,8 @@ TEST(Heap, initialisation_survives_the_failure_of_any_allocation) {
       ASSERT_EQ(initialise(), QV_VOICE_OK);
     }
     EXPECT_GT(failures, 100) << layout;
-
-    const Armed scope;
-    EXPECT_EQ(initialise(), QV_VOICE_OK); // on top of a running one
-    const int64_t returned_less_taken = -watch.live;
-    EXPECT_EQ(QV_VOICE_Destory(), QV_VOICE_OK);
-    EXPECT_EQ(returned_less_taken, 0);
-    EXPECT_GT(-watch.live, 100);
   }
+  EXPECT_EQ(QV_VOICE_Destory(), QV_VOICE_OK);
 }
 
 } // namespace
