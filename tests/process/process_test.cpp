@@ -316,10 +316,10 @@ TEST_F(Process, bad_use_is_refused_and_leaves_everything_as_it_was) {
 TEST_F(Process, hints_at_what_is_wrong_with_the_recordings) {
   const Samples far = test::noise_samples(5, 20 * 16000, 3000);
   Samples echo(far.size()), loud(far.size());
-  for (size_t i = 1600; i < far.size(); ++i)
-    echo[i] = int16_t(far[i - 1600] / 2);
-  for (size_t i = 0; i < far.size(); ++i)
+  for (size_t i = 0; i < far.size(); ++i) {
+    echo[i] = int16_t(i < 1600 ? 0 : far[i - 1600] / 2);
     loud[i] = int16_t(std::clamp(far[i] * 12, -32768, 32767));
+  }
   put_wav("far.wav", 16000, far);
   put_wav("echo.wav", 16000, echo);
   put_wav("loud.wav", 16000, loud);
