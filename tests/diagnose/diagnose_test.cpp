@@ -7,6 +7,7 @@
 #include <variant>
 
 #include "diagnose/recordings.h"
+#include "para/words.h"
 #include "process/files.h"
 
 namespace qv::tool::diagnose {
@@ -14,29 +15,20 @@ namespace {
 
 using namespace test;
 
-void set(Recording &call, const char *section, const char *key, double value) {
-  for (const config::Field &field : config::fields)
-    if (field.section == section && field.key == key)
-      set_value(field, call.setup.para, 0, value);
+void set(Recording &call, const char *key, double value) {
+  set_value(*para::find_field(key), call.setup.para, 0, value);
 }
 
 void quiet_ref(Recording &call, double gain) {
   scale(call.ref, gain);
-  set(call, "aec.double_talk", "far_active_peak", 60);
+  set(call, "aec.double_talk.far_active_peak", 60);
 }
 
 /// From 8 s on.
-void change_volume(Recording &call, double by) {
+void double_volume(Recording &call) {
   Signal echo = through_room(call.ref);
   std::fill_n(echo.begin(), length / 3, 0);
-  add(call.mic, echo, by);
-}
-
-/// Silences every 10 ms that are quieter than -50 dBov, as a noise gate does.
-void gate(Signal &signal) {
-  for (size_t begin = 0; begin < length; begin += rate / 100)
-    if (power(SignalView(signal).subspan(begin, rate / 100)) < from_db(-50))
-      std::fill_n(&signal[begin], rate / 100, 0.0);
+  add(call.mic, echo);
 }
 
 void set_trace(Run &run, int32_t QvVoiceTrace::*field, int32_t value) {
@@ -44,13 +36,9 @@ void set_trace(Run &run, int32_t QvVoiceTrace::*field, int32_t value) {
     frame.*field = value;
 }
 
-void clip(Signal &signal, double limit) {
-  for (double &value : signal)
-    value = std::clamp(value, -limit, limit);
-}
-
 constexpr double none = std::numeric_limits<double>::quiet_NaN();
 
+/// What hand arithmetic pins, and what no kind of faults.h holds.
 struct Case {
   const char *name, *first_wrong;
   std::variant<Delay, std::function<void(Recording &)>, std::function<void(Run &)>> change;
@@ -61,37 +49,27 @@ const Case cases[] = {
     {"good", "none", steady},
     {"reference silent", "reference", [](Recording &call) { scale(call.ref, 0); }},
     {"reference below the threshold", "reference", [](Recording &call) { quiet_ref(call, 0.003); }},
-    {"microphone silent", "microphone", [](Recording &call) { scale(call.mic, 0); }},
-    {"same recording", "same_recording", [](Recording &call) { scale(call.mic = call.ref, -0.5); }},
-    {"other reference", "echo_present", [](Recording &call) { call.ref = talk(99, 0.5, 16); }},
-    {"swapped", "order", [](Recording &call) { std::swap(call.mic, call.ref); }},
-    {"microphone leads", "order", [](double) { return -0.05; }},
     {"beyond reach", "reach", [](double) { return 0.4; }},
-    {"fixed delay wrong", "reach", [](Recording &call) { set(call, "aec", "track_delay", 0); }},
+    {"fixed delay wrong", "reach", [](Recording &call) { set(call, "aec.track_delay", 0); }},
     {"jump", "steady_delay", [](double time) { return time < 8 ? 0.08 : 0.12; }},
     {"small jump", "steady_delay", [](double time) { return time < 8 ? 0.08 : 0.083; }},
     {"drift", "drift", [](double time) { return 0.08 + 100e-6 * time; }},
     {"clock 1000 ppm fast", "drift", [](double time) { return 0.08 + 1000e-6 * time; }},
-    {"rates 3 % apart", "drift", [](double time) { return 0.08 + time - time / 1.03; }},
     {"44.1 kHz played as 48 kHz", "drift", [](double time) { return 0.08 + time - time * 48 / 44.1; }},
-    {"volume lower", "volume", [](Recording &call) { change_volume(call, -0.5); }},
-    {"volume higher", "volume", [](Recording &call) { change_volume(call, 1); }},
-    {"clipped", "clipping", [](Recording &call) { clip(call.mic, 0.11); }},
+    {"volume higher", "volume", double_volume},
     {"quiet reference", "levels", [](Recording &call) { quiet_ref(call, 0.015); }},
-    {"gated", "processed", [](Recording &call) { gate(call.mic); }},
-    {"canceller off", "canceller_on", [](Recording &call) { set(call, "aec", "enable", 0); }},
+    {"canceller off", "canceller_on", [](Recording &call) { set(call, "aec.enable", 0); }},
     {"delay not found", "delay_found", [](Run &run) { set_trace(run, &QvVoiceTrace::echo_delay, 2000); }},
     {"filter never trains", "filter", [](Run &run) { set_trace(run, &QvVoiceTrace::filter_adapted, 0); }},
     {"echo left", "residual_echo", [](Run &run) { run.sent = to_samples(Recording().mic); }},
     {"near end lost", "near_end", [](Run &run) { std::fill_n(&run.sent[18 * rate], 2 * rate, 0); }},
     // What the other canceller cannot follow, and what neither can.
     {"400 ms, state space", "none", [](double) { return 0.4; }, true},
-    {"600 ms, state space", "reach", [](double) { return 0.6; }, true},
     {"drift, state space", "none", [](double time) { return 0.08 + 100e-6 * time; }, true},
     {"400 ppm, state space", "drift", [](double time) { return 0.08 + 400e-6 * time; }, true},
     {"jump with echo left, state space", "steady_delay", [](double time) { return time < 8 ? 0.08 : 0.12; }, true},
     {"jump out of reach, state space", "steady_delay", [](double time) { return time < 8 ? 0.02 : -0.02; }, true},
-    {"canceller off, state space", "canceller_on", [](Recording &call) { set(call, "aec", "enable", 0); }, true},
+    {"canceller off, state space", "canceller_on", [](Recording &call) { set(call, "aec.enable", 0); }, true},
     {"filter elsewhere, state space", "delay_found",
      [](Run &run) { set_trace(run, &QvVoiceTrace::filter_delay, 2000); }, true},
     {"nothing explained, state space", "filter", [](Run &run) { set_trace(run, &QvVoiceTrace::filter_adapted, 0); },
@@ -123,7 +101,6 @@ const std::vector<Number> numbers = {Number("good", "/order/delay_ms", 80, 0.2),
                                      Number("jump", "/steady_delay/jumps/0/to_ms", 120, 0.2),
                                      Number("drift", "/drift/drift_ppm", 100, 10),
                                      Number("clock 1000 ppm fast", "/drift/drift_ppm", 1001, 20),
-                                     Number("rates 3 % apart", "/drift/echo_speed", 1 / 1.03, 1e-4),
                                      Number("44.1 kHz played as 48 kHz", "/drift/echo_speed", 48 / 44.1, 1e-4),
                                      Number("volume higher", "/volume/steps", 1, 0),
                                      Number("volume higher", "/volume/steps/0/time_s", 8, 1.5),
@@ -213,17 +190,13 @@ TEST_F(InFolder, diagnose_exits_with_1_when_something_is_wrong_and_refuses_what_
   EXPECT_EQ(run_command(folder, "diagnose . --json").out,
             run_command(folder, "diagnose --mic mic.wav --ref ref.wav --json").out);
 
-  for (const auto &[words, named] : {std::pair("", "--mic"),
-                                     {"--mic mic.wav", "--ref"},
-                                     {"nowhere", "nowhere/mic.wav"},
-                                     {"--mic mic.wav --ref none.wav", "none.wav"},
-                                     {"--stereo mic.wav", "mic.wav"},
-                                     {". --mic mic.wav", "--mic"}}) {
-    const CommandResult result = run_command(folder, std::string("diagnose ") + words);
-    EXPECT_EQ(result.status, 2) << words << result.out;
-    EXPECT_NE(result.err.find(named), std::string::npos) << words << ": " << result.err;
-    EXPECT_EQ(result.out, "");
-  }
+  expect_refused("diagnose ", {{"", "--mic"},
+                               {"--mic mic.wav", "--ref"},
+                               {"nowhere", "nowhere/mic.wav"},
+                               {"--mic mic.wav --ref none.wav", "none.wav"},
+                               {"--stereo mic.wav", "mic.wav"},
+                               {". --mic mic.wav", "--mic"},
+                               {"--stereo -", "- stands for a pipe, which qvvoice process reads"}});
 }
 
 } // namespace

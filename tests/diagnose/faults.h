@@ -117,6 +117,20 @@ inline OfParts echo_later(double least, double most) {
   return [=](Parts &p) { p.echo = delayed(p.echo, p.between(least, most)); };
 }
 
+/// The delay of the echo itself, s.
+inline OfParts echo_after(double least, double most) {
+  return [=](Parts &p) { p.echo = delayed(p.echo, p.between(least, most) - p.scene.echo.delay); };
+}
+
+/// Between two times, s, by 6 to 12 dB.
+inline OfParts echo_turned_down(double from, double to) {
+  return [=](Parts &p) {
+    const double gain = p.between(0.25, 0.5);
+    for (auto i = size_t(from * rate); i < size_t(to * rate); ++i)
+      p.echo[i] *= gain;
+  };
+}
+
 inline OfParts echo_at(double speed) {
   return [=](Parts &p) { p.echo = at_speed(p.echo, speed); };
 }
@@ -208,12 +222,9 @@ inline const std::vector<Kind> &kinds() {
       {"8 kHz played as 16 kHz", clocks, echo_at(2), "8 kHz played as 16 kHz"},
       {"16 kHz played as 8 kHz", clocks, echo_at(0.5), "16 kHz played as 8 kHz"},
       // Delays.
-      {"reference 40 to 100 ms late", order,
-       OfParts([](Parts &p) { p.echo = delayed(p.echo, -p.scene.echo.delay - p.between(0.04, 0.1)); })},
-      {"reference 300 to 800 ms late", order,
-       OfParts([](Parts &p) { p.echo = delayed(p.echo, -p.scene.echo.delay - p.between(0.3, 0.8)); })},
-      {"echo 330 to 450 ms late", "reach",
-       OfParts([](Parts &p) { p.echo = delayed(p.echo, p.between(0.33, 0.45) - p.scene.echo.delay); }), "", good},
+      {"reference 40 to 100 ms late", order, echo_after(-0.04, -0.1)},
+      {"reference 300 to 800 ms late", order, echo_after(-0.3, -0.8)},
+      {"echo 330 to 450 ms late", "reach", echo_after(0.33, 0.45), "", good},
       {"echo 500 to 900 ms late", "reach", echo_later(0.5, 0.9)},
       {"echo 1.5 to 1.8 s late", "reach", echo_later(1.5, 1.8)},
       {"echo 2.5 to 3.5 s late", "reach", echo_later(2.5, 3.5)},
@@ -248,18 +259,8 @@ inline const std::vector<Kind> &kinds() {
        "", "none|distortion"},
       {"loudspeaker clips softly", "distortion",
        loudspeaker([](Echo &e, Parts &p) { e.saturation = p.between(10, 16); }), "", "none|distortion"},
-      {"volume turned down", "volume", OfParts([](Parts &p) {
-         const double gain = p.between(0.25, 0.5);
-         for (size_t i = size_t(14.0 * rate); i < length; ++i)
-           p.echo[i] *= gain;
-       }),
-       "", good},
-      {"volume turned up", "volume", OfParts([](Parts &p) {
-         const double gain = p.between(0.25, 0.5);
-         for (size_t i = 0; i < size_t(4.0 * rate); ++i)
-           p.echo[i] *= gain;
-       }),
-       "", good},
+      {"volume turned down", "volume", echo_turned_down(14, seconds), "", good},
+      {"volume turned up", "volume", echo_turned_down(0, 4), "", good},
       {"gain of the microphone steered", "gain_control", OfRecorded([](Recorded &r) { control_gain(r.mic); }), "",
        "none|gain_control"},
       {"microphone gated", "processed", OfRecorded([](Recorded &r) { gate(r.mic); })},

@@ -5,8 +5,8 @@
 
 #include <memory>
 
-#include "call/calls.h"
-#include "para/para_file.h"
+#include "call/run.h"
+#include "images.h"
 
 namespace qv::gst {
 
@@ -20,6 +20,26 @@ inline GstBuffer *buffer_of(std::span<const int16_t> samples, GstClockTime pts =
   GstBuffer *buffer = gst_buffer_new_memdup(samples.data(), samples.size_bytes());
   GST_BUFFER_PTS(buffer) = pts;
   return buffer;
+}
+
+/// Of a warning or an error, which is freed.
+inline std::string text_of(GstMessage *message) {
+  GError *error = nullptr;
+  (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR ? gst_message_parse_error
+                                                  : gst_message_parse_warning)(message, &error, nullptr);
+  const std::string text = error->message;
+  g_error_free(error);
+  gst_message_unref(message);
+  return text;
+}
+
+inline uint64_t stat_of(GstElement *voice, const char *name) {
+  GstStructure *stats = nullptr;
+  g_object_get(voice, "stats", &stats, nullptr);
+  guint64 value = 0;
+  EXPECT_TRUE(gst_structure_get_uint64(stats, name, &value)) << name;
+  gst_structure_free(stats);
+  return value;
 }
 
 /// An element with a bus, between pads that the test holds.
@@ -80,20 +100,15 @@ public:
     return all;
   }
 
-  /// The text of the first warning or error, and the number of element messages of a name.
+  /// The text of the first warning or error; empty when there is none.
   std::string complaint() {
     std::string text;
-    while (GstMessage *message = gst_bus_pop_filtered(bus_, GstMessageType(GST_MESSAGE_WARNING | GST_MESSAGE_ERROR))) {
-      GError *error = nullptr;
-      (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR ? gst_message_parse_error
-                                                      : gst_message_parse_warning)(message, &error, nullptr);
-      if (text.empty())
-        text = error->message;
-      g_error_free(error);
-      gst_message_unref(message);
-    }
+    while (GstMessage *message = gst_bus_pop_filtered(bus_, GstMessageType(GST_MESSAGE_WARNING | GST_MESSAGE_ERROR)))
+      if (const std::string next = text_of(message); text.empty())
+        text = next;
     return text;
   }
+  /// How many element messages of this name have come so far.
   int messages(const char *name) {
     int count = 0;
     std::vector<GstMessage *> others;
@@ -108,14 +123,7 @@ public:
   template <class Value> void set(const char *property, Value value) {
     g_object_set(element, property, value, nullptr);
   }
-  uint64_t stat(const char *name) {
-    GstStructure *stats = nullptr;
-    g_object_get(element, "stats", &stats, nullptr);
-    guint64 value = 0;
-    EXPECT_TRUE(gst_structure_get_uint64(stats, name, &value)) << name;
-    gst_structure_free(stats);
-    return value;
-  }
+  uint64_t stat(const char *name) { return stat_of(element, name); }
 
   GstHarness *const harness;
   GstElement *element = nullptr;
@@ -137,20 +145,13 @@ inline std::string difference(const Samples &got, const Samples &right) {
   return got.empty() ? "nothing to compare" : "";
 }
 
-inline config::Image image_of(const std::string &preset) { return tool::para::load_valid(preset).image; }
-
-/// What a call makes of the signals, in step with the microphone and as long; where `mic` ends, silence follows.
-inline Samples expected_of(const config::Image &image, const test::Layout &layout, Samples mic, Samples ref) {
-  const test::CallPtr call = test::make_call(layout, image, 0);
-  int32_t latency = 0, rx = 0;
-  qv_call_latency(call.get(), &latency, &rx);
-  const auto n = size_t(layout.frame_len), length = mic.size(), whole = (length + size_t(latency) + n - 1) / n * n;
-  mic.resize(whole);
-  ref.resize(whole);
-  Samples out(whole);
-  for (size_t at = 0; at < whole; at += n)
-    EXPECT_EQ(qv_call_transmit(call.get(), &mic[at], &ref[at], &out[at]), QV_VOICE_OK);
-  return {out.begin() + latency, out.begin() + latency + long(length)};
+/// What the tool makes of the signals, in step with the microphone and as long; where `mic` ends, silence follows.
+inline Samples expected_of(const std::string &preset, const test::Layout &layout, const Samples &mic,
+                           const Samples &ref) {
+  const tool::Setup setup = tool::make_setup(preset, layout.rate, 1000 * layout.frame_len / layout.rate);
+  Samples sent = tool::run_tx(setup, mic, ref, {.compensate = true, .progress = {}}).sent;
+  sent.resize(mic.size());
+  return sent;
 }
 
 } // namespace qv::gst

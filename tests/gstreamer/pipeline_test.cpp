@@ -17,15 +17,10 @@ std::string run(GstElement *pipeline, GstClockTime patience = 60 * GST_SECOND) {
       gst_bus_timed_pop_filtered(bus.get(), patience, GstMessageType(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
   if (!message)
     return "stands still";
-  std::string text;
-  if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
-    GError *error = nullptr;
-    gst_message_parse_error(message, &error, nullptr);
-    text = error->message;
-    g_error_free(error);
-  }
+  if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR)
+    return text_of(message);
   gst_message_unref(message);
-  return text;
+  return "";
 }
 
 class Pipeline {
@@ -94,26 +89,13 @@ TEST_F(Pipelines, files_give_the_tools_bytes) {
 }
 
 TEST_F(Pipelines, converters_negotiate_what_the_parameters_are_for) {
+  // The two paths meet in the probe alone, where any other rate of the microphone's would be an error.
   Pipeline pipeline("audiotestsrc num-buffers=50 ! audio/x-raw,rate=48000,channels=2,format=F32LE ! audioconvert ! "
-                    "audioresample ! qvvoiceprobe ! audioconvert ! audioresample ! audio/x-raw,rate=48000 ! fakesink "
-                    "audiotestsrc num-buffers=50 wave=pink-noise ! audio/x-raw,rate=44100,channels=2 ! audioconvert ! "
-                    "audioresample ! qvvoice preset=balanced-8k-20ms name=voice ! fakesink name=out");
-  // The two paths meet in the probe alone: its rate is not negotiated with the microphone's.
-  EXPECT_NE(pipeline.play().find("both must have the same"), std::string::npos);
-  Pipeline right("audiotestsrc num-buffers=50 ! audio/x-raw,rate=48000,channels=2,format=F32LE ! audioconvert ! "
-                 "audioresample ! audio/x-raw,rate=8000 ! qvvoiceprobe ! audioconvert ! audioresample ! "
-                 "audio/x-raw,rate=48000 ! fakesink audiotestsrc num-buffers=50 wave=pink-noise ! "
-                 "audio/x-raw,rate=44100,channels=2 ! audioconvert ! audioresample ! qvvoice preset=balanced-8k-20ms "
-                 "name=voice ! fakesink");
-  EXPECT_EQ(right.play(), "");
-  const auto voice = right.at("voice");
-  const std::unique_ptr<GstPad, Unref> pad(gst_element_get_static_pad(voice.get(), "src"));
-  GstCaps *caps = gst_pad_get_current_caps(pad.get());
-  ASSERT_NE(caps, nullptr);
-  int rate = 0;
-  gst_structure_get_int(gst_caps_get_structure(caps, 0), "rate", &rate);
-  EXPECT_EQ(rate, 8000);
-  gst_caps_unref(caps);
+                    "audioresample ! audio/x-raw,rate=8000 ! qvvoiceprobe ! audioconvert ! audioresample ! "
+                    "audio/x-raw,rate=48000 ! fakesink audiotestsrc num-buffers=50 wave=pink-noise ! "
+                    "audio/x-raw,rate=44100,channels=2 ! audioconvert ! audioresample ! qvvoice "
+                    "preset=balanced-8k-20ms ! fakesink");
+  EXPECT_EQ(pipeline.play(), "");
 }
 
 TEST_F(Pipelines, a_seek_goes_on_from_there) {
@@ -146,14 +128,11 @@ TEST_F(Pipelines, live_sources_find_their_reference) {
       "audio/x-raw,rate=16000 ! qvvoice name=voice ! fakesink name=out sync=true");
   gst_element_set_state(pipeline.get(), GST_STATE_PLAYING);
   const auto voice = pipeline.at("voice");
-  guint64 known = 0, missing = 0;
+  uint64_t known = 0, missing = 0;
   for (int look = 0; look < 200 && known < 16000; ++look) {
     g_usleep(50000);
-    GstStructure *stats = nullptr;
-    g_object_get(voice.get(), "stats", &stats, nullptr);
-    gst_structure_get(stats, "reference-known", G_TYPE_UINT64, &known, "reference-missing", G_TYPE_UINT64, &missing,
-                      nullptr);
-    gst_structure_free(stats);
+    known = stat_of(voice.get(), "reference-known");
+    missing = stat_of(voice.get(), "reference-missing");
   }
   EXPECT_GE(known, 16000u);
   EXPECT_LT(missing, known / 2);

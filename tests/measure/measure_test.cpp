@@ -4,6 +4,7 @@
 
 #include "measure/call.h"
 #include "measure/talk.h"
+#include "para/words.h"
 #include "signal/activity.h"
 #include "signal/correlation.h"
 
@@ -74,60 +75,51 @@ TEST(Measure, losses_noise_and_clipping_are_found) {
           Is(&R::ref_clipped_percent, 100 * 2 / (20.0 * rate), 1e-9), Is(&R::out_clipped_percent, 0, 0)});
 }
 
-/// A trace of 20 ms frames with this delay (samples) until `jump` s and that one from then on.
-Output traced(const Call &call, int delay, double jump, int later) {
-  Output output = call.output();
-  output.frame_len = 160;
-  for (int k = 0; k < 1000; ++k) {
-    QvVoiceTrace trace{};
-    trace.echo_delay = k * 0.02 < jump ? delay : later;
-    trace.tx_agc_gain = 2;
-    trace.linear_erle_db = 17;
-    output.trace.push_back(trace);
-    output.frame_seconds.push_back(k == 500 ? 0.01 : 0.001);
-  }
-  return output;
-}
+struct Traced {
+  int delay, later; ///< samples, until `jump` s and from then on
+  double jump, share, recovery, found;
+  std::optional<std::pair<int, int>> filter = {}; ///< first and number of the state-space canceller's taps, in use
 
-TEST(Measure, delay_found_against_true) {
-  Call call; // true delay 400 samples; the filter reaches 320 samples
-  call.subject.truth->events = {{8, true, false}};
-  const struct {
-    int delay, later;
-    double jump, share, recovery, found;
-  } cases[] = {{400, 320, 8, 100, 0, 100}, {80, 81, 10, 50, 2, 0}, {401, 400, 15, 25, 7, 100}};
-  for (const auto &one : cases)
-    expect(measure(call.subject, traced(call, one.delay, one.jump, one.later)),
-           {Is(&R::delay_in_reach_percent, one.share, 0.01), Is(&R::delay_recovery_s, one.recovery, 1e-9),
-            Is(&R::delay_found_percent, one.found, 0.01), Is(&R::delay_found_ms, one.later / 8.0, 1e-9)});
-  const Results r = measure(call.subject, traced(call, 500, 8, 600));
-  expect_gaps(r, Gap::never, {&R::delay_recovery_s});
-  expect(r, {Is(&R::agc_gain_db, 6.02, 0.01), Is(&R::erle_linear_db, 17, 0),
-             Is(&R::real_time_factor, (0.001 * 999 + 0.01) / 20, 1e-9), Is(&R::worst_frame_percent, 50, 1e-9)});
-}
-
-// The true delay is 400 samples. Catches a reach that is taken from the delay of the highest tap, or from the other
-// canceller's two frames.
-TEST(Measure, what_the_state_space_canceller_has_in_reach) {
-  const Call call;
-  const struct {
-    int begin, length, highest;
-    double share, found;
-  } cases[] = {{0, 1600, 400, 100, 100},
-               {0, 1600, 700, 100, 0},
-               {400, 100, 480, 100, 100},
-               {401, 1600, 401, 0, 100},
-               {0, 400, 320, 0, 100}};
-  for (const auto &one : cases) {
-    Output output = traced(call, one.highest, 0, one.highest);
-    for (QvVoiceTrace &trace : output.trace) {
-      trace.state_space = 1;
-      trace.filter_delay = one.begin;
-      trace.filter_length = one.length;
+  /// With a trace of 20 ms frames.
+  Output output(const Call &call) const {
+    Output output = call.output();
+    output.frame_len = 160;
+    for (int k = 0; k < 1000; ++k) {
+      QvVoiceTrace trace{};
+      trace.echo_delay = k * 0.02 < jump ? delay : later;
+      trace.tx_agc_gain = 2;
+      trace.linear_erle_db = 17;
+      trace.state_space = filter.has_value();
+      std::tie(trace.filter_delay, trace.filter_length) = filter.value_or(std::pair(0, 0));
+      output.trace.push_back(trace);
+      output.frame_seconds.push_back(k == 500 ? 0.01 : 0.001);
     }
-    expect(measure(call.subject, output),
-           {Is(&R::delay_in_reach_percent, one.share, 0.01), Is(&R::delay_found_percent, one.found, 0.01),
-            Is(&R::delay_found_ms, one.highest / 8.0, 1e-9)});
+    return output;
+  }
+};
+
+// Catches a reach that is taken from the delay of the highest tap, or from the other canceller's two frames.
+TEST(Measure, delay_found_against_true) {
+  Call call; // true delay 400 samples; the filter of the one canceller reaches 320 samples
+  call.subject.truth->events = {{8, true, false}};
+  for (const Traced &one : {Traced{400, 320, 8, 100, 0, 100},
+                            {80, 81, 10, 50, 2, 0},
+                            {401, 400, 15, 25, 7, 100},
+                            {500, 600, 8, 0, NAN, 0},
+                            {400, 400, 0, 100, 0, 100, {{0, 1600}}},
+                            {700, 700, 0, 100, 0, 0, {{0, 1600}}},
+                            {480, 480, 0, 100, 0, 100, {{400, 100}}},
+                            {401, 401, 0, 0, NAN, 100, {{401, 1600}}},
+                            {320, 320, 0, 0, NAN, 100, {{0, 400}}}}) {
+    const Results r = measure(call.subject, one.output(call));
+    expect(r, {Is(&R::delay_in_reach_percent, one.share, 0.01), Is(&R::delay_found_percent, one.found, 0.01),
+               Is(&R::delay_found_ms, one.later / 8.0, 1e-9), Is(&R::agc_gain_db, 6.02, 0.01),
+               Is(&R::erle_linear_db, 17, 0), Is(&R::real_time_factor, (0.001 * 999 + 0.01) / 20, 1e-9),
+               Is(&R::worst_frame_percent, 50, 1e-9)});
+    if (std::isnan(one.recovery))
+      expect_gaps(r, Gap::never, {&R::delay_recovery_s});
+    else
+      expect(r, {Is(&R::delay_recovery_s, one.recovery, 1e-9)});
   }
 }
 
@@ -158,14 +150,12 @@ TEST(Output, the_gain_of_the_agc_is_taken_out) {
   const Call call;
   const auto measured = [&](double gain) {
     qv::tool::Setup setup = make_setup(std::nullopt, rate, 20);
-    const std::tuple<const char *, const char *, double> values[] = {
-        {"tx.cng", "swCngEnable", 0}, // comfort noise comes behind the AGC
-        {"tx.agc", "swAgcEnable", 1},  {"tx.agc", "fKneeHighDb", 0}, {"tx.agc", "fKneeGainDb", gain},
-        {"tx.agc", "fKneeLowDb", -90}, {"tx.agc", "fSlopeMid", 1}};
-    for (const auto &[section, name, value] : values)
-      for (const config::Field &field : config::fields)
-        if (field.section == section && field.name == name)
-          set_value(field, setup.para, 0, value);
+    const std::pair<const char *, double> values[] = {{"tx.cng.enable", 0}, // comfort noise comes behind the AGC
+                                                      {"tx.agc.enable", 1},          {"tx.agc.knee_high_db", 0},
+                                                      {"tx.agc.knee_gain_db", gain}, {"tx.agc.knee_low_db", -90},
+                                                      {"tx.agc.slope_mid", 1}};
+    for (const auto &[name, value] : values)
+      set_value(*para::find_field(name), setup.para, 0, value);
     return measure(call.subject, run_library(call.subject, setup));
   };
   const Results plain = measured(0);

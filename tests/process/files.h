@@ -25,6 +25,23 @@ inline std::string bytes_of(const std::string &path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
+struct CommandResult {
+  int status;
+  std::string out, err;
+};
+
+/// Runs `qvvoice` in a folder. @param words  arguments, without quotes or spaces inside
+inline CommandResult run_command(const fs::path &folder, const std::string &words) {
+  const fs::path base = folder.string() + "-output";
+  const std::string out = base.string() + ".out", err = base.string() + ".err";
+  const std::string line = "cd " + folder.string() + " && " + QVVOICE_COMMAND + " " + words + " >" + out + " 2>" + err;
+  const int status = std::system(line.c_str());
+  const CommandResult result{WIFEXITED(status) ? WEXITSTATUS(status) : -1, bytes_of(out), bytes_of(err)};
+  fs::remove(out);
+  fs::remove(err);
+  return result;
+}
+
 /// A folder of its own for every test, removed behind it.
 class InFolder : public testing::Test {
 protected:
@@ -54,6 +71,18 @@ protected:
     return put_audio(name, SF_FORMAT_WAV | SF_FORMAT_PCM_16, rate, channels, samples);
   }
   std::set<fs::path> paths() const { return {fs::directory_iterator(folder), fs::directory_iterator()}; }
+  /// Each line of words behind `command` is refused: status 2, a message with this reason, no result, no file.
+  void expect_refused(const std::string &command, const std::vector<std::pair<std::string, std::string>> &cases) const {
+    const auto before = paths();
+    for (const auto &[words, reason] : cases) {
+      const CommandResult result = run_command(folder, command + words);
+      EXPECT_EQ(result.status, 2) << words;
+      EXPECT_EQ(result.out, "") << words;
+      EXPECT_TRUE(result.err.starts_with("qvvoice: ")) << words << ": " << result.err;
+      EXPECT_NE(result.err.find(reason), std::string::npos) << words << ": " << result.err;
+      EXPECT_EQ(paths(), before) << words;
+    }
+  }
 
   const fs::path folder = fs::path(testing::TempDir()) / ("qvvoice-process-" + std::to_string(getpid()));
 };
@@ -66,23 +95,6 @@ template <class Doing> std::string refusal(const Doing &doing) {
     return error.what();
   }
   return "";
-}
-
-struct CommandResult {
-  int status;
-  std::string out, err;
-};
-
-/// Runs `qvvoice` in a folder. @param words  arguments, without quotes or spaces inside
-inline CommandResult run_command(const fs::path &folder, const std::string &words) {
-  const fs::path base = folder.string() + "-output";
-  const std::string out = base.string() + ".out", err = base.string() + ".err";
-  const std::string line = "cd " + folder.string() + " && " + QVVOICE_COMMAND + " " + words + " >" + out + " 2>" + err;
-  const int status = std::system(line.c_str());
-  const CommandResult result{WIFEXITED(status) ? WEXITSTATUS(status) : -1, bytes_of(out), bytes_of(err)};
-  fs::remove(out);
-  fs::remove(err);
-  return result;
 }
 
 } // namespace qv::tool

@@ -5,9 +5,7 @@
 
 #include <cmath>
 #include <csignal>
-#include <map>
 #include <numbers>
-#include <sstream>
 
 #include <nlohmann/json.hpp>
 
@@ -273,80 +271,55 @@ TEST_F(Process, the_summary_says_what_was_in_effect) {
   EXPECT_NE(csv.find("\n1.000,51,"), std::string::npos);
 }
 
-// Catches stages of the other canceller that are called on, and a trace without what this one knows.
-TEST_F(Process, the_summary_and_the_trace_know_the_state_space_canceller) {
-  config::Image image = test::busy_image(8000);
-  config::set_value(*para::find_field("echo_control.enable"), image, 0, 1);
-  put("marked.para", para::packed_bytes(image));
-  const auto stages_and_last_frame = [&](const char *para) {
-    const CommandResult result =
-        process(std::string("--mic mic.wav --ref ref.wav --out out.wav --trace t.csv --json --para ") + para);
+// Catches stages of the other canceller that are called on.
+TEST_F(Process, the_summary_knows_the_state_space_canceller) {
+  put("marked.para", para::packed_bytes(test::marked(test::busy_image(8000))));
+  const auto stages = [&](const std::string &para) {
+    const CommandResult result = process("--mic mic.wav --ref ref.wav --out out.wav --json --para " + para);
     EXPECT_EQ(result.status, 0) << result.err;
-    std::vector<std::string> stages;
-    const auto summary = nlohmann::ordered_json::parse(result.out);
-    for (const auto &[name, on] : summary["transmit"]["stages"].items())
-      stages.push_back(name + (on.get<bool>() ? "" : " off"));
-    std::istringstream lines(bytes_of(at("t.csv")));
-    std::map<std::string, double> frame;
-    std::string names, line, values, name, value;
-    for (std::getline(lines, names); std::getline(lines, line);)
-      values = line;
-    std::istringstream keys(names), cells(values);
-    while (std::getline(keys, name, ',') && std::getline(cells, value, ','))
-      frame[name] = std::stod(value);
-    return std::pair(stages, frame);
+    return nlohmann::ordered_json::parse(result.out)["transmit"]["stages"];
   };
-  const auto [stages, frame] = stages_and_last_frame("marked.para");
-  EXPECT_EQ(stages,
-            (std::vector<std::string>{"state_space_echo_canceller", "noise_reducer", "gain_control", "equaliser"}));
-  EXPECT_EQ(frame.at("state_space"), 1);
-  EXPECT_EQ(frame.at("filter_length"), 16 * 160);
-  EXPECT_GT(frame.at("explained"), 0.5); // the reference is the microphone
-  EXPECT_GE(frame.at("expected_residual_db"), -100);
-  const auto [other_stages, other_frame] = stages_and_last_frame("8000.para");
-  EXPECT_EQ(other_stages.at(1), "echo_canceller");
-  EXPECT_EQ(other_stages.size(), 8u);
-  EXPECT_EQ(other_frame.at("state_space"), 0);
-  EXPECT_EQ(other_frame.at("filter_length"), 0);
+  EXPECT_EQ(stages("marked.para").dump(), "{\"state_space_echo_canceller\":true,\"noise_reducer\":true,"
+                                          "\"gain_control\":true,\"equaliser\":true}");
+  EXPECT_EQ(stages("8000.para").at("echo_canceller"), true);
+  EXPECT_EQ(stages("8000.para").size(), 8u);
 }
 
 TEST_F(Process, bad_use_is_refused_and_leaves_everything_as_it_was) {
   put("foreign.bin", std::string(1000, '\0'));
-  const std::pair<const char *, const char *> cases[] = {
-      {"", "no input: give --mic and --ref"},
-      {"--mic mic.wav --out o.wav", "--mic needs the echo reference"},
-      {"--mic mic.wav --ref ref.wav", "give --out"},
-      {"--far ref.wav", "give --played"},
-      {"--far ref.wav --mic mic.wav --ref ref.wav --out o.wav", "--ref excludes --far"},
-      {"--far ref.wav --played p.wav --rate 44100", "--rate: 44100 not in {8000,16000}"},
-      {"--far ref.wav --played p.wav --para none.bin", "none.bin: parameter file cannot be read"},
-      {"--far ref.wav --played p.wav --para foreign.bin", "foreign.bin: not a parameter file: word 9 is 0; 1111"},
-      {"--far ref.wav --played p.wav --para 16000.para --rate 8000", "16000.para: parameter file is for 16000 Hz"},
-      {"--far ref.wav --played 8000.para --para 8000.para", "8000.para: is the input"},
-      {"--far ref.wav --played ./ref.wav", "./ref.wav: is the input ref.wav"},
-      {"--far ref.wav --played p.wav --trace p.wav", "p.wav: named for two results"},
-      {"--far ref.wav --mic mic.wav --out - --played -", "- is standard output and takes one of --out, --played"},
-      {"--far /dev/zero --played p.wav", "/dev/zero: is a device"},
-  };
-  const auto before = paths();
-  for (const auto &[words, reason] : cases) {
-    const CommandResult result = process(words);
-    EXPECT_EQ(result.status, 2) << words;
-    EXPECT_EQ(result.out, "") << words;
-    EXPECT_EQ(result.err.find("qvvoice: "), 0u) << words;
-    EXPECT_NE(result.err.find(reason), std::string::npos) << words << ": " << result.err;
-    EXPECT_EQ(paths(), before) << words;
-  }
+  expect_refused(
+      "process ",
+      {
+          {"", "no input: give --mic and --ref"},
+          {"--mic mic.wav --out o.wav", "--mic needs the echo reference"},
+          {"--mic mic.wav --ref ref.wav", "give --out"},
+          {"--far ref.wav", "give --played"},
+          {"--far ref.wav --mic mic.wav --ref ref.wav --out o.wav", "--ref excludes --far"},
+          {"--far ref.wav --played p.wav --rate 44100", "--rate: 44100 not in {8000,16000}"},
+          {"--far ref.wav --played p.wav --para none.bin", "none.bin: parameter file cannot be read"},
+          {"--far ref.wav --played p.wav --para foreign.bin", "foreign.bin: not a parameter file: word 9 is 0; 1111"},
+          {"--far ref.wav --played p.wav --para 16000.para --rate 8000", "16000.para: parameter file is for 16000 Hz"},
+          {"--far ref.wav --played 8000.para --para 8000.para", "8000.para: is the input"},
+          {"--far ref.wav --played ./ref.wav", "./ref.wav: is the input ref.wav"},
+          {"--far ref.wav --played p.wav --trace p.wav", "p.wav: named for two results"},
+          {"--far ref.wav --mic mic.wav --out - --played -", "- is standard output and takes one of --out, --played"},
+          {"--far /dev/zero --played p.wav", "/dev/zero: is a device"},
+          {"--mik a.wav", "did you mean \"--mic\""},
+          {"--far ref.wav --played p.wav --preset balanced-16-20ms", "did you mean \"balanced-16k-20ms\""},
+      });
+  expect_refused("", {{"proces", "did you mean \"process\""},
+                      {"para chek x", "did you mean \"check\""},
+                      {"scene --set far-ed --out x", "did you mean \"far-end\""}});
 }
 
 // What diagnose would find, as far as a run sees it.
 TEST_F(Process, hints_at_what_is_wrong_with_the_recordings) {
   const Samples far = test::noise_samples(5, 20 * 16000, 3000);
   Samples echo(far.size()), loud(far.size());
-  for (size_t i = 1600; i < far.size(); ++i)
-    echo[i] = int16_t(far[i - 1600] / 2);
-  for (size_t i = 0; i < far.size(); ++i)
+  for (size_t i = 0; i < far.size(); ++i) {
+    echo[i] = int16_t(i < 1600 ? 0 : far[i - 1600] / 2);
     loud[i] = int16_t(std::clamp(far[i] * 12, -32768, 32767));
+  }
   put_wav("far.wav", 16000, far);
   put_wav("echo.wav", 16000, echo);
   put_wav("loud.wav", 16000, loud);
@@ -377,23 +350,13 @@ TEST_F(Process, full_disk_is_an_error_and_leaves_no_half_file) {
   EXPECT_EQ(paths(), before);
 }
 
-TEST_F(Process, nothing_is_lost_in_silence_and_what_was_meant_is_named) {
+TEST_F(Process, nothing_is_lost_in_silence) {
   for (const char *words : {"--help", "--version", "presets", "para check balanced-16k-20ms",
                             "para diff balanced-16k-20ms echo-safe-16k-20ms", "process --help"}) {
     const std::string line = std::string(QVVOICE_COMMAND) + " " + words + " >/dev/full 2>" + at("err");
     EXPECT_EQ(WEXITSTATUS(std::system(line.c_str())), 2) << words;
     const std::string said = bytes_of(at("err"));
     EXPECT_NE(said.find("standard output cannot be written"), std::string::npos) << words << said;
-  }
-  for (const auto &[words, meant] :
-       {std::pair("proces", "\"process\""),
-        {"process --mik a.wav", "\"--mic\""},
-        {"para chek x", "\"check\""},
-        {"process --far ref.wav --played p.wav --preset balanced-16-20ms", "\"balanced-16k-20ms\""},
-        {"scene --set far-ed --out x", "\"far-end\""}}) {
-    const CommandResult result = run_command(folder, words);
-    EXPECT_EQ(result.status, 2) << words;
-    EXPECT_NE(result.err.find(std::string("did you mean ") + meant), std::string::npos) << words << result.err;
   }
 }
 

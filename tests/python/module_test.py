@@ -1,6 +1,7 @@
 """The module gives the tool's bytes and figures, takes what it documents, and refuses the rest by name."""
 
 import ast
+import concurrent.futures
 import contextlib
 import io
 import json
@@ -9,7 +10,6 @@ import re
 import subprocess
 import sys
 import tempfile
-import threading
 import unittest
 import warnings
 
@@ -31,6 +31,15 @@ class Bytes(unittest.TestCase):
         self.addCleanup(self.folder.cleanup)
         self.path = pathlib.Path(self.folder.name)
 
+    def by_tool(self, rate, signals, *options):
+        """What `qvvoice process` makes of the signals, by the names of its options."""
+        words = ["process", "--out", self.path / "out.wav", *options]
+        for name, samples in signals.items():
+            write_wav(self.path / f"{name}.wav", samples, rate)
+            words += [f"--{name}", self.path / f"{name}.wav"]
+        tool(*words)
+        return read_wav(self.path / "out.wav")
+
     def test_every_preset_gives_the_tools_bytes(self):
         """Whole files and a call frame by frame; lengths that no frame divides, and that differ."""
         self.assertGreaterEqual(len(qvvoice.presets()), 16)
@@ -38,17 +47,14 @@ class Bytes(unittest.TestCase):
             rate, frame_ms = layout_of(preset)
             mic, ref = made_call(rate, 2.013)
             ref = ref[:-77]
-            write_wav(self.path / "mic.wav", mic, rate)
-            write_wav(self.path / "ref.wav", ref, rate)
             layout = {"parameters": preset, "frame_ms": frame_ms}
             for compensate in (False, True):
                 with self.subTest(preset=preset, compensate=compensate):
-                    tool("process", "--mic", self.path / "mic.wav", "--ref", self.path / "ref.wav", "--out",
-                         self.path / "out.wav", "--para", preset, "--frame-ms", frame_ms,
-                         *(["--compensate"] if compensate else []))
+                    expected = self.by_tool(rate, {"mic": mic, "ref": ref}, "--para", preset, "--frame-ms", frame_ms,
+                                            *["--compensate"] * compensate)
                     got = qvvoice.process(mic, ref, rate=rate, compensate=compensate, **layout)
                     self.assertEqual(got["sent"].dtype, np.int16)
-                    np.testing.assert_array_equal(got["sent"], read_wav(self.path / "out.wav"))
+                    np.testing.assert_array_equal(got["sent"], expected)
             with self.subTest(preset=preset, call=True), qvvoice.Call(**layout) as call:
                 whole = len(ref) // call.frame_length * call.frame_length
                 frames = np.split(np.arange(whole), whole // call.frame_length)
@@ -58,12 +64,10 @@ class Bytes(unittest.TestCase):
 
     def test_both_directions_and_the_trace_are_the_tools(self):
         mic, far = made_call(16000, 3)
-        write_wav(self.path / "mic.wav", mic, 16000)
-        write_wav(self.path / "far.wav", far, 16000)
-        tool("process", "--mic", self.path / "mic.wav", "--far", self.path / "far.wav", "--out", self.path / "out.wav",
-             "--played", self.path / "played.wav", "--trace", self.path / "trace.csv")
+        sent = self.by_tool(16000, {"mic": mic, "far": far}, "--played", self.path / "played.wav",
+                            "--trace", self.path / "trace.csv")
         got = qvvoice.process(mic, far=far)
-        np.testing.assert_array_equal(got["sent"], read_wav(self.path / "out.wav"))
+        np.testing.assert_array_equal(got["sent"], sent)
         np.testing.assert_array_equal(got["played"], read_wav(self.path / "played.wav"))
         table = np.genfromtxt(self.path / "trace.csv", delimiter=",", names=True)
         self.assertEqual(["time_s", *got["trace"]], list(table.dtype.names))
@@ -71,24 +75,21 @@ class Bytes(unittest.TestCase):
         for name, column in got["trace"].items():
             np.testing.assert_allclose(column, table[name], rtol=1e-5, err_msg=name)
 
-    def test_floats_are_int16_over_32768(self):
+    def test_floats_are_int16_over_32768_and_a_channel_is_taken_as_it_lies(self):
         mic, ref = made_call(16000, 1)
         scale = np.float32(32768)
         as_words = qvvoice.process(mic, ref)["sent"]
         as_floats = qvvoice.process(mic / scale, ref / scale)["sent"]
         self.assertEqual(as_floats.dtype, np.float32)
         np.testing.assert_array_equal(as_floats * scale, as_words)
+        stereo = np.stack((mic, ref), axis=1)
+        np.testing.assert_array_equal(qvvoice.process(stereo[:, 0], stereo[:, 1])["sent"], as_words)
         odd = np.array([2, -2, np.nan, 0.4 / 32768, 0.6 / 32768] * 64, np.float32)
         rounded = np.array([32767, -32768, 0, 0, 1] * 64, np.int16)
         with qvvoice.Call(PRESET) as one, qvvoice.Call(PRESET) as other:
             for _ in range(3):
                 np.testing.assert_array_equal(one.transmit(odd, odd) * scale, other.transmit(rounded, rounded))
             self.assertEqual(one.trace(), other.trace())
-
-    def test_a_channel_of_a_stereo_array_is_taken_as_it_lies(self):
-        stereo = np.stack(made_call(16000, 1), axis=1)
-        np.testing.assert_array_equal(qvvoice.process(stereo[:, 0], stereo[:, 1])["sent"],
-                                      qvvoice.process(*made_call(16000, 1))["sent"])
 
     def test_measures_are_the_tools(self):
         tool("scene", "--set", "double-talk", "--rate", 8000, "--out", self.path)
@@ -189,39 +190,24 @@ class Calls(unittest.TestCase):
             sent = np.concatenate([any_length.transmit(*piece) for piece in pieces])
             np.testing.assert_array_equal(sent[delay:], whole.transmit(mic, ref)[:-delay])
 
-    def test_other_threads_run_while_frames_do(self):
-        """Both directions at once give what they give alone; the trace is seen to move while a transmit runs."""
-        mic, ref = made_call(16000, 20)
-        with qvvoice.Call(PRESET) as alone, qvvoice.Call(PRESET) as call:
-            expected = alone.transmit(mic, ref), alone.receive(ref)
-            got, seen = [None, None], set()
-            def transmit():
-                got[0] = call.transmit(mic, ref)
-            def receive():
-                got[1] = call.receive(ref)
-            threads = [threading.Thread(target=transmit), threading.Thread(target=receive)]
-            for thread in threads:
-                thread.start()
-            while threads[0].is_alive():
-                seen.add(call.trace()["tx_frame"])
-            for thread in threads:
-                thread.join()
-            self.assertTrue(any(0 < frame < 1000 for frame in seen), "the interpreter's lock was held")
-            for one, other in zip(got, expected):
-                np.testing.assert_array_equal(one, other)
-
-    def test_closing_waits_for_no_frame_and_breaks_none(self):
+    def test_other_threads_run_while_frames_do_and_closing_breaks_none(self):
+        """Both directions at once give what they give alone; the trace is seen to move, and the call is closed, while a
+        transmit runs."""
         mic, ref = made_call(16000, 20)
         with qvvoice.Call(PRESET) as alone:
-            expected = alone.transmit(mic, ref)
-        call, got = qvvoice.Call(PRESET), []
-        thread = threading.Thread(target=lambda: got.append(call.transmit(mic, ref)))
-        thread.start()
-        while call.trace()["tx_frame"] == 0:
-            pass
-        call.close()
-        thread.join()
-        np.testing.assert_array_equal(got[0], expected)
+            expected = alone.transmit(mic, ref), alone.receive(ref)
+        for closing in (False, True):
+            call, seen = qvvoice.Call(PRESET), set()
+            with concurrent.futures.ThreadPoolExecutor() as pool:
+                transmit, receive = pool.submit(call.transmit, mic, ref), pool.submit(call.receive, ref)
+                while not transmit.done() and not (closing and any(seen)):
+                    seen.add(call.trace()["tx_frame"])
+                if closing:
+                    receive.result()
+                    call.close()
+                for one, other in zip((transmit, receive), expected):
+                    np.testing.assert_array_equal(one.result(), other)
+            self.assertTrue(any(0 < frame < 1000 for frame in seen), "the interpreter's lock was held")
 
 
 def arguments_of(function):
