@@ -76,13 +76,12 @@ struct SlowRule {
 
 TEST(EchoRatioGain, follows_its_formulas_at_any_exponent_and_divisor) {
   for (const float exponent : {1.f, 2.f, 3.f, 1.5f}) {
-    start(all_layouts[1]);
-    const AecNlpPara para = {160, bands, 0, 1, exponent, {1, 0.5f, 2, 8, 0, 3}};
-    AecNlpState st;
-    AEC_NlpInit(&para, &st);
+    const std::array<float, 8> factors = {1, 0.5f, 2, 8, 0, 3};
+    Suppressor suppressor(all_layouts[1], false, true, exponent, factors);
+    AecNlpSerState &ser = suppressor.st.stSer;
     Signal divisor;
     for (size_t b = 0; b < bands; ++b)
-      divisor.push_back(para.afBandSupFactor[b / 4]);
+      divisor.push_back(factors[b / 4]);
     SlowRule slow;
     for (uint32_t frame = 0; frame < 60; ++frame) {
       Signal ps = noise_values(2 * frame, bands, 10.f), echo = noise_values(2 * frame + 1, bands, 7.f);
@@ -91,14 +90,13 @@ TEST(EchoRatioGain, follows_its_formulas_at_any_exponent_and_divisor) {
         echo[b] = std::exp(echo[b]);
       }
       const float leak = std::array{0.f, 0.2f, 0.5f, 0.9f}[frame % 4];
-      AEC_NlpSerCancel(ps.data(), echo.data(), bands, &st.stSer, leak);
+      AEC_NlpSerCancel(ps.data(), echo.data(), bands, &ser, leak);
       slow.frame(ps, echo, leak, exponent, divisor, frame == 0);
       for (size_t b = 0; b < bands; ++b) {
-        ASSERT_NEAR(st.stSer.pfGain2[b], slow.gain[b], 2e-4) << "exponent " << exponent << ", frame " << frame;
-        ASSERT_NEAR(st.stSer.pfOldPs[b] / slow.old[b], 1, 1e-3) << "exponent " << exponent << ", frame " << frame;
+        ASSERT_NEAR(ser.pfGain2[b], slow.gain[b], 2e-4) << "exponent " << exponent << ", frame " << frame;
+        ASSERT_NEAR(ser.pfOldPs[b] / slow.old[b], 1, 1e-3) << "exponent " << exponent << ", frame " << frame;
       }
     }
-    AEC_NlpDestory(&st);
   }
 }
 
@@ -124,24 +122,21 @@ TEST(CoherenceGain, takes_the_lesser_coherence_unless_only_the_near_end_talks) {
                         Case{"exponent 3, odds divided by 4", 0.5f, 0.9f, 0.4f, 1, 3, 4, 1, 0.4f, 0.125f / 3.625f},
                         Case{"odds times 2", 0.5f, 0.9f, 0.4f, 1, 1, 0.5f, 1, 0.4f, 0.5f / 0.75f},
                         Case{"not finite becomes 0", 0, 0.9f, 0.4f, 1, -2, 1, 1, 0.4f, 0}}) {
-    start(all_layouts[0]);
-    const AecNlpPara para = {128, bands,      1,
-                             0,   c.exponent, {c.divisor, c.divisor, c.divisor, c.divisor, c.divisor, c.divisor}};
-    AecNlpState st;
-    AEC_NlpInit(&para, &st);
-    st.stCoh.fXdAvgMin = c.minimum;
-    st.stCoh.swEchoState = c.state;
+    const float d = c.divisor;
+    Suppressor suppressor(all_layouts[0], true, false, c.exponent, {d, d, d, d, d, d});
+    AecNlpCohState &coh = suppressor.st.stCoh;
+    coh.fXdAvgMin = c.minimum;
+    coh.swEchoState = c.state;
     Signal error(256, 1.f), power(bins, 1.f), beyond(error);
     Signal coherence(bins, c.error_coherence), incoherence(bins, c.incoherence);
     for (const size_t outside : {10, 72}) // the decisions look at bins 11 to 71 only
       coherence[outside] = incoherence[outside] = 0.f;
     AEC_NlpCohCancel(coherence.data(), incoherence.data(), beyond.data(), error.data(), power.data(), power.data(), 128,
-                     256, &st.stCoh);
-    EXPECT_EQ(st.stCoh.swEchoState, c.state_after) << c.what;
-    EXPECT_NEAR(st.stCoh.fXdAvgMin, std::min(c.minimum_after + 0.0004f, 1.f), 1e-6) << c.what;
+                     256, &coh);
+    EXPECT_EQ(coh.swEchoState, c.state_after) << c.what;
+    EXPECT_NEAR(coh.fXdAvgMin, std::min(c.minimum_after + 0.0004f, 1.f), 1e-6) << c.what;
     for (const size_t bin : {0, 11, 71, 127}) // the bands end below Nyquist
-      EXPECT_NEAR(st.stCoh.pfHnl[bin], c.gain, 2e-4) << c.what << ", bin " << bin;
-    AEC_NlpDestory(&st);
+      EXPECT_NEAR(coh.pfHnl[bin], c.gain, 2e-4) << c.what << ", bin " << bin;
   }
 }
 

@@ -137,10 +137,8 @@ struct SlowSpectrum {
 // Both suppressors' frames: what is measured, which gain the error's spectrum gets, and the overlap-add.
 TEST(Suppressor, every_frame_is_that_of_the_formulas) {
   for (const bool ser : {false, true}) {
-    start(all_layouts[1]);
-    const AecNlpPara para = {n, bands, !ser, ser, 1.f, {1, 1, 2, 1, 1, 1}};
-    AecNlpState st;
-    AEC_NlpInit(&para, &st);
+    Suppressor suppressor(all_layouts[1], !ser, ser, 1, {1, 1, 2, 1, 1, 1});
+    AecNlpState &st = suppressor.st;
     AecDtdState dtd;
     AecDtdPara judged = g_stVoicePara.stAec.stDtd;
     judged.afBandFarThr[0] = judged.afBandFarThr[2] = judged.afBandFarThr[5] =
@@ -229,16 +227,13 @@ TEST(Suppressor, every_frame_is_that_of_the_formulas) {
     }
     EXPECT_GT(std::min({passed, muted, shaped}), 5) << passed << " " << muted << " " << shaped;
     EXPECT_GT(idle_bands, 0);
-    AEC_NlpDestory(&st);
   }
 }
 
 // Clicks of six units, the same in all signals: their powers' product is near the 1e-10 that is added to it.
 TEST(Suppressor, signals_next_to_silence_are_not_coherent) {
-  start(all_layouts[1]);
-  const AecNlpPara para = {n, bands, 0, 0, 1.f, {}};
-  AecNlpState st;
-  AEC_NlpInit(&para, &st);
+  Suppressor suppressor(all_layouts[1], false, false);
+  AecNlpState &st = suppressor.st;
   AecDtdState dtd;
   AEC_DtdInit(&g_stVoicePara.stAec.stDtd, &dtd);
   Samples click(n, 0), out;
@@ -252,7 +247,6 @@ TEST(Suppressor, signals_next_to_silence_are_not_coherent) {
     EXPECT_NEAR(st.pfCohFarNear[k], far.coherence(near, k), 1e-4) << k;
   EXPECT_GT(st.pfCohFarNear[40], 0.05f);
   EXPECT_LT(st.pfCohFarNear[40], 0.7f);
-  AEC_NlpDestory(&st);
 }
 
 } // namespace

@@ -41,17 +41,13 @@ TEST(Suppressor, ranks_of_a_range_count_from_its_largest_and_stay_within) {
 }
 
 // With a detector that judges nothing and counts nothing: always double talk.
-struct Suppressor {
-  explicit Suppressor(const Layout &layout, bool ser = false, bool coh = true)
-      : n(size_t(layout.frame_len)), bands(size_t(layout.bands)), gain(n + 1, 1.f) {
-    start(layout);
-    const AecNlpPara para = {layout.frame_len, layout.bands, coh, ser, 1.f, {1, 1, 1, 1, 1, 1, 1, 1}};
-    AEC_NlpInit(&para, &st);
+struct Frames : Suppressor {
+  explicit Frames(const Layout &layout, bool ser = false)
+      : Suppressor(layout, true, ser), n(size_t(layout.frame_len)), bands(size_t(layout.bands)), gain(n + 1, 1.f) {
     AecDtdPara detector = {};
     detector.swBandNum = layout.bands;
     AEC_DtdInit(&detector, &dtd);
   }
-  ~Suppressor() { AEC_NlpDestory(&st); }
 
   Samples frame(const Samples &mic, const Samples &far, Samples io, int32_t talk_state) {
     dtd.swTalkState = talk_state;
@@ -73,12 +69,11 @@ struct Suppressor {
 
   const size_t n, bands;
   Signal gain;
-  AecNlpState st;
   AecDtdState dtd;
 };
 
 TEST(Suppressor, replaces_a_diverged_filter_by_the_microphone_and_forgets_coherence_in_2500_frames) {
-  Suppressor s(all_layouts[0]);
+  Frames s(all_layouts[0]);
   AecNlpCohState &coh = s.st.stCoh;
   const Signal error_coherence(129, 0.5f), incoherence(129, 0.9f), near_psd(129, 1.f), mic(256, 2.f);
   Signal out;
@@ -104,8 +99,8 @@ TEST(Suppressor, replaces_a_diverged_filter_by_the_microphone_and_forgets_cohere
 TEST(Suppressor, survives_an_undefined_value_in_any_state) {
   const Layout &layout = all_layouts[1];
   for (const bool ser : {false, true})
-    for (size_t m = 0; m < Suppressor(layout, ser).memories().size(); ++m) {
-      Suppressor hit(layout, ser), twin(layout, ser);
+    for (size_t m = 0; m < Frames(layout, ser).memories().size(); ++m) {
+      Frames hit(layout, ser), twin(layout, ser);
       int32_t muted = 0;
       for (uint32_t frame = 0; frame < 150; ++frame) {
         const std::span<float> memory = hit.memories()[m];

@@ -1,6 +1,7 @@
 // Deterministic signals and echo paths of the echo canceller's tests.
 #pragma once
 
+#include <array>
 #include <complex>
 #include <numeric>
 #include <ranges>
@@ -66,5 +67,18 @@ using Memories = std::vector<std::span<float>>; // arrays of a state record
 inline bool all_finite(const Memories &memories) {
   return std::ranges::all_of(memories | std::views::join, [](float x) { return std::isfinite(x); });
 }
+
+/// A suppressor by itself, by coherence or by echo ratios.
+struct Suppressor {
+  Suppressor(const Layout &layout, bool coh, bool ser, float exponent = 1,
+             std::array<float, 8> divisors = {1, 1, 1, 1, 1, 1, 1, 1}) {
+    start(layout);
+    AecNlpPara para = {layout.frame_len, layout.bands, coh, ser, exponent, {}};
+    std::ranges::copy(divisors, para.afBandSupFactor);
+    AEC_NlpInit(&para, &st);
+  }
+  ~Suppressor() { AEC_NlpDestory(&st); }
+  AecNlpState st;
+};
 
 } // namespace qv::test

@@ -37,7 +37,7 @@ TEST(Calls, give_the_bytes_of_the_process_entry_points) {
       int32_t tx[2], rx[2];
       ASSERT_EQ(QV_VOICE_GetLatency(tx, rx), QV_VOICE_OK);
       const CallPtr call = make_call(layout, image);
-      EXPECT_EQ(run(call, layout, signals), expected) << layout;
+      EXPECT_EQ(run(call.get(), layout, signals), expected) << layout;
       ASSERT_EQ(qv_call_latency(call.get(), tx + 1, rx + 1), QV_VOICE_OK);
       EXPECT_EQ(tx[0], tx[1]);
       EXPECT_EQ(rx[0], rx[1]);
@@ -52,7 +52,9 @@ TEST(Calls, give_the_bytes_of_the_process_entry_points) {
 
 TEST(Calls, comfort_noise_follows_the_seed) {
   const Call signals(wide, 60);
-  const auto sent = [&](uint32_t seed) { return run(make_call(wide, busy_image(16000), seed), wide, signals).sent; };
+  const auto sent = [&](uint32_t seed) {
+    return run(make_call(wide, busy_image(16000), seed).get(), wide, signals).sent;
+  };
   const Samples first = sent(1);
   EXPECT_EQ(sent(1), first);
   EXPECT_NE(sent(2), first);
@@ -206,13 +208,13 @@ TEST(Replacement, keeps_what_the_canceller_has_learnt) {
   Image image = quiet_image(16000);
   const Call signals(layout, 300);
   const CallPtr call = make_call(layout, image);
-  run(call, layout, signals);
+  run(call.get(), layout, signals);
   const QvVoiceTrace before = trace_of(call);
   image[15] = 2;
   image[123] = int16_t(image[123] + 100);
   image[tx_equaliser] = 0;
   EXPECT_EQ(replace(call, image), 0u);
-  run(call, layout, Call(layout, 10));
+  run(call.get(), layout, Call(layout, 10));
   const QvVoiceTrace after = trace_of(call);
   EXPECT_EQ(before.filter_adapted, 1);
   EXPECT_EQ(after.filter_adapted, 1);
@@ -232,20 +234,20 @@ TEST(Replacement, keeps_what_the_canceller_has_learnt) {
                         {canceller, 1, QV_CALL_TRANSMIT_PAUSES | QV_CALL_ECHO_RELEARNED}}) {
     image[c.word] = c.value;
     EXPECT_EQ(replace(call, image), c.effects) << "word " << c.word << " = " << c.value;
-    run(call, layout, Call(layout, 1));
+    run(call.get(), layout, Call(layout, 1));
     EXPECT_TRUE(c.word != echo_delay || trace_of(call).echo_delay == c.value) << trace_of(call).echo_delay;
   }
   // The canceller goes and comes in the pause; while it runs, the output may not be the microphone.
   for (const auto &[enabled, status] : {std::pair{0, QV_VOICE_OK}, {1, QV_VOICE_BAD_ARGUMENT}}) {
     image[canceller] = int16_t(enabled);
     replace(call, image);
-    run(call, layout, Call(layout, 20));
+    run(call.get(), layout, Call(layout, 20));
     Samples buffer(320), silent(320);
     EXPECT_EQ(qv_call_transmit(call.get(), buffer.data(), silent.data(), buffer.data()), status) << enabled;
   }
 
   const CallPtr fresh = make_call(layout, image); // the given delay holds from the start
-  run(fresh, layout, Call(layout, 1));
+  run(fresh.get(), layout, Call(layout, 1));
   EXPECT_EQ(trace_of(fresh).echo_delay, 160);
   image[0] = 8000;
   EXPECT_EQ(qv_call_replace_parameters(call.get(), image.data(), nullptr), QV_VOICE_REFUSED);

@@ -41,12 +41,12 @@ inline uint32_t replace(const CallPtr &call, const config::Image &image) {
 }
 
 /// Both directions of a call frame by frame; the reference is the receive output, or the far end itself.
-inline Outputs run(const CallPtr &call, const Layout &layout, const Call &signals, bool far_is_reference = false) {
+inline Outputs run(qv_call *call, const Layout &layout, const Call &signals, bool far_is_reference = false) {
   Outputs out{Samples(signals.far.size()), Samples(signals.mic.size())};
   const Samples &reference = far_is_reference ? signals.far : out.played;
   for (size_t at = 0; at < signals.mic.size(); at += size_t(layout.frame_len)) {
-    EXPECT_EQ(qv_call_receive(call.get(), &signals.far[at], &out.played[at]), QV_VOICE_OK);
-    EXPECT_EQ(qv_call_transmit(call.get(), &signals.mic[at], &reference[at], &out.sent[at]), QV_VOICE_OK);
+    EXPECT_EQ(qv_call_receive(call, &signals.far[at], &out.played[at]), QV_VOICE_OK);
+    EXPECT_EQ(qv_call_transmit(call, &signals.mic[at], &reference[at], &out.sent[at]), QV_VOICE_OK);
   }
   return out;
 }

@@ -30,7 +30,7 @@ TEST(Stream, gives_the_frames_of_the_call_as_late_as_it_says) {
     SCOPED_TRACE(blocks.what);
     const bool is_odd = (&blocks - table) % 2;
     const auto image = is_odd ? marked(busy_image(16000)) : busy_image(16000);
-    const Outputs expected = run(make_call(layout, image), layout, signals, true);
+    const Outputs expected = run(make_call(layout, image).get(), layout, signals, true);
     const CallPtr call = make_call(layout, image), float_call = make_call(layout, image);
     qv_stream *made[2];
     ASSERT_EQ(qv_stream_create(call.get(), blocks.block, &made[0]), QV_VOICE_OK);

@@ -25,7 +25,7 @@ TEST(Threads, calls_do_not_touch_each_other_nor_do_their_directions) {
   for (size_t c = 0; c < call_count; ++c) {
     const Layout &layout = all_layouts[c % 4];
     signals.emplace_back(layout, int32_t(frames));
-    expected.push_back(run(make_call(layout, image_of(c), uint32_t(c)), layout, signals[c], true));
+    expected.push_back(run(make_call(layout, image_of(c), uint32_t(c)).get(), layout, signals[c], true));
     out.push_back({Samples(signals[c].far.size()), Samples(signals[c].far.size())});
     calls.push_back(make_call(layout, image_of(c), uint32_t(c)));
   }
@@ -80,7 +80,7 @@ TEST(Threads, process_entry_points_and_replacements) {
   image[440] = 0; // rand() is not ours to keep in order
   ASSERT_EQ(QV_VOICE_InitImage(image.data(), layout.rate, layout.frame_len), QV_VOICE_OK);
   const CallPtr call = make_call(layout, image);
-  const Outputs alone = run(call, layout, signals, true);
+  const Outputs alone = run(call.get(), layout, signals, true);
   Outputs out = alone, retuned = alone;
   std::atomic<int> at_work{2};
   std::thread receiver([&] {
