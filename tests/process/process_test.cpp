@@ -205,7 +205,7 @@ TEST_F(Process, each_direction_writes_what_the_frame_calls_give) {
     const config::Image image = test::busy_image(layout.rate);
     const test::CallPtr call = test::make_call(layout, image, /*seed*/ 0);
     ASSERT_TRUE(call);
-    test::Outputs expected = test::run(call, layout, whole);
+    test::Outputs expected = test::run(call.get(), layout, whole);
     expected.played.resize(length);
     expected.sent.resize(length);
     Samples both;
