@@ -1,0 +1,64 @@
+'use strict';
+// Brings the parts of the tuner together: parameters on one side, the call that they are heard in on the other.
+
+/// Runs `work` soon after the last of a burst of calls; a call while it runs aborts that run.
+function newestWins(work, milliseconds = 40) {
+  let timer, running;
+  return () => {
+    clearTimeout(timer);
+    timer = setTimeout(async () => {
+      running?.abort();
+      const own = running = new AbortController();
+      try {
+        await work(own.signal);
+      } catch (error) {
+        if (error.name !== 'AbortError') showMessage(error.message, 'wrong');
+      }
+    }, milliseconds);
+  };
+}
+
+/// What the page has to say; errors interrupt a screen reader.
+function showMessage(text, kind = 'ok') {
+  byId('message').role = kind === 'wrong' ? 'alert' : 'status';
+  byId('message').className = kind;
+  byId('message').textContent = text;
+}
+
+const isParameterFile = file => /\.(toml|para|txt|bin)$/i.test(file.name);
+
+/// Parameter files go to the set that is shown, everything else is a recording.
+function takeDrops(files, view) {
+  addEventListener('dragover', event => event.preventDefault());
+  addEventListener('drop', event => {
+    event.preventDefault();
+    const dropped = [...event.dataTransfer.files];
+    const parameters = dropped.filter(isParameterFile), recordings = dropped.filter(file => !isParameterFile(file));
+    if (parameters.length) files.open(parameters[0]);
+    if (recordings.length) view.open(recordings);
+  });
+}
+
+async function start() {
+  startTheme();
+  const client = await Client.create();
+  const hello = await client.ask('hello');
+  const state = new State(client, hello);
+  const panel = new Panel(state, byId('panel'));
+  const files = new Files(client, state);
+  // The view shows and plays the call: open(files) takes recordings, render(slot, words, frame_ms, signal) brings the
+  // output of a set up to date; its event 'call' tells the rate ({detail: {rate}}) of a call that it has opened.
+  const view = new View(client, state);
+  view.addEventListener('call', event => state.setCallRate(event.detail.rate));
+  const render = Object.fromEntries(['a', 'b'].map(slot => [slot, newestWins(signal => {
+    const {words, frame_ms} = state.sets[slot];
+    return view.render(slot, words, frame_ms, signal);
+  })]));
+  state.addEventListener('words', event => render[event.detail.slot]());
+  takeDrops(files, view);
+  await files.begin();
+  await view.begin();
+  document.documentElement.dataset.ready = 'yes';
+}
+
+start().catch(error => showMessage(error.message, 'wrong'));
