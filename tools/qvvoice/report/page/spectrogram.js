@@ -28,22 +28,24 @@ class Spectrogram {
     const image = new Image();
     image.src = `data:image/png;base64,${png}`;
     await image.decode();
-    return new Spectrogram(image);
+    const {naturalWidth: width, naturalHeight: height} = image;
+    const context = create('canvas', {width, height}).getContext('2d');
+    context.drawImage(image, 0, 0);
+    const words = new Uint32Array(context.getImageData(0, 0, width, height).data.buffer);
+    return new Spectrogram(Uint8Array.from(words, word => word & 255), width, height);
   }
 
-  constructor(image) {
-    this.canvas = create('canvas', {width: image.naturalWidth, height: image.naturalHeight});
-    this.context = this.canvas.getContext('2d', {willReadFrequently: true});
-    this.context.drawImage(image, 0, 0);
-    this.pixels = this.context.getImageData(0, 0, this.canvas.width, this.canvas.height);
-    const words = new Uint32Array(this.pixels.data.buffer);
-    this.greys = Uint8Array.from(words, word => word & 255);
+  /// @param greys  [height][width], the highest frequency first
+  constructor(greys, width, height) {
+    this.greys = greys;
+    this.canvas = create('canvas', {width, height});
+    this.pixels = new ImageData(width, height);
   }
 
   paint(table) {
     const words = new Uint32Array(this.pixels.data.buffer);
     for (let i = 0; i < words.length; ++i) words[i] = table[this.greys[i]];
-    this.context.putImageData(this.pixels, 0, 0);
+    this.canvas.getContext('2d').putImageData(this.pixels, 0, 0);
   }
 
   /// dB, or null outside the picture.
