@@ -1,26 +1,12 @@
 'use strict';
 // The page of one call: its charts, its player, its numbers.
 
-function paintPictures(pictures) {
-  const from = +byId('darkest').value, to = +byId('brightest').value;
-  byId('contrast').textContent = `${from} to ${to} dB`;
-  const table = colourTable(isDark() ? heat.dark : heat.light, from, to);
-  for (const picture of pictures) picture.paint(table);
-}
-
 async function buildCharts() {
   const pictures = await Promise.all(data.signals.map(signal => Spectrogram.load(signal.picture)));
-  paintPictures(pictures);
+  startPictures();
   data.signals.forEach((signal, k) => addPicture(signal, pictures[k], k === data.signals.length - 1));
   addStrips(data.strips);
   data.lanes.forEach((lane, k) => addLane(lane, k === data.lanes.length - 1));
-  joinCharts();
-  const repaint = () => {
-    paintPictures(pictures);
-    for (const chart of charts.slice(0, pictures.length)) redraw(chart);
-  };
-  themeListeners.unshift(() => paintPictures(pictures));
-  for (const id of ['darkest', 'brightest']) byId(id).addEventListener('input', repaint);
 }
 
 async function start() {
@@ -40,7 +26,6 @@ async function start() {
   buildTransport(data.signals);
   await buildCharts();
   timeChart.ready(() => choose(data.signals[0].id));
-  addEventListener('resize', () => requestAnimationFrame(drawPlayhead));
   document.documentElement.dataset.ready = 'yes';
 }
 

@@ -17,13 +17,16 @@ function drawWaiting() {
   const end = performance.now() + 10; // ms
   for (const [chart, options] of waiting) {
     waiting.delete(chart);
-    chart.updateOptions({...options, dateWindow: chart.xAxisRange()});
+    if (!chart.figure.hidden) chart.resize(); // does nothing where the size has not changed
+    chart.updateOptions({...options, dateWindow: chart.xAxisRange()}, chart.figure.hidden);
     if (performance.now() > end) break;
   }
   if (waiting.size > 0) requestAnimationFrame(drawWaiting);
 }
 
-const visible = () => timeChart.xAxisRange();
+new ResizeObserver(() => charts.forEach(chart => redraw(chart))).observe(byId('charts'));
+
+const visible = () => timeChart?.xAxisRange() ?? [0, data.seconds];
 
 /// Shows a part of the call, kept within it.
 function show(begin, end) {
@@ -110,33 +113,48 @@ function addChart(kind, title, rows, options) {
   byId('charts').append(figure);
   const chart = new Dygraph(box, rows, {
     ...chartColours(),
+    dateWindow: visible(),
     legend: 'always', labelsDiv: readout, highlightCircleSize: 2.5, rightGap: 8,
     interactionModel: interaction, drawAxesAtZero: false, xRangePad: 0,
     drawCallback: takeAlong,
     clickCallback: event => byId('charts').dispatchEvent(new CustomEvent('seek', {detail: timeAt(chart, event)})),
     ...options,
     axes: {x: {drawAxis: options.timeAxis, valueFormatter: seconds, axisLabelFormatter: time => `${+time.toFixed(3)} s`},
-           y: {axisLabelWidth: 116, pixelsPerLabel: 24, ...options.yAxis}},
+           y: {axisLabelWidth: innerWidth < 600 ? 72 : 116, pixelsPerLabel: 24, ...options.yAxis}},
   });
   Object.assign(chart, {title, figure});
   charts.push(chart);
+  timeChart = charts[0];
   return chart;
 }
 
 function removeChart(chart) {
   charts.splice(charts.indexOf(chart), 1);
+  timeChart = charts[0];
   waiting.delete(chart);
   chart.figure.remove();
   chart.destroy();
 }
 
-/// @param picture  a Spectrogram; another one may be put in its place as `chart.picture`
+/// Colours of all pictures by the page's two levels, which are followed from now on.
+function startPictures() {
+  const choose = () => {
+    const from = +byId('darkest').value, to = +byId('brightest').value;
+    byId('contrast').textContent = `${from} to ${to} dB`;
+    Spectrogram.colours = colourTable(isDark() ? heat.dark : heat.light, from, to);
+    for (const chart of charts.filter(chart => chart.picture)) redraw(chart);
+  };
+  choose();
+  themeListeners.push(choose);
+  for (const id of ['darkest', 'brightest']) byId(id).addEventListener('input', choose);
+}
+
+/// @param picture  a Spectrogram or nothing; another one may be put in its place as `chart.picture`
 function addPicture(signal, picture, timeAxis) {
   const top = data.rate / 2000;
   const rows = [[0, null], [data.seconds, null]];
   const chart = addChart('picture', signal.title, rows, {
     timeAxis, labels: ['time', 'kHz'], valueRange: [0, top], legendFormatter: () => '', drawGrid: false,
-    dateWindow: [0, data.seconds],
     underlayCallback: (context, area, own) => (own.picture ?? picture)?.draw(context, area, own.xAxisRange(), own.yAxisRange()),
     yAxis: {axisLabelFormatter: khz => `${+khz.toFixed(2)} kHz`},
   });
@@ -154,7 +172,7 @@ function addPicture(signal, picture, timeAxis) {
 
 /// Series of another run have the colours of this run's, dashed.
 function seriesLook(lane) {
-  const name = series => series.label.replace(', other', '');
+  const name = series => series.other ? series.label.replace(/, [^,]*$/, '') : series.label;
   const names = [...new Set(lane.series.map(name))];
   const place = series => names.indexOf(name(series));
   return {
@@ -198,7 +216,7 @@ function laneOptions(lane) {
 
 function addLane(lane, timeAxis) {
   const chart = addChart('lane', lane.title, rowsOf(lane), {
-    ...laneOptions(lane), timeAxis, dateWindow: [0, data.seconds],
+    ...laneOptions(lane), timeAxis,
     yAxis: {axisLabelFormatter: value => `${+value.toFixed(2)} ${lane.unit}`},
   });
   chart.lane = lane;
@@ -227,14 +245,29 @@ function addStrips(strips) {
   const rows = [[0, null], [data.seconds, null]];
   const height = strips.rows.length;
   const chart = addChart('strips', strips.title, rows, {
-    style: `--rows: ${height}`, timeAxis: false, labels: ['time', 'state'], valueRange: [height, 0], drawGrid: false, dateWindow: [0, data.seconds], legendFormatter: () => '',
-    underlayCallback: (context, area, own) => drawStrips(context, area, own, strips),
-    yAxis: {ticker: () => strips.rows.map((row, k) => ({v: k + 0.5, label: row.label}))},
+    style: `--rows: ${height}`, timeAxis: false, labels: ['time', 'state'], valueRange: [height, 0], drawGrid: false, legendFormatter: () => '',
+    underlayCallback: (context, area, own) => drawStrips(context, area, own, own.strips ?? strips),
+    yAxis: {ticker: (a, b, pixels, options, own) => (own.strips ?? strips).rows.map((row, k) => ({v: k + 0.5, label: row.label}))},
   });
-  const key = [...new Map(strips.rows.flatMap(row => row.states.filter(state => state.label).map(state => [state.label, state])))];
-  chart.getOption('labelsDiv').innerHTML =
-    key.map(([label, state]) => `<span style="color:var(--${state.colour})">&#9632;</span> ${label}`).join('&ensp;');
+  chart.strips = strips;
+  nameStates(chart);
   return chart;
+}
+
+function nameStates(chart) {
+  const states = chart.strips.rows.flatMap(row => row.states.filter(state => state.label));
+  const key = [...new Map(states.map(state => [state.label, state.colour]))];
+  chart.getOption('labelsDiv').replaceChildren(
+    ...key.flatMap(([label, name]) => [create('span', {style: `color:var(--${name})`}, '■'), ` ${label}\u2002`]));
+}
+
+/// Other states in place of a chart's, at the same zoom.
+function updateStrips(chart, strips) {
+  chart.strips = strips;
+  nameStates(chart);
+  chart.graphDiv.parentElement.style.setProperty('--rows', strips.rows.length);
+  chart.updateOptions({valueRange: [strips.rows.length, 0]}, true);
+  redraw(chart);
 }
 
 function drawStrips(context, area, chart, strips) {
@@ -251,10 +284,6 @@ function drawStrips(context, area, chart, strips) {
   });
 }
 
-/// To be called when all charts are there.
-function joinCharts() {
-  timeChart = charts[0];
-  themeListeners.push(() => {
-    for (const chart of charts) redraw(chart, {...chartColours(), ...(chart.lane && {colors: seriesLook(chart.lane).colors})});
-  });
-}
+themeListeners.push(() => {
+  for (const chart of charts) redraw(chart, {...chartColours(), ...(chart.lane && {colors: seriesLook(chart.lane).colors})});
+});

@@ -24,6 +24,8 @@ function colourTable(stops, from, to) {
 }
 
 class Spectrogram {
+  static colours; // [256] pixels of the grey levels; pictures painted otherwise are painted anew when drawn
+
   static async load(png) {
     const image = new Image();
     image.src = `data:image/png;base64,${png}`;
@@ -42,9 +44,10 @@ class Spectrogram {
     this.pixels = new ImageData(width, height);
   }
 
-  paint(table) {
+  #paint() {
+    this.painted = Spectrogram.colours;
     const words = new Uint32Array(this.pixels.data.buffer);
-    for (let i = 0; i < words.length; ++i) words[i] = table[this.greys[i]];
+    for (let i = 0; i < words.length; ++i) words[i] = this.painted[this.greys[i]];
     this.canvas.getContext('2d').putImageData(this.pixels, 0, 0);
   }
 
@@ -58,6 +61,7 @@ class Spectrogram {
 
   /// Draws the part between two times (s) and two frequencies (kHz) over an area of a chart.
   draw(context, area, [begin, end], [low, high]) {
+    if (this.painted !== Spectrogram.colours) this.#paint();
     const column = time => time / data.spectrogram.column_seconds + 0.5;
     const row = khz => this.canvas.height - (1000 * khz / data.spectrogram.row_hz + 0.5);
     const width = column(end) - column(begin);

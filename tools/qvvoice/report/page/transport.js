@@ -15,6 +15,9 @@ function mark(begin, end) {
   drawPlayhead();
 }
 
+const markFrom = () => mark(player.time, region?.[1] ?? visible()[1]);
+const markTo = () => mark(region?.[0] ?? visible()[0], player.time);
+
 function placeOverlay(id, begin, end) {
   const area = timeChart.getArea();
   const [left, right] = [begin, end].map(time => Math.min(Math.max(timeChart.toDomXCoord(time), area.x), area.x + area.w));
@@ -25,6 +28,7 @@ function placeOverlay(id, begin, end) {
 }
 
 function drawPlayhead() {
+  if (!timeChart) return;
   placeOverlay('playhead', player.time, player.time);
   byId('region').hidden = !region;
   if (region) placeOverlay('region', ...region);
@@ -68,7 +72,8 @@ function takesKey(element, key) {
 }
 
 /// @param signals  [{id, title, key}] to be heard one at a time by a button, a digit and, if given, a letter
-function buildTransport(signals) {
+/// @param ownKeys  {key: action} of the page beyond those that all pages have
+function buildTransport(signals, ownKeys = {}) {
   byId('choices').append(...signals.map((signal, k) => {
     const button = create('button', {title: `Hear: ${signal.title} (${[k + 1, signal.key].filter(Boolean).join(' or ')})`},
       signal.title);
@@ -79,6 +84,7 @@ function buildTransport(signals) {
   }));
   byId('charts').addEventListener('seek', event => { player.seek(event.detail); drawPlayhead(); });
   byId('charts').addEventListener('range', drawPlayhead);
+  addEventListener('resize', () => requestAnimationFrame(drawPlayhead));
   byId('boost').addEventListener('input', event => {
     player.boost = +event.target.value;
     byId('boost-value').textContent = `${player.boost} dB`;
@@ -92,8 +98,7 @@ function buildTransport(signals) {
   const keys = {
     ' ': toggle, '+': actions['zoom-in'], '=': actions['zoom-in'], '-': actions['zoom-out'], '0': actions['zoom-all'],
     Home: actions['zoom-all'], ArrowLeft: () => pan(-0.2), ArrowRight: () => pan(0.2), t: () => setTheme(!isDark()),
-    l: () => byId('loop').click(), '[': () => mark(player.time, region?.[1] ?? visible()[1]),
-    ']': () => mark(region?.[0] ?? visible()[0], player.time), Escape: () => mark(0, 0)};
+    l: () => byId('loop').click(), '[': markFrom, ']': markTo, Escape: () => mark(0, 0), ...ownKeys};
   signals.forEach((signal, k) => { keys[k + 1] = keys[signal.key] = () => choose(signal.id); });
   document.addEventListener('keydown', event => {
     if (event.ctrlKey || event.metaKey || event.altKey || takesKey(event.target, event.key)) return;
