@@ -39,13 +39,30 @@ function takeDrops(files, view) {
   });
 }
 
+/// Keys of the parameters; boxes to write in keep theirs, but for undo, which goes through all changes.
+function takeKeys(state, panel, files) {
+  addEventListener('keydown', event => {
+    const writing = event.target.matches('textarea, [type="search"], [type="text"]');
+    const key = event.key.toLowerCase(), control = event.ctrlKey || event.metaKey;
+    if (control && key === 'z' && !writing) event.shiftKey ? state.redo() : state.undo();
+    else if (control && key === 'y' && !writing) state.redo();
+    else if (control && key === 's') files.saveText();
+    else if (!control && !event.altKey && key === '/' && !event.target.matches('input, textarea')) panel.search.focus();
+    else return;
+    event.preventDefault();
+  });
+}
+
 async function start() {
   startTheme();
   const client = await Client.create();
   const hello = await client.ask('hello');
   const state = new State(client, hello);
   const panel = new Panel(state, byId('panel'));
+  addCurves(state, panel);
   const files = new Files(client, state);
+  new SetBar(state, files, byId('panel'));
+  takeKeys(state, panel, files);
   // The view shows and plays the call: open(files) takes recordings, render(slot, words, frame_ms, signal) brings the
   // output of a set up to date; its event 'call' tells the rate ({detail: {rate}}) of a call that it has opened.
   const view = new View(client, state);
@@ -54,6 +71,7 @@ async function start() {
     const {words, frame_ms} = state.sets[slot];
     return view.render(slot, words, frame_ms, signal);
   })]));
+  state.addEventListener('failed', event => showMessage(event.detail.message, 'wrong'));
   state.addEventListener('words', event => render[event.detail.slot]());
   takeDrops(files, view);
   await files.begin();
