@@ -25,7 +25,7 @@ class Live {
     on('live-headphones', 'change', () => this.#setVolumes());
     on('live-take', 'click', () => this.#take());
     for (const name of ['mic', 'ref', 'out'])
-      on(`live-save-${name}`, 'click', () => saveFile(wavFile(this.recorded(name), this.rate), `live-${name}.wav`));
+      on(`live-save-${name}`, 'click', () => save(`live-${name}.wav`, wavFile(this.recorded(name), this.rate), 'audio/wav'));
     for (const type of ['words', 'sets']) state.addEventListener(type, () => this.#follow());
   }
 
@@ -57,9 +57,8 @@ class Live {
     const context = this.context = new AudioContext({sampleRate: rate, latencyHint: 'interactive'});
     Object.assign(this, {rate, frame_ms, words, heard: 0, trace: {}});
     for (const name in this.#pieces) this.#pieces[name] = [];
-    const script = URL.createObjectURL(new Blob([byId('worklet').textContent], {type: 'text/javascript'}));
-    await context.audioWorklet.addModule(script);
-    URL.revokeObjectURL(script);
+    // Not a blob's address: to a page from disk browsers do not give those as modules.
+    await context.audioWorklet.addModule(`data:text/javascript,${encodeURIComponent(byId('worklet').textContent)}`);
     this.node = new AudioWorkletNode(context, 'qv-live', {numberOfInputs: 2, outputChannelCount: [1], channelCount: 1,
       channelCountMode: 'explicit', processorOptions: {engine: await engineBytes(), words, frame_ms}});
     this.node.port.onmessage = ({data}) => this.#hear(data);

@@ -30,9 +30,9 @@ const isParameterFile = file => /\.(toml|para|txt|bin)$/i.test(file.name);
 /// Parameter files go to the set that is shown, everything else is a recording.
 function takeDrops(files, view) {
   addEventListener('dragover', event => event.preventDefault());
-  addEventListener('drop', event => {
+  addEventListener('drop', async event => {
     event.preventDefault();
-    const dropped = [...event.dataTransfer.files];
+    const dropped = await droppedFiles(event.dataTransfer);
     const parameters = dropped.filter(isParameterFile), recordings = dropped.filter(file => !isParameterFile(file));
     if (parameters.length) files.open(parameters[0]);
     if (recordings.length) view.open(recordings);
@@ -65,12 +65,16 @@ async function start() {
   takeKeys(state, panel, files);
   // The view shows and plays the call: open(files) takes recordings, render(slot, words, frame_ms, signal) brings the
   // output of a set up to date; its event 'call' tells the rate ({detail: {rate}}) of a call that it has opened.
-  const view = new View(client, state);
-  view.addEventListener('call', event => state.setCallRate(event.detail.rate));
+  const view = new View(client);
+  new Live(view, state);
   const render = Object.fromEntries(['a', 'b'].map(slot => [slot, newestWins(signal => {
-    const {words, frame_ms} = state.sets[slot];
-    return view.render(slot, words, frame_ms, signal);
+    const {words, rate, frame_ms} = state.sets[slot];
+    if (rate === state.callRate) return view.render(slot, words, frame_ms, signal);
   })]));
+  view.addEventListener('call', event => {
+    state.setCallRate(event.detail.rate);
+    for (const slot of ['a', 'b']) render[slot]();
+  });
   state.addEventListener('failed', event => showMessage(event.detail.message, 'wrong'));
   state.addEventListener('words', event => render[event.detail.slot]());
   takeDrops(files, view);

@@ -123,7 +123,7 @@ async function droppedFiles(transfer) {
   return (await Promise.all(entries.map(inside))).flat();
 }
 
-/// @param samples  Int16Array: they are the file's bytes from 44 on
+/// A WAV file. @param samples  Int16Array: they are its bytes from 44 on
 function wavFile(samples, rate) {
   const view = new DataView(new ArrayBuffer(44));
   const text = (at, word) => [...word].forEach((c, k) => view.setUint8(at + k, c.charCodeAt(0)));
@@ -131,11 +131,5 @@ function wavFile(samples, rate) {
   for (const [at, value] of [[4, 36 + samples.byteLength], [16, 16], [24, rate], [28, 2 * rate], [40, samples.byteLength]])
     view.setUint32(at, value, true);
   for (const [at, value] of [[20, 1], [22, 1], [32, 2], [34, 16]]) view.setUint16(at, value, true); // PCM, mono, 16 bits
-  return new Blob([view, samples], {type: 'audio/wav'});
-}
-
-function saveFile(blob, name) {
-  const link = create('a', {href: URL.createObjectURL(blob), download: name});
-  link.click();
-  setTimeout(() => URL.revokeObjectURL(link.href), 10000);
+  return new Blob([view, samples]);
 }

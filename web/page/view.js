@@ -47,7 +47,7 @@ class View extends EventTarget {
     on('mark-from', 'click', markFrom);
     on('mark-to', 'click', markTo);
     for (const slot of ['a', 'b'])
-      on(`save-${slot}`, 'click', () => saveFile(wavFile(this.outputs[slot].out, this.call.rate), `output-${slot}.wav`));
+      on(`save-${slot}`, 'click', () => save(`output-${slot}.wav`, wavFile(this.outputs[slot].out, this.call.rate), 'audio/wav'));
   }
 
   /// Opens the call that comes with the page.
