@@ -15,7 +15,7 @@ class Live {
   /// @param view  of the call, whose reference is played and which takes a recording
   /// @param state  has the parameters: state.set is {words, rate, frame_ms}; its events say when they change
   constructor(view, state) {
-    Object.assign(this, {view, state, screen: new LiveView()});
+    Object.assign(this, {view, state});
     const on = (id, type, action) => byId(id).addEventListener(type, action);
     on('live-start', 'click', () => this.context ? this.stop() : this.start());
     on('live-source', 'change', event => { if (event.target.value === 'file') byId('live-file').click(); else this.#restart(); });
@@ -65,8 +65,9 @@ class Live {
     this.node.onprocessorerror = () => { this.stop(); this.#say('Live: the library stopped; start again.', 'wrong'); };
     await this.#connect(context);
     await context.resume();
-    this.screen.begin();
     byId('live-running').hidden = false;
+    this.screen ??= new LiveView(); // charts take their size from the page when they are made
+    this.screen.begin();
     byId('live-start').textContent = 'Stop';
     byId('live-start').ariaPressed = 'true';
     this.#say(`Live at ${rate} Hz, frames of ${frame_ms} ms.${this.#deviceWarning()}`);
@@ -154,7 +155,7 @@ class Live {
     if (refused) this.#say(`Live: the library refuses these parameters (status ${refused}); the last ones go on.`, 'wrong');
     if (taken) this.#say(anew ? 'A new call was begun: these parameters cannot be taken up by a running one.'
       : effects & 4 ? 'Taken up; the echo has to be learnt again.' : effects & 1 ? 'Taken up, with a short pause.' : 'Taken up.');
-    if (!recorded) return;
+    if (!recorded || !this.screen) return;
     this.trace = trace;
     this.heard += recorded.mic.length / this.rate;
     if (this.heard <= longestLive) for (const name in recorded) this.#pieces[name].push(recorded[name]);

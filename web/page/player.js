@@ -18,17 +18,28 @@ class Player extends EventTarget {
   #begun = {when: 0, place: 0};
   #range = null;
 
-  /// @param context  of an own clock, for tests; by default the loudspeaker's, made when first played
-  constructor(context) {
-    super();
-    if (context) this.#use(context);
+  /// A context of the signals' own rate, so that their samples are heard as they are; what resamples them for the
+  /// loudspeaker then is the browser's best, not the straight line between two samples that its sources draw.
+  #openContext() {
+    const [{sampleRate}] = this.buffers.values();
+    if (this.context?.sampleRate === sampleRate) return;
+    this.context?.close();
+    this.use(new AudioContext({sampleRate, latencyHint: 'interactive'}));
   }
 
-  #use(context) {
+  /// @param context  whose clock it plays by
+  use(context) {
     this.context = context;
     this.volume = new GainNode(context);
     this.volume.connect(context.destination);
   }
+
+  /// The next sample's time at least `startTime` from now: between two samples a source would draw the line.
+  #soon() {
+    const {currentTime, sampleRate} = this.context;
+    return Math.ceil((currentTime + startTime) * sampleRate) / sampleRate;
+  }
+  #wholeSample(place) { return Math.round(place * this.context.sampleRate) / this.context.sampleRate; }
 
   get playing() { return this.#sources.size > 0; }
   get seconds() { return Math.max(0, ...[...this.buffers.values()].map(buffer => buffer.duration)); }
@@ -64,7 +75,7 @@ class Player extends EventTarget {
     for (let i = 0; i < samples.length; ++i) floats[i] = samples[i] / 32768;
     this.buffers.set(id, buffer);
     if (!this.playing) return;
-    const when = this.context.currentTime + startTime;
+    const when = this.#soon();
     this.#fadeOut(id, when);
     this.#fadeIn(id, when, this.#placeAt(when));
   }
@@ -74,7 +85,7 @@ class Player extends EventTarget {
     const source = new AudioBufferSourceNode(this.context, {buffer: this.buffers.get(id), loop: !!this.#range, loopStart, loopEnd});
     const gain = new GainNode(this.context, {gain: 0});
     source.connect(gain).connect(this.volume);
-    source.start(when, place);
+    source.start(when, this.#wholeSample(place));
     source.onended = () => { if (this.#sources.get(id)?.source === source) this.#end(); };
     this.#sources.set(id, {source, gain});
     if (id === this.chosen) gain.gain.setTargetAtTime(this.gainOf(id), when, fadeTime);
@@ -96,15 +107,18 @@ class Player extends EventTarget {
 
   /// All signals from one place on, those that run now fading out.
   #startAll(place) {
-    const when = this.context.currentTime + startTime;
+    const when = this.#soon();
     for (const id of [...this.#sources.keys()]) this.#fadeOut(id, when);
-    this.#begun = {when, place};
+    this.#begun = {when, place: this.#wholeSample(place)};
     for (const id of this.buffers.keys()) this.#fadeIn(id, when, place);
   }
 
   async play() {
-    if (!this.context) this.#use(new AudioContext({latencyHint: 'interactive'}));
-    await this.context.resume?.();
+    if (this.buffers.size === 0) return;
+    if (!(this.context instanceof OfflineAudioContext)) {
+      this.#openContext();
+      await this.context.resume();
+    }
     this.amplify();
     this.#startAll(this.#begun.place);
   }
