@@ -96,13 +96,17 @@ class View extends EventTarget {
   /// Samples of a signal, to be seen and heard; null when there are none.
   #put(id, samples) {
     const {wave, picture} = this.#charts[id];
-    player.put(id, samples, this.call.rate);
-    [...byId('choices').children].find(button => button.dataset.id === id).disabled = !samples;
+    this.#hear(id, samples);
     for (const chart of [wave, picture]) chart.figure.hidden = !samples;
     if (byId(`save-${id}`)) byId(`save-${id}`).disabled = !samples;
     if (!samples) return;
     wave.wave = new Wave(samples, this.call.rate);
     this.#scaleWaves(wave);
+  }
+
+  #hear(id, samples) {
+    player.put(id, samples, this.call.rate);
+    [...byId('choices').children].find(button => button.dataset.id === id).disabled = !samples;
   }
 
   /// One scale for all wave forms: the greatest sample fills its chart, or more with a boost.
@@ -124,10 +128,11 @@ class View extends EventTarget {
   async render(slot, words, frame_ms, signal) {
     this.#wanted[slot] = {words, frame_ms};
     if (!this.call) return;
-    const other = slot === 'a' ? 'b' : 'a', same = sameSet(this.#wanted.a, this.#wanted.b);
+    const same = sameSet(this.#wanted.a, this.#wanted.b);
     if (slot === 'b' && same && !this.outputs.b) return;
     if (!await this.#renderOne(slot, signal)) return;
-    if (other === 'b' && this.#wanted.b && !same && !this.outputs.b) await this.#renderOne('b', signal);
+    if (!this.outputs.b && same) this.#hear('b', this.outputs.a.out);
+    if (!this.outputs.b && this.#wanted.b && !same) await this.#renderOne('b', signal);
     await this.#examine();
   }
 
@@ -146,6 +151,7 @@ class View extends EventTarget {
       return true;
     } catch (error) {
       if (error.name !== 'AbortError') throw error;
+      if (this.#stop.signal.aborted) showMessage(`Rendering was cancelled: output ${slot.toUpperCase()} is still that of before.`, 'note');
       return false;
     } finally {
       this.#setRendering(slot, false);
@@ -156,7 +162,7 @@ class View extends EventTarget {
     this.#rendering[on ? 'add' : 'delete'](slot);
     if (on && this.#stop.signal.aborted) this.#stop = new AbortController();
     byId('signals').ariaBusy = String(this.#rendering.size > 0);
-    byId('signals').dataset.state = this.#rendering.size > 0 ? 'rendering' : 'measuring';
+    byId('signals').dataset.state = this.#rendering.size > 0 ? 'rendering' : this.#stop.signal.aborted ? 'cancelled' : 'measuring';
     clearTimeout(this.patience);
     this.patience = setTimeout(() => { byId('rendering').hidden = this.#rendering.size === 0; }, 200); // ms; most are done by then
   }

@@ -60,8 +60,23 @@ const toggle = () => player.playing ? player.pause() : play();
 
 async function choose(id) {
   await player.choose(id);
-  for (const button of byId('choices').children) button.ariaChecked = String(button.dataset.id === id);
+  for (const button of byId('choices').children) {
+    button.ariaChecked = String(button.dataset.id === id);
+    button.tabIndex = button.dataset.id === id ? 0 : -1;
+  }
   follow();
+}
+
+/// Arrow keys go round the signals, as in any group of radio buttons.
+function stepChoice(event) {
+  const step = {ArrowRight: 1, ArrowDown: 1, ArrowLeft: -1, ArrowUp: -1}[event.key];
+  if (!step) return;
+  const buttons = [...byId('choices').children].filter(button => !button.disabled);
+  const next = buttons.at((buttons.indexOf(event.target) + step) % buttons.length);
+  event.preventDefault();
+  event.stopPropagation();
+  next.focus();
+  choose(next.dataset.id);
 }
 
 /// Whether a key belongs to the element that has the focus.
@@ -82,6 +97,7 @@ function buildTransport(signals, ownKeys = {}) {
     button.addEventListener('click', () => choose(signal.id));
     return button;
   }));
+  byId('choices').addEventListener('keydown', stepChoice);
   byId('charts').addEventListener('seek', event => { player.seek(event.detail); drawPlayhead(); });
   byId('charts').addEventListener('range', drawPlayhead);
   addEventListener('resize', () => requestAnimationFrame(drawPlayhead));
