@@ -125,7 +125,7 @@ class Panel {
     this.search = create('input', {type: 'search', id: 'search', placeholder: 'Search fields', ariaLabel: 'Search fields by key or meaning'});
     this.only = create('input', {type: 'checkbox', id: 'only-changed'});
     this.count = create('span', {id: 'search-count', className: 'faint', role: 'status'});
-    this.summary = create('summary');
+    this.summary = create('summary', {ariaLive: 'polite'});
     this.list = create('ul');
     this.findings = create('details', {id: 'findings'}, this.summary, this.list);
     root.append(create('div', {id: 'search-bar'}, this.search, create('label', {}, this.only, 'changed'), this.count), this.findings);

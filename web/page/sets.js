@@ -44,6 +44,7 @@ class SetBar {
 
   show() {
     const {state} = this, {set, slot, other} = state;
+    byId('parameters').dataset.slot = slot;
     this.tabs.forEach((tab, k) => {
       const own = 'ab'[k];
       tab.ariaSelected = String(own === slot);
@@ -87,7 +88,7 @@ class SetBar {
     this.against.addEventListener('change', () => this.showDiff());
     this.details.addEventListener('toggle', () => this.showDiff());
     byId('set-tools').append(this.details);
-    this.showDiff = newestWins(() => this.fillDiff(), 150);
+    this.showDiff = newestWins(() => this.fillDiff());
   }
 
   async fillDiff() {

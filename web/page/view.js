@@ -128,7 +128,14 @@ class View extends EventTarget {
     if (slot === 'b' && same && !this.outputs.b) return;
     if (!await this.#renderOne(slot, signal)) return;
     if (other === 'b' && this.#wanted.b && !same && !this.outputs.b) await this.#renderOne('b', signal);
-    await this.#examine();
+    this.#examine().catch(error => showMessage(error.message, 'wrong')); // until the next rendering begins
+  }
+
+  /// A set that cannot be heard in the call, being for another rate, has no output.
+  drop(slot) {
+    delete this.#wanted[slot];
+    delete this.outputs[slot];
+    if (this.call) this.#put(slot, null);
   }
 
   /// @return whether there is a new output
