@@ -38,13 +38,6 @@ async function fromLink(hash) {
   return {bytes: bytes.slice(2, 1002), frame_ms: bytes[1], name: new TextDecoder().decode(bytes.slice(1002))};
 }
 
-/// @param type  of a file that the browser is to save
-function save(name, content, type) {
-  const link = create('a', {href: URL.createObjectURL(new Blob([content], {type})), download: name});
-  link.click();
-  setTimeout(() => URL.revokeObjectURL(link.href), 10000);
-}
-
 class Files {
   constructor(client, state) {
     Object.assign(this, {client, state});
@@ -116,12 +109,12 @@ class Files {
 
   async saveText() {
     const {text} = await this.client.ask('text', {words: this.state.set.words});
-    save(`${this.stem}.toml`, text, 'application/toml');
+    saveFile(new Blob([text], {type: 'application/toml'}), `${this.stem}.toml`);
   }
 
   async savePacked() {
     const {bytes} = await this.client.ask('packed', {words: this.state.set.words});
-    save(`${this.stem}.para`, bytes, 'application/octet-stream');
+    saveFile(new Blob([bytes]), `${this.stem}.para`);
   }
 
   async copyLink() {

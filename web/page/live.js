@@ -25,7 +25,7 @@ class Live {
     on('live-headphones', 'change', () => this.#setVolumes());
     on('live-take', 'click', () => this.#take());
     for (const name of ['mic', 'ref', 'out'])
-      on(`live-save-${name}`, 'click', () => save(`live-${name}.wav`, wavFile(this.recorded(name), this.rate), 'audio/wav'));
+      on(`live-save-${name}`, 'click', () => saveFile(wavFile(this.recorded(name), this.rate), `live-${name}.wav`));
     for (const type of ['words', 'sets']) state.addEventListener(type, () => this.#follow());
   }
 

@@ -1,20 +1,28 @@
 'use strict';
 // Brings the parts of the tuner together: parameters on one side, the call that they are heard in on the other.
 
-/// Runs `work` soon after the last of a burst of calls; a call while it runs aborts that run.
-function newestWins(work, milliseconds = 40) {
-  let timer, running;
-  return () => {
-    clearTimeout(timer);
-    timer = setTimeout(async () => {
-      running?.abort();
-      const own = running = new AbortController();
+/// Runs `work(signal)` for the newest of a burst of calls, one at a time. One that runs ends first, so that a drag shows
+/// what it does on its way, unless it takes longer than `patience` ms.
+function newestWins(work, patience = 1000) {
+  let wanted = false, running, began;
+  return async () => {
+    wanted = true;
+    if (running) {
+      const own = running;
+      setTimeout(() => { if (wanted && running === own) own.abort(); }, began + patience - performance.now());
+      return;
+    }
+    while (wanted) {
+      wanted = false;
+      began = performance.now();
+      running = new AbortController();
       try {
-        await work(own.signal);
+        await work(running.signal);
       } catch (error) {
         if (error.name !== 'AbortError') showMessage(error.message, 'wrong');
       }
-    }, milliseconds);
+    }
+    running = undefined;
   };
 }
 
@@ -53,6 +61,19 @@ function takeKeys(state, panel, files) {
   });
 }
 
+/// Every change of a set, and every new call, is rendered.
+function hearSets(state, view) {
+  const render = Object.fromEntries(['a', 'b'].map(slot => [slot, newestWins(signal => {
+    const {words, frame_ms, rate} = state.sets[slot];
+    return rate === state.callRate ? view.render(slot, words, frame_ms, signal) : view.drop(slot);
+  })]));
+  state.addEventListener('words', event => { if (state.callRate) render[event.detail.slot](); });
+  view.addEventListener('call', event => {
+    state.setCallRate(event.detail.rate);
+    for (const slot of ['a', 'b']) render[slot]();
+  });
+}
+
 async function start() {
   startTheme();
   const client = await Client.create();
@@ -63,20 +84,10 @@ async function start() {
   const files = new Files(client, state);
   new SetBar(state, files, byId('panel'));
   takeKeys(state, panel, files);
-  // The view shows and plays the call: open(files) takes recordings, render(slot, words, frame_ms, signal) brings the
-  // output of a set up to date; its event 'call' tells the rate ({detail: {rate}}) of a call that it has opened.
   const view = new View(client);
+  hearSets(state, view);
   new Live(view, state);
-  const render = Object.fromEntries(['a', 'b'].map(slot => [slot, newestWins(signal => {
-    const {words, rate, frame_ms} = state.sets[slot];
-    if (rate === state.callRate) return view.render(slot, words, frame_ms, signal);
-  })]));
-  view.addEventListener('call', event => {
-    state.setCallRate(event.detail.rate);
-    for (const slot of ['a', 'b']) render[slot]();
-  });
   state.addEventListener('failed', event => showMessage(event.detail.message, 'wrong'));
-  state.addEventListener('words', event => render[event.detail.slot]());
   takeDrops(files, view);
   await files.begin();
   await view.begin();

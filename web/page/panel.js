@@ -18,8 +18,10 @@ class FieldRow {
     this.reset = create('button', {className: 'reset', title: 'Back to where one began', ariaLabel: `${field.key} back to where one began`}, '↺');
     this.reset.addEventListener('click', () => this.restore());
     const range = field.type === 'switch' ? '' : `${field.least} … ${field.greatest}`.replaceAll('-', '−');
+    const reach = create('span', {className: 'range'}, range);
+    reach.dataset.unit = field.unit;
     const meaning = create('p', {className: 'meaning', id: `${id}-meaning`},
-      create('span', {}, field.meaning), create('span', {className: 'range'}, range));
+      create('span', {}, field.meaning), reach);
     this.controls = create('div', {className: 'controls'});
     this.element = create('div', {className: `field ${field.type} ${field.extent}`, id},
       create('div', {className: 'name'}, create('span', {className: 'key', title: field.key}, field.name)), this.controls, this.reset, meaning, this.note);
@@ -122,10 +124,11 @@ function withoutEffect({key, section}, {values, inert}) {
 class Panel {
   constructor(state, root) {
     this.state = state;
+    this.seen = new WeakSet(); // beginnings for which sections have been opened or closed
     this.search = create('input', {type: 'search', id: 'search', placeholder: 'Search fields', ariaLabel: 'Search fields by key or meaning'});
     this.only = create('input', {type: 'checkbox', id: 'only-changed'});
     this.count = create('span', {id: 'search-count', className: 'faint', role: 'status'});
-    this.summary = create('summary');
+    this.summary = create('summary', {ariaLive: 'polite'});
     this.list = create('ul');
     this.findings = create('details', {id: 'findings'}, this.summary, this.list);
     root.append(create('div', {id: 'search-bar'}, this.search, create('label', {}, this.only, 'changed'), this.count), this.findings);
@@ -161,9 +164,11 @@ class Panel {
       section.element.classList.toggle('inert', idle && (!section.own || section.own.without || !view.values[section.own.field.key]));
       section.changes.textContent = changed ? `${changed} changed` : '';
       section.element.dataset.finding = worst(view.findings.filter(({key}) => key === section.name || key.startsWith(`${section.name}.`))) ?? '';
-      if (!this.shown) section.details.open = !idle;
+      if (!this.seen.has(set.begin)) section.details.open = !idle;
+      else if (section.idle && !idle) section.details.open = true;
+      section.idle = idle;
     }
-    this.shown = true;
+    this.seen.add(set.begin);
     this.listFindings(view.findings);
   }
 

@@ -19,7 +19,8 @@ class SetBar {
     this.frame.addEventListener('change', () => state.setFrame(+this.frame.value));
     this.rate = create('span', {id: 'rate'});
     byId('steps').append(this.undo, this.redo, this.revert, create('span', {className: 'gap'}), this.rate, this.frame);
-    this.family = tool('fit-rate', '', '', () => files.start(this.fitting));
+    this.family = create('button', {id: 'fit-rate'});
+    this.family.addEventListener('click', () => files.start(this.fitting));
     this.mismatch = create('span');
     byId('rate-notice').append(this.mismatch, this.family);
     this.buildDiff();
@@ -44,6 +45,8 @@ class SetBar {
 
   show() {
     const {state} = this, {set, slot, other} = state;
+    byId('parameters').dataset.slot = slot;
+    byId('panel').setAttribute('aria-labelledby', `tab-${slot}`);
     this.tabs.forEach((tab, k) => {
       const own = 'ab'[k];
       tab.ariaSelected = String(own === slot);
@@ -87,7 +90,7 @@ class SetBar {
     this.against.addEventListener('change', () => this.showDiff());
     this.details.addEventListener('toggle', () => this.showDiff());
     byId('set-tools').append(this.details);
-    this.showDiff = newestWins(() => this.fillDiff(), 150);
+    this.showDiff = newestWins(() => this.fillDiff());
   }
 
   async fillDiff() {

@@ -110,7 +110,9 @@ const bytesOf = id => Uint8Array.from(atob(byId(id).textContent.trim()), byte =>
 /// The two files of the call that comes with the page.
 const builtInFiles = () => ['mic', 'ref'].map(kind => new File([bytesOf(`call-${kind}`)], `${kind}.flac`));
 
-/// Files that were dropped, those of a dropped folder among them.
+const isSound = entry => entry.isFile && /\.(wav|wave|flac|ogg|opus|mp3|m4a|aac|webm)$/i.test(entry.name);
+
+/// Files that were dropped, and the recordings in a folder that was.
 async function droppedFiles(transfer) {
   const entries = [...transfer.items].map(item => item.webkitGetAsEntry?.()).filter(Boolean);
   if (!entries.some(entry => entry.isDirectory)) return [...transfer.files];
@@ -118,7 +120,7 @@ async function droppedFiles(transfer) {
     if (entry.isFile) return [await new Promise((done, fail) => entry.file(done, fail))];
     const reader = entry.createReader(), files = [];
     for (let some; (some = await new Promise((done, fail) => reader.readEntries(done, fail))).length;) files.push(...some);
-    return (await Promise.all(files.filter(file => file.isFile).map(inside))).flat();
+    return (await Promise.all(files.filter(isSound).map(inside))).flat();
   };
   return (await Promise.all(entries.map(inside))).flat();
 }
@@ -131,5 +133,12 @@ function wavFile(samples, rate) {
   for (const [at, value] of [[4, 36 + samples.byteLength], [16, 16], [24, rate], [28, 2 * rate], [40, samples.byteLength]])
     view.setUint32(at, value, true);
   for (const [at, value] of [[20, 1], [22, 1], [32, 2], [34, 16]]) view.setUint16(at, value, true); // PCM, mono, 16 bits
-  return new Blob([view, samples]);
+  return new Blob([view, samples], {type: 'audio/wav'});
+}
+
+/// Has the browser save a file.
+function saveFile(blob, name) {
+  const link = create('a', {href: URL.createObjectURL(blob), download: name});
+  link.click();
+  setTimeout(() => URL.revokeObjectURL(link.href), 10000);
 }

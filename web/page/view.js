@@ -47,7 +47,7 @@ class View extends EventTarget {
     on('mark-from', 'click', markFrom);
     on('mark-to', 'click', markTo);
     for (const slot of ['a', 'b'])
-      on(`save-${slot}`, 'click', () => save(`output-${slot}.wav`, wavFile(this.outputs[slot].out, this.call.rate), 'audio/wav'));
+      on(`save-${slot}`, 'click', () => saveFile(wavFile(this.outputs[slot].out, this.call.rate), `output-${slot}.wav`));
   }
 
   /// Opens the call that comes with the page.
@@ -133,7 +133,14 @@ class View extends EventTarget {
     if (!await this.#renderOne(slot, signal)) return;
     if (!this.outputs.b && same) this.#hear('b', this.outputs.a.out);
     if (!this.outputs.b && this.#wanted.b && !same) await this.#renderOne('b', signal);
-    await this.#examine();
+    this.#examine().catch(error => showMessage(error.message, 'wrong')); // until the next rendering begins
+  }
+
+  /// A set that cannot be heard in the call, being for another rate, has no output.
+  drop(slot) {
+    delete this.#wanted[slot];
+    delete this.outputs[slot];
+    if (this.call) this.#put(slot, null);
   }
 
   /// @return whether there is a new output

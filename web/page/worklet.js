@@ -69,7 +69,7 @@ class LiveProcessor extends AudioWorkletProcessor {
     };
     const {qv_call_latency, qv_stream_latency} = this.engine.exports;
     this.port.postMessage({latency: {library: read(qv_call_latency, this.call), stream: read(qv_stream_latency, this.stream),
-      frame: this.engine.exports.qv_call_frame_length(this.call), quantum, rate: sampleRate}});
+      frame: sampleRate * this.frame_ms / 1000, quantum, rate: sampleRate}});
   }
 
   #traced() {
