@@ -147,5 +147,5 @@ function addCurves(state, panel) {
     body.prepend(curve.element);
     details.addEventListener('toggle', () => { if (details.open) curve.show(); });
   }
-  state.addEventListener('view', () => { for (const curve of curves) if (curve.element.checkVisibility()) curve.show(); });
+  state.addEventListener('view', () => { for (const curve of curves) if (curve.element.closest('details').open) curve.show(); });
 }
