@@ -78,7 +78,7 @@ class View extends EventTarget {
     await this.#buildCharts();
     for (const id of ['a', 'b']) this.#put(id, null);
     for (const id of ['mic', 'ref']) this.#put(id, call[id]);
-    choose(player.buffers.has(player.chosen) ? player.chosen : 'mic');
+    choose(player.chosen);
     this.dispatchEvent(new CustomEvent('call', {detail: {rate: call.rate, seconds: call.seconds, name}}));
     for (const id of ['mic', 'ref']) await this.#showPicture(id);
   }
@@ -107,6 +107,7 @@ class View extends EventTarget {
   #hear(id, samples) {
     player.put(id, samples, this.call.rate);
     [...byId('choices').children].find(button => button.dataset.id === id).disabled = !samples;
+    if (!samples && id === 'b' && player.chosen === 'b') choose('a');
   }
 
   /// One scale for all wave forms: the greatest sample fills its chart, or more with a boost.
