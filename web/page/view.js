@@ -129,11 +129,11 @@ class View extends EventTarget {
   async render(slot, words, frame_ms, signal) {
     this.#wanted[slot] = {words, frame_ms};
     if (!this.call) return;
-    const same = sameSet(this.#wanted.a, this.#wanted.b);
-    if (slot === 'b' && same && !this.outputs.b) return;
+    const same = () => sameSet(this.#wanted.a, this.#wanted.b);
+    if (slot === 'b' && same() && !this.outputs.b) return;
     if (!await this.#renderOne(slot, signal)) return;
-    if (!this.outputs.b && same) this.#hear('b', this.outputs.a.out);
-    if (!this.outputs.b && this.#wanted.b && !same) await this.#renderOne('b', signal);
+    if (!this.outputs.b && same()) this.#hear('b', this.outputs.a.out);
+    else if (!this.outputs.b && this.#wanted.b) await this.#renderOne('b', signal);
     this.#examine().catch(error => showMessage(error.message, 'wrong')); // until the next rendering begins
   }
 
