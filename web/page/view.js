@@ -13,7 +13,7 @@ const sameSet = (one, two) =>
 
 /// Shows and plays a call. Event 'call' with {detail: {rate, seconds, name}}: another one is open.
 class View extends EventTarget {
-  call = null;    // {name, rate, seconds, mic, ref}
+  call = null;    // {name, rate, seconds, mic, ref, diagnosed}
   outputs = {};   // by slot: {out, latency, words, frame_ms, pictured}
   #wanted = {};   // by slot: {words, frame_ms} as asked for last
   #charts = {};   // by signal: {wave, picture}
@@ -184,14 +184,24 @@ class View extends EventTarget {
         if (!output.pictured) await this.#showPicture(slot, signal);
         output.pictured = true;
       }
-      const measured = await this.client.ask('measure', {}, {signal});
-      player.loudness = measured.loudness;
-      player.amplify();
-      await showMeasures(measured);
-      showDiagnosis(await this.client.ask('diagnose', {}, {signal}));
+      const steps = [() => this.#measure(signal), () => this.#diagnose(signal)];
+      if (!this.call.diagnosed) steps.reverse(); // finds the echo's delays, which the measures then show
+      for (const step of steps) await step();
       byId('signals').dataset.state = 'done';
     } catch (error) {
       if (error.name !== 'AbortError') throw error;
     }
+  }
+
+  async #measure(signal) {
+    const measured = await this.client.ask('measure', {}, {signal});
+    player.loudness = measured.loudness;
+    player.amplify();
+    await showMeasures(measured);
+  }
+
+  async #diagnose(signal) {
+    showDiagnosis(await this.client.ask('diagnose', {}, {signal}));
+    this.call.diagnosed = true;
   }
 }
