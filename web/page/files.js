@@ -92,9 +92,10 @@ class Files {
   read(name, bytes, slots) {
     return this.attempt(async () => {
       const file = await this.client.ask('read', {name, bytes});
-      await this.state.load(file, slots);
       const said = file.findings.map(({line, severity, key, message}) => `${line ? `line ${line}: ` : ''}${severity}: ${key && `${key}: `}${message}`);
-      showMessage([`Read ${name}.`, ...said].join('\n'), file.findings.length ? 'note' : 'ok');
+      if (file.findings.some(({severity}) => severity === 'error')) throw new Error([`${name} is left aside.`, ...said].join('\n'));
+      await this.state.load(file, slots);
+      showMessage([`Read ${name}.`, ...said].join('\n'), said.length ? 'note' : 'ok');
     });
   }
 

@@ -78,7 +78,9 @@ class State extends EventTarget {
   async #apply(batch) {
     if (this.#batch === batch) this.#batch = undefined;
     const set = this.sets[batch.slot], changes = [...batch.changes.values()], points = {...set.points};
-    const {words} = await this.client.ask('edit', {words: set.words, changes});
+    const {words, findings = []} = await this.client.ask('edit', {words: set.words, changes});
+    const wrong = findings.find(({severity}) => severity === 'error');
+    if (wrong) throw new Error(`${wrong.key}: ${wrong.message}`);
     for (const {key, drawn} of changes) {
       const [path, module, name] = key.split('.');
       if (module === 'eq' && name !== 'enable') points[path] = drawn;
