@@ -109,8 +109,9 @@ class Files {
   }
 
   async saveText() {
-    const {text} = await this.client.ask('text', {words: this.state.set.words});
-    saveFile(new Blob([text], {type: 'application/toml'}), `${this.stem}.toml`);
+    const {words, frame_ms} = this.state.set, {text} = await this.client.ask('text', {words});
+    const whole = text.replace(/^rate = .*$/m, rate => `${rate}\nframe_ms = ${frame_ms}`);
+    saveFile(new Blob([whole], {type: 'application/toml'}), `${this.stem}.toml`);
   }
 
   async savePacked() {

@@ -99,7 +99,7 @@ class State extends EventTarget {
   load({words, name, rate, frame_ms}, slots = [this.slot]) {
     return this.#inTurn(async () => {
       const {values} = await this.client.ask('view', {words});
-      const set = {words, name, rate, frame_ms: frame_ms || 20, points: {}, begin: {words, name, values}};
+      const set = {words, name, rate, frame_ms: frame_ms || this.sets[slots[0]]?.frame_ms || 20, points: {}, begin: {words, name, values}};
       const sets = Object.fromEntries(slots.map(slot => [slot, set]));
       if (this.sets.a) await this.#step(sets, `start from ${name}`);
       else await this.#show(sets);
