@@ -22,8 +22,7 @@ class FieldRow {
     const range = field.type === 'switch' ? '' : `${field.least} … ${field.greatest}`.replaceAll('-', '−');
     const reach = create('span', {className: 'range'}, range);
     reach.dataset.unit = field.unit;
-    const meaning = create('p', {className: 'meaning', id: `${id}-meaning`},
-      create('span', {}, field.meaning), reach);
+    const meaning = create('p', {className: 'meaning', id: `${id}-meaning`}, create('span', {}, field.meaning), reach);
     this.controls = create('div', {className: 'controls'});
     this.element = create('div', {className: `field ${field.type} ${field.extent}`, id},
       create('div', {className: 'name'}, create('span', {className: 'key', title: field.key}, field.name)), this.controls, this.reset, meaning, this.note);
@@ -46,7 +45,7 @@ class FieldRow {
   edit(element, value, settled) {
     const {key} = this.field;
     if (!settled || this.field.type === 'switch') {
-      const elements = this.together?.checked ? this.cells.map((_, k) => k) : [element];
+      const elements = this.together?.checked ? this.cells.flatMap(({cell}, k) => cell.hidden ? [] : [k]) : [element];
       this.state.edit(elements.map(k => ({key, element: k, value})), this.field.type === 'switch' ? '' : `${key} ${element}`);
     }
     if (settled) this.state.settle();
@@ -66,9 +65,9 @@ class FieldRow {
   }
 
   addTaps() {
-    const half = this.field.key.replace(/coef$/, 'half_taps');
-    this.cells = [this.control(this.name, taps => this.state.edit([{key: half, element: 0, value: taps.length},
-      ...taps.map((value, element) => ({key: this.field.key, element, value}))]))];
+    const {key, section} = this.field;
+    this.cells = [this.control(this.name, taps => this.state.edit([{key: `${section}.half_taps`, element: 0, value: taps.length},
+      ...taps.map((value, element) => ({key, element, value}))]))];
     this.controls.append(...this.cells[0].elements);
   }
 
@@ -83,8 +82,8 @@ class FieldRow {
   }
 
   show(view, begin, without) {
-    const {key, extent} = this.field, value = view.values[key], text = String(value), first = String(begin[key]);
-    const values = extent === 'groups' ? value : [value];
+    const {key, extent, section} = this.field, value = view.values[key], text = String(value), first = String(begin[key]);
+    const values = extent === 'groups' ? value : extent === 'taps' ? [value.slice(0, view.values[`${section}.half_taps`])] : [value];
     this.grow(values.length);
     values.forEach((one, k) => this.cells[k].show(one));
     if (extent === 'groups') view.groups.forEach(([low, high], k) => {

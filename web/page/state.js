@@ -81,6 +81,7 @@ class State extends EventTarget {
     const {words, findings = []} = await this.client.ask('edit', {words: set.words, changes});
     const wrong = findings.find(({severity}) => severity === 'error');
     if (wrong) throw new Error(`${wrong.key}: ${wrong.message}`);
+    if (words.every((word, k) => word === set.words[k]) && !changes.some(({drawn}) => drawn)) return;
     for (const {key, drawn} of changes) {
       const [path, module, name] = key.split('.');
       if (module === 'eq' && name !== 'enable') points[path] = drawn;
@@ -92,7 +93,10 @@ class State extends EventTarget {
   /// A drag has ended; what follows within the time of a double click or of a held key still belongs to it.
   settle() {
     clearTimeout(this.settling);
-    this.settling = setTimeout(() => this.#inTurn(() => { this.#gesture = ''; }), 500);
+    this.settling = setTimeout(() => this.#inTurn(() => {
+      this.#gesture = '';
+      this.#tell('view', {slot: this.slot}); // what was set and not stored goes back
+    }), 500);
   }
 
   /// Begins anew from words that were read. @param slots  which sets take them
