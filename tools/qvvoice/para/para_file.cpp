@@ -38,16 +38,12 @@ bool is_packed(const std::string &bytes) {
   });
 }
 
-Image words_of(const std::string &bytes, const std::string &path) {
-  if (bytes.size() < packed_size)
-    throw InputError("{}: parameter file holds {} bytes; {} ({} words) are needed", path, bytes.size(), packed_size,
-                     config::word_count);
-  const auto byte = [&](size_t at) { return uint8_t(bytes[at]); };
-  if (const int swapped = byte(0) << 8 | byte(1); rate_served(swapped))
-    throw InputError("{}: word 0 is {} in big-endian order; the words must be little-endian", path, swapped);
+uint8_t byte_at(const std::string &bytes, size_t at) { return uint8_t(bytes[at]); }
+
+Image words_of(const std::string &bytes) {
   Image image;
   for (size_t i = 0; i < image.size(); ++i)
-    image[i] = int16_t(byte(2 * i) | byte(2 * i + 1) << 8);
+    image[i] = int16_t(byte_at(bytes, 2 * i) | byte_at(bytes, 2 * i + 1) << 8);
   return image;
 }
 
@@ -58,22 +54,40 @@ ParaFile from_text(const std::string &name, std::string_view text, const std::fi
 
 } // namespace
 
-ParaFile load(const std::string &name) {
-  if (const Preset *preset = find_preset(name))
-    return from_text(name, preset->text, {});
-  if (!std::filesystem::exists(name))
-    throw InputError("{}: parameter file cannot be read: there is neither a file nor a preset of that name{}", name, did_you_mean(nearest(name, preset_names())));
-  const std::string bytes = contents(name);
+std::string fault_of(const std::string &bytes) {
   if (bytes.empty())
-    throw InputError("{}: is empty; right would be {} bytes of packed words, or a text as `qvvoice para new` writes it",
-                     name, packed_size);
+    return fmt::format("is empty; right would be {} bytes of packed words, or a text as `qvvoice para new` writes it",
+                       packed_size);
   if (!is_packed(bytes))
-    return from_text(name, bytes, std::filesystem::path(name).parent_path());
-  ParaFile file{name, words_of(bytes, name), true, {}};
+    return "";
+  if (bytes.size() < packed_size)
+    return fmt::format("parameter file holds {} bytes; {} ({} words) are needed", bytes.size(), packed_size,
+                       config::word_count);
+  if (const int swapped = byte_at(bytes, 0) << 8 | byte_at(bytes, 1); rate_served(swapped))
+    return fmt::format("word 0 is {} in big-endian order; the words must be little-endian", swapped);
+  return "";
+}
+
+ParaFile parse(const std::string &name, const std::string &bytes, const std::filesystem::path &folder) {
+  if (!is_packed(bytes))
+    return from_text(name, bytes, folder);
+  ParaFile file{name, words_of(bytes), true, {}};
   if (bytes.size() > packed_size)
     file.log.warning("", fmt::format("{} bytes follow the {} words; nothing reads them", bytes.size() - packed_size,
                                      config::word_count));
   return file;
+}
+
+ParaFile load(const std::string &name) {
+  if (const Preset *preset = find_preset(name))
+    return from_text(name, preset->text, {});
+  if (!std::filesystem::exists(name))
+    throw InputError("{}: parameter file cannot be read: there is neither a file nor a preset of that name{}", name,
+                     did_you_mean(nearest(name, preset_names())));
+  const std::string bytes = contents(name);
+  if (const std::string fault = fault_of(bytes); !fault.empty())
+    throw InputError("{}: {}", name, fault);
+  return parse(name, bytes, std::filesystem::path(name).parent_path());
 }
 
 ParaFile load_valid(const std::string &name) {

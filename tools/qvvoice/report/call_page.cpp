@@ -7,6 +7,7 @@
 #include "diagnose/diagnose.h"
 #include "report/html.h"
 #include "report/spectrogram.h"
+#include "support/progress.h"
 
 namespace qv::tool::report {
 namespace {
