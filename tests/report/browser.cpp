@@ -122,10 +122,15 @@ void Browser::follow(const std::string &link, const std::string &file_name) {
   wait_ready(file_name);
 }
 
-void Browser::drag(double x, double to_x, double y) {
+void Browser::drag(double x, double to_x, double y, int modifiers) {
   for (const auto &[type, at] : {std::pair("mousePressed", x), {"mouseMoved", to_x}, {"mouseReleased", to_x}})
-    call("Input.dispatchMouseEvent",
-         {{"type", type}, {"x", at}, {"y", y}, {"button", "left"}, {"buttons", 1}, {"clickCount", 1}});
+    call("Input.dispatchMouseEvent", {{"type", type},
+                                      {"x", at},
+                                      {"y", y},
+                                      {"button", "left"},
+                                      {"buttons", 1},
+                                      {"clickCount", 1},
+                                      {"modifiers", modifiers}});
 }
 
 void Browser::key(const std::string &key) {

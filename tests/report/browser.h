@@ -26,7 +26,8 @@ public:
   /// Value of an expression; a promise is awaited. @throws std::runtime_error with what the page threw
   Json evaluate(const std::string &expression);
   /// Presses the mouse at one place and releases it at another of the same height; a click when they are one.
-  void drag(double x, double to_x, double y);
+  /// @param modifiers  2: with the control key held
+  void drag(double x, double to_x, double y, int modifiers = 0);
   void key(const std::string &key);
   /// Console errors, exceptions and requests beyond files, since the last call.
   std::vector<std::string> problems();

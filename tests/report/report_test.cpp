@@ -117,6 +117,22 @@ TEST_F(Page, plays_from_where_it_is_clicked) {
   EXPECT_NEAR(rms.second, amplitude / std::numbers::sqrt2, 1e-3);
 }
 
+TEST_F(Page, repeats_the_part_that_is_marked) {
+  const auto [x, y] = place(1.2);
+  browser.drag(x, place(1.4).first, y, 2);
+  const std::pair<double, double> marked = browser.evaluate("region");
+  EXPECT_NEAR(marked.first, 1.2, 0.02);
+  EXPECT_NEAR(marked.second, 1.4, 0.02);
+  EXPECT_NEAR(browser.evaluate("visible()[1]").get<double>(), seconds, 0.03) << "a mark does not zoom";
+  browser.evaluate("player.seek(1.7)");
+  browser.key(" ");
+  EXPECT_TRUE(comes_true("player.playing && player.time < 1.45"));
+  browser.evaluate("player.seek(1.7)");
+  EXPECT_TRUE(comes_true("player.playing && player.time < 1.45"));
+  browser.key("Escape");
+  EXPECT_EQ(browser.evaluate("region"), nullptr);
+}
+
 // A call is as long as its microphone; nothing of it need be run for that.
 TEST_F(Page, of_a_long_call_plays_ten_minutes_and_says_so) {
   browser.open(put("long.html", call_page(silent_call(601 * 50), {})));

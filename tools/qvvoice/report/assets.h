@@ -10,8 +10,8 @@ struct Asset {
   std::string_view name, content;
 };
 
-/// The files of report/page/, and of the charting library dygraph.min.js, dygraph.min.css, synchronizer.js and
-/// copyright, its licence.
+/// The files of report/page/, and of the charting library dygraph.min.js, dygraph.min.css and copyright,
+/// its licence.
 std::span<const Asset> assets();
 
 } // namespace qv::tool::report

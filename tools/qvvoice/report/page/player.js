@@ -15,6 +15,11 @@ class Player {
 
   seek(time) { this.track.currentTime = Math.min(Math.max(time, 0), data.sound_seconds); }
 
+  /// While it plays, to be called again and again. @param range  [begin, end] s to be repeated, or null
+  repeat(range) {
+    if (range && this.playing && this.time > range[1]) this.seek(range[0]);
+  }
+
   async play() {
     this.amplify();
     try {

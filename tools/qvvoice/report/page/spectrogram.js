@@ -24,26 +24,31 @@ function colourTable(stops, from, to) {
 }
 
 class Spectrogram {
+  static colours; // [256] pixels of the grey levels; pictures painted otherwise are painted anew when drawn
+
   static async load(png) {
     const image = new Image();
     image.src = `data:image/png;base64,${png}`;
     await image.decode();
-    return new Spectrogram(image);
+    const {naturalWidth: width, naturalHeight: height} = image;
+    const context = create('canvas', {width, height}).getContext('2d');
+    context.drawImage(image, 0, 0);
+    const words = new Uint32Array(context.getImageData(0, 0, width, height).data.buffer);
+    return new Spectrogram(Uint8Array.from(words, word => word & 255), width, height);
   }
 
-  constructor(image) {
-    this.canvas = create('canvas', {width: image.naturalWidth, height: image.naturalHeight});
-    this.context = this.canvas.getContext('2d', {willReadFrequently: true});
-    this.context.drawImage(image, 0, 0);
-    this.pixels = this.context.getImageData(0, 0, this.canvas.width, this.canvas.height);
-    const words = new Uint32Array(this.pixels.data.buffer);
-    this.greys = Uint8Array.from(words, word => word & 255);
+  /// @param greys  [height][width], the highest frequency first
+  constructor(greys, width, height) {
+    this.greys = greys;
+    this.canvas = create('canvas', {width, height});
+    this.pixels = new ImageData(width, height);
   }
 
-  paint(table) {
+  #paint() {
+    this.painted = Spectrogram.colours;
     const words = new Uint32Array(this.pixels.data.buffer);
-    for (let i = 0; i < words.length; ++i) words[i] = table[this.greys[i]];
-    this.context.putImageData(this.pixels, 0, 0);
+    for (let i = 0; i < words.length; ++i) words[i] = this.painted[this.greys[i]];
+    this.canvas.getContext('2d').putImageData(this.pixels, 0, 0);
   }
 
   /// dB, or null outside the picture.
@@ -56,6 +61,7 @@ class Spectrogram {
 
   /// Draws the part between two times (s) and two frequencies (kHz) over an area of a chart.
   draw(context, area, [begin, end], [low, high]) {
+    if (this.painted !== Spectrogram.colours) this.#paint();
     const column = time => time / data.spectrogram.column_seconds + 0.5;
     const row = khz => this.canvas.height - (1000 * khz / data.spectrogram.row_hz + 0.5);
     const width = column(end) - column(begin);

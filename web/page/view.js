@@ -1,0 +1,197 @@
+'use strict';
+// The call that is open: its signals, what each set of parameters makes of it, and what was measured of that.
+
+const signalsOf = [
+  {id: 'mic', title: 'Microphone', key: 'm', ink: 'series-1'}, {id: 'ref', title: 'Reference', key: 'r', ink: 'series-2'},
+  {id: 'a', title: 'Output A', key: 'a', ink: 'series-3'}, {id: 'b', title: 'Output B', key: 'b', ink: 'series-4'}];
+
+/// Gives the page time to answer.
+const breathe = () => new Promise(done => setTimeout(done));
+
+const sameSet = (one, two) =>
+  one && two && one.frame_ms === two.frame_ms && one.words.every((word, i) => word === two.words[i]);
+
+/// Shows and plays a call. Event 'call' with {detail: {rate, seconds, name}}: another one is open.
+class View extends EventTarget {
+  call = null;    // {name, rate, seconds, mic, ref}
+  outputs = {};   // by slot: {out, latency, words, frame_ms, pictured}
+  #wanted = {};   // by slot: {words, frame_ms} as asked for last
+  #charts = {};   // by signal: {wave, picture}
+  #rendering = new Set();
+  #stop = new AbortController();        // of what is being rendered
+  #examination = new AbortController(); // of what is being measured
+
+  constructor(client) {
+    super();
+    this.client = client;
+    player = new Player();
+    player.addEventListener('pause', drawPlayhead);
+    buildTransport(signalsOf, {e: () => byId('equal').click()});
+    startPictures();
+    this.#buildTools();
+  }
+
+  #buildTools() {
+    const on = (id, type, action) => byId(id).addEventListener(type, action);
+    on('open-built-in', 'click', () => this.begin());
+    for (const kind of ['files', 'folder']) {
+      on(`open-${kind}`, 'click', () => byId(`pick-${kind}`).click());
+      on(`pick-${kind}`, 'change', event => {
+        this.open([...event.target.files]);
+        event.target.value = '';
+      });
+    }
+    on('cancel', 'click', () => this.#stop.abort());
+    on('equal', 'change', event => { player.equal = event.target.checked; player.amplify(); });
+    on('boost', 'input', () => this.#scaleWaves());
+    on('mark-from', 'click', markFrom);
+    on('mark-to', 'click', markTo);
+    for (const slot of ['a', 'b'])
+      on(`save-${slot}`, 'click', () => saveFile(wavFile(this.outputs[slot].out, this.call.rate), `output-${slot}.wav`));
+  }
+
+  /// Opens the call that comes with the page.
+  begin() { return this.open(builtInFiles(), 'The built-in call'); }
+
+  /// @param files  as for readRecordings; what is wrong with them is said, and the call that was open stays
+  async open(files, name) {
+    try {
+      const recordings = await readRecordings(files);
+      await this.openRecordings({...recordings, name: name ?? recordings.name});
+    } catch (error) {
+      showMessage(error.message, 'wrong');
+    }
+  }
+
+  /// @param recordings  {name, mic: {samples, rate}, ref, notes}
+  async openRecordings({name, mic, ref, notes}) {
+    const call = await this.client.ask('call', {mic, ref, rate: 0});
+    this.#examination.abort();
+    player.pause();
+    player.seek(0);
+    mark(0, 0);
+    this.call = {...call, name};
+    this.outputs = {};
+    Object.assign(data, {rate: call.rate, seconds: call.seconds, sound_seconds: call.seconds});
+    byId('call-about').textContent = `${name}: ${call.seconds.toFixed(1)} s at ${call.rate} Hz`;
+    byId('call-notes').replaceChildren(...[...notes, ...call.notes].map(note => create('li', {}, note)));
+    await this.#buildCharts();
+    for (const id of ['a', 'b']) this.#put(id, null);
+    for (const id of ['mic', 'ref']) this.#put(id, call[id]);
+    choose(player.chosen);
+    this.dispatchEvent(new CustomEvent('call', {detail: {rate: call.rate, seconds: call.seconds, name}}));
+    for (const id of ['mic', 'ref']) await this.#showPicture(id);
+  }
+
+  async #buildCharts() {
+    while (charts.length) removeChart(charts.at(-1));
+    for (const {id, title, ink} of signalsOf) {
+      this.#charts[id] = {wave: addWave(title, ink)};
+      await breathe();
+      this.#charts[id].picture = addPicture({title: ''}, null, id === 'b');
+      await breathe();
+    }
+  }
+
+  /// Samples of a signal, to be seen and heard; null when there are none.
+  #put(id, samples) {
+    const {wave, picture} = this.#charts[id];
+    this.#hear(id, samples);
+    for (const chart of [wave, picture]) chart.figure.hidden = !samples;
+    if (byId(`save-${id}`)) byId(`save-${id}`).disabled = !samples;
+    if (!samples) return;
+    wave.wave = new Wave(samples, this.call.rate);
+    this.#scaleWaves(wave);
+  }
+
+  #hear(id, samples) {
+    player.put(id, samples, this.call.rate);
+    [...byId('choices').children].find(button => button.dataset.id === id).disabled = !samples;
+    if (!samples && id === 'b' && player.chosen === 'b') choose('a');
+  }
+
+  /// One scale for all wave forms: the greatest sample fills its chart, or more with a boost.
+  #scaleWaves(changed) {
+    const waves = Object.values(this.#charts).map(({wave}) => wave), full = Wave.full;
+    Wave.full = Math.max(...waves.map(chart => chart.wave?.peak ?? 1)) / fromDb(player.boost);
+    for (const chart of waves) if (chart === changed || Wave.full !== full) redraw(chart);
+  }
+
+  async #showPicture(id, signal) {
+    const picture = await this.client.ask('picture', {signal: id}, {signal});
+    Object.assign(data.spectrogram, {column_seconds: picture.column_seconds, row_hz: picture.row_hz});
+    this.#charts[id].picture.picture = new Spectrogram(picture.greys, picture.columns, picture.rows);
+    redraw(this.#charts[id].picture);
+  }
+
+  /// Brings the output of a set up to date, then what is measured of it. A set B that is the same as A has no output of
+  /// its own until one of them changes.
+  async render(slot, words, frame_ms, signal) {
+    this.#wanted[slot] = {words, frame_ms};
+    if (!this.call) return;
+    const same = sameSet(this.#wanted.a, this.#wanted.b);
+    if (slot === 'b' && same && !this.outputs.b) return;
+    if (!await this.#renderOne(slot, signal)) return;
+    if (!this.outputs.b && same) this.#hear('b', this.outputs.a.out);
+    if (!this.outputs.b && this.#wanted.b && !same) await this.#renderOne('b', signal);
+    this.#examine().catch(error => showMessage(error.message, 'wrong')); // until the next rendering begins
+  }
+
+  /// A set that cannot be heard in the call, being for another rate, has no output.
+  drop(slot) {
+    delete this.#wanted[slot];
+    delete this.outputs[slot];
+    if (this.call) this.#put(slot, null);
+  }
+
+  /// @return whether there is a new output
+  async #renderOne(slot, signal) {
+    const {words, frame_ms} = this.#wanted[slot], call = this.call;
+    this.#examination.abort();
+    this.#setRendering(slot, true);
+    try {
+      const {out, latency} = await this.client.ask('render', {slot, words, frame_ms}, {
+        signal: AbortSignal.any([signal, this.#stop.signal].filter(Boolean)),
+        onProgress: done => { byId('progress').value = done; }});
+      if (call !== this.call) return false;
+      this.outputs[slot] = {out, latency, words, frame_ms};
+      this.#put(slot, out);
+      return true;
+    } catch (error) {
+      if (error.name !== 'AbortError') throw error;
+      if (this.#stop.signal.aborted) showMessage(`Rendering was cancelled: output ${slot.toUpperCase()} is still that of before.`, 'note');
+      return false;
+    } finally {
+      this.#setRendering(slot, false);
+    }
+  }
+
+  #setRendering(slot, on) {
+    this.#rendering[on ? 'add' : 'delete'](slot);
+    if (on && this.#stop.signal.aborted) this.#stop = new AbortController();
+    byId('signals').ariaBusy = String(this.#rendering.size > 0);
+    byId('signals').dataset.state = this.#rendering.size > 0 ? 'rendering' : this.#stop.signal.aborted ? 'cancelled' : 'measuring';
+    clearTimeout(this.patience);
+    this.patience = setTimeout(() => { byId('rendering').hidden = this.#rendering.size === 0; }, 200); // ms; most are done by then
+  }
+
+  /// Pictures, measures and diagnosis of what has been rendered.
+  async #examine() {
+    this.#examination.abort();
+    const {signal} = this.#examination = new AbortController();
+    try {
+      for (const [slot, output] of Object.entries(this.outputs)) {
+        if (!output.pictured) await this.#showPicture(slot, signal);
+        output.pictured = true;
+      }
+      const measured = await this.client.ask('measure', {}, {signal});
+      player.loudness = measured.loudness;
+      player.amplify();
+      await showMeasures(measured);
+      showDiagnosis(await this.client.ask('diagnose', {}, {signal}));
+      byId('signals').dataset.state = 'done';
+    } catch (error) {
+      if (error.name !== 'AbortError') throw error;
+    }
+  }
+}
