@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <sstream>
 
 #include <fmt/format.h>
 
+#include "para/file_bytes.h"
 #include "para/fir_design.h"
 #include "para/toml_values.h"
 
@@ -102,9 +102,10 @@ private:
   }
 
   std::optional<Response> numbers_of(const std::filesystem::path &path) {
-    std::ifstream file(path);
-    if (!file)
+    const auto bytes = file_bytes(path);
+    if (!bytes)
       return wrong("file", "{} cannot be opened", path.string());
+    std::istringstream file(*bytes);
     Response numbers;
     std::string line;
     for (int number = 1; std::getline(file, line); ++number) {

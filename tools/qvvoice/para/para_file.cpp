@@ -4,12 +4,11 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "para/file_bytes.h"
 #include "para/keys.h"
 #include "para/presets.h"
 #include "para/text_reader.h"
@@ -25,10 +24,10 @@ std::string contents(const std::string &path) {
   std::error_code error;
   if (std::filesystem::is_directory(path, error))
     throw InputError("{}: is a folder; right would be a parameter file, packed or as text", path);
-  std::ifstream file(path, std::ios::binary);
-  if (!file)
+  const auto bytes = file_bytes(path);
+  if (!bytes)
     throw InputError("{}: parameter file cannot be read: {}", path, std::strerror(errno));
-  return {std::istreambuf_iterator<char>(file), {}};
+  return *bytes;
 }
 
 /// Text has no control characters but white space; packed parameters have zeros at least.
@@ -49,7 +48,7 @@ Image words_of(const std::string &bytes) {
 
 ParaFile from_text(const std::string &name, std::string_view text, const std::filesystem::path &folder) {
   ReadText read = read_text(text, folder);
-  return {name, read.image, false, std::move(read.log)};
+  return {name, read.image, false, read.frame_ms, std::move(read.log)};
 }
 
 } // namespace
@@ -71,7 +70,7 @@ std::string fault_of(const std::string &bytes) {
 ParaFile parse(const std::string &name, const std::string &bytes, const std::filesystem::path &folder) {
   if (!is_packed(bytes))
     return from_text(name, bytes, folder);
-  ParaFile file{name, words_of(bytes), true, {}};
+  ParaFile file{name, words_of(bytes), true, 0, {}};
   if (bytes.size() > packed_size)
     file.log.warning("", fmt::format("{} bytes follow the {} words; nothing reads them", bytes.size() - packed_size,
                                      config::word_count));

@@ -13,6 +13,7 @@ struct ParaFile {
   std::string name; ///< as the user gave it
   Image image;
   bool packed = false; ///< the file held words, not text
+  int frame_ms = 0;    ///< that the values are meant for; 0 when nothing says
   FindingLog log;      ///< what reading a text found; the image counts only when this has no error
 };
 
