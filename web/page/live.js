@@ -150,10 +150,10 @@ class Live {
     else this.node.port.postMessage({words, frame_ms});
   }
 
-  #hear({trace, recorded, latency, refused, taken, anew, effects}) {
+  #hear({trace, recorded, latency, refused, taken, effects}) {
     if (latency) this.latency = latency;
     if (refused) this.#say(`Live: the library refuses these parameters (status ${refused}); the last ones go on.`, 'wrong');
-    if (taken) this.#say(anew ? 'A new call was begun: these parameters cannot be taken up by a running one.'
+    if (taken) this.#say(taken === 'anew' ? 'A new call was begun: these parameters cannot be taken up by a running one.'
       : effects & 4 ? 'Taken up; the echo has to be learnt again.' : effects & 1 ? 'Taken up, with a short pause.' : 'Taken up.');
     if (!recorded || !this.screen) return;
     this.trace = trace;

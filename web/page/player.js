@@ -9,7 +9,7 @@ const farthest = 20;    // dB by which equal loudness lowers the loudest signal 
 const fromDb = db => 10 ** (db / 20);
 
 class Player extends EventTarget {
-  chosen = 'mic';
+  chosen = 'a';
   boost = 0;       // dB
   equal = true;    // all signals at the loudness of the quietest
   loudness = {};   // dB by signal
@@ -151,7 +151,6 @@ class Player extends EventTarget {
   }
 
   async choose(id) {
-    if (!this.buffers.has(id)) return;
     this.chosen = id;
     this.amplify();
   }

@@ -78,7 +78,7 @@ class View extends EventTarget {
     await this.#buildCharts();
     for (const id of ['a', 'b']) this.#put(id, null);
     for (const id of ['mic', 'ref']) this.#put(id, call[id]);
-    choose(player.buffers.has(player.chosen) ? player.chosen : 'mic');
+    choose(player.chosen);
     this.dispatchEvent(new CustomEvent('call', {detail: {rate: call.rate, seconds: call.seconds, name}}));
     for (const id of ['mic', 'ref']) await this.#showPicture(id);
   }
@@ -107,6 +107,7 @@ class View extends EventTarget {
   #hear(id, samples) {
     player.put(id, samples, this.call.rate);
     [...byId('choices').children].find(button => button.dataset.id === id).disabled = !samples;
+    if (!samples && id === 'b' && player.chosen === 'b') choose('a');
   }
 
   /// One scale for all wave forms: the greatest sample fills its chart, or more with a boost.
@@ -183,45 +184,14 @@ class View extends EventTarget {
         if (!output.pictured) await this.#showPicture(slot, signal);
         output.pictured = true;
       }
-      await this.#showMeasures(await this.client.ask('measure', {}, {signal}));
-      this.#showDiagnosis(await this.client.ask('diagnose', {}, {signal}));
+      const measured = await this.client.ask('measure', {}, {signal});
+      player.loudness = measured.loudness;
+      player.amplify();
+      await showMeasures(measured);
+      showDiagnosis(await this.client.ask('diagnose', {}, {signal}));
       byId('signals').dataset.state = 'done';
     } catch (error) {
       if (error.name !== 'AbortError') throw error;
     }
   }
-
-  async #showMeasures({lanes, strips, numbers, loudness}) {
-    for (const named of [...strips.rows, ...lanes.flatMap(lane => [...lane.series, ...(lane.band ? [lane.band] : [])])])
-      named.label = named.label.replace(/, other$/, ', B');
-    player.loudness = loudness;
-    player.amplify();
-    byId('headlines').replaceChildren(...headlines(numbers));
-    byId('numbers').replaceChildren(create('h2', {}, 'Measures'), numberTable(numbers.filter(row => row.value !== null), ['A', this.outputs.b && 'B']));
-    const states = charts.find(chart => chart.strips);
-    if (states) updateStrips(states, strips);
-    else addStrips(strips);
-    await showLanes(lanes);
-  }
-
-  #showDiagnosis({verdict, state, checks}) {
-    if (byId('verdict').textContent !== verdict) byId('verdict').textContent = verdict;
-    byId('verdict').className = state;
-    byId('causes').replaceChildren(...causes(checks));
-    byId('check-table').replaceChildren(diagnosisTable(checks));
-  }
 }
-
-/// Lanes that are there get new values; others come and go.
-async function showLanes(lanes) {
-  for (const chart of charts.filter(chart => chart.lane && !lanes.some(lane => lane.title === chart.title))) removeChart(chart);
-  for (const [k, lane] of lanes.entries()) {
-    const chart = charts.find(chart => chart.lane && chart.title === lane.title);
-    if (chart) updateLane(chart, lane);
-    else byId('charts').insertBefore(addLane(lane, k === lanes.length - 1).figure, nextFigure(lanes.slice(k + 1)));
-    await breathe();
-  }
-}
-
-/// Of the first of these lanes that has a chart.
-const nextFigure = lanes => lanes.map(lane => charts.find(chart => chart.title === lane.title)?.figure).find(Boolean) ?? null;

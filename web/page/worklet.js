@@ -14,8 +14,8 @@ const reportTime = 0.1; // s between two messages to the page
 class LiveProcessor extends AudioWorkletProcessor {
   constructor({processorOptions: {engine, words, frame_ms}}) {
     super();
-    this.engine = Engine.from(engine);
-    const allocate = bytes => this.engine.allocate(bytes);
+    this.engine = new Engine(engine);
+    const {allocate} = this.engine.exports;
     this.at = {mic: allocate(4 * quantum), ref: allocate(4 * quantum), out: allocate(4 * quantum), words: allocate(1000),
       config: allocate(16), result: allocate(8), trace: allocate(4 * traceFields.length)};
     this.blocks = Math.max(Math.round(reportTime * sampleRate / quantum), 1); // of one message
@@ -25,40 +25,43 @@ class LiveProcessor extends AudioWorkletProcessor {
     this.port.onmessage = ({data}) => this.#follow(data);
   }
 
-  get #view() { return new DataView(this.engine.memory.buffer); }
-  #floats(at) { return new Float32Array(this.engine.memory.buffer, at, quantum); }
+  get #view() { return new DataView(this.engine.memory); }
+  #floats(at) { return new Float32Array(this.engine.memory, at, quantum); }
   #beginMessage() {
     this.recorded = Object.fromEntries(['mic', 'ref', 'out'].map(name => [name, new Int16Array(this.blocks * quantum)]));
     this.filled = 0;
   }
 
-  /// Another call in place of the one that runs, which stays when there can be none.
+  /// Another call in place of the one that runs, which stays when there can be none. @return whether there is one
   #make(words, frame_ms) {
     const {exports} = this.engine, {at} = this;
-    new Int16Array(this.engine.memory.buffer, at.words, 500).set(words);
+    new Int16Array(this.engine.memory, at.words, 500).set(words);
     [16, sampleRate, sampleRate * frame_ms / 1000, 1].forEach((value, k) => this.#view.setInt32(at.config + 4 * k, value, true));
     let status = exports.qv_call_create(at.config, at.words, at.result);
     const call = this.#view.getUint32(at.result, true);
     if (status === 0) status = exports.qv_stream_create(call, quantum, at.result);
     if (status !== 0) {
       exports.qv_call_destroy(call);
-      return this.port.postMessage({refused: status});
+      this.port.postMessage({refused: status});
+      return false;
     }
     exports.qv_stream_destroy(this.stream);
     exports.qv_call_destroy(this.call);
     Object.assign(this, {call, stream: this.#view.getUint32(at.result, true), frame_ms});
     this.#tellLatency();
+    return true;
   }
 
   /// Parameters of the page: into the running call if that can take them, else into a new one, which is said.
   #follow({words, frame_ms}) {
     const {exports, memory} = this.engine;
-    new Int16Array(memory.buffer, this.at.words, 500).set(words);
+    new Int16Array(memory, this.at.words, 500).set(words);
     const taken = this.stream && frame_ms === this.frame_ms &&
       exports.qv_call_replace_parameters(this.call, this.at.words, this.at.result) === 0;
-    if (!taken) this.#make(words, frame_ms);
-    else this.#tellLatency();
-    this.port.postMessage({taken: true, anew: !taken, effects: taken ? this.#view.getUint32(this.at.result, true) : 0});
+    if (!taken && !this.#make(words, frame_ms)) return;
+    if (!taken) return this.port.postMessage({taken: 'anew'});
+    this.port.postMessage({taken: 'on', effects: this.#view.getUint32(this.at.result, true)});
+    this.#tellLatency();
   }
 
   /// Samples of delay as configured: in the library, and with the collecting of frames.

@@ -115,7 +115,7 @@ function buildTransport(signals, ownKeys = {}) {
     ' ': toggle, '+': actions['zoom-in'], '=': actions['zoom-in'], '-': actions['zoom-out'], '0': actions['zoom-all'],
     Home: actions['zoom-all'], ArrowLeft: () => pan(-0.2), ArrowRight: () => pan(0.2), t: () => setTheme(!isDark()),
     l: () => byId('loop').click(), '[': markFrom, ']': markTo, Escape: () => mark(0, 0), ...ownKeys};
-  signals.forEach((signal, k) => { keys[k + 1] = keys[signal.key] = () => choose(signal.id); });
+  signals.forEach((signal, k) => { keys[k + 1] = keys[signal.key] = () => byId('choices').children[k].click(); });
   document.addEventListener('keydown', event => {
     if (event.ctrlKey || event.metaKey || event.altKey || takesKey(event.target, event.key)) return;
     const action = keys[event.key];
