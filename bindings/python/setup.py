@@ -1,6 +1,6 @@
 """Lets the project's CMake build and install what a wheel holds: python3 -m pip wheel --no-build-isolation bindings/python
 
-The library is inside the module; libfmt, libtomlplusplus, libsndfile and libsoxr are those of the machine that builds.
+The library is inside the module; libfmt, libsndfile and libsoxr are those of the machine that builds.
 """
 
 import pathlib

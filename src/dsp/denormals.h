@@ -20,7 +20,7 @@ public:
   FlushDenormals() : saved_(control()) { set_control(saved_ | flush_to_zero); }
   ~FlushDenormals() { set_control(saved_); }
 #else
-  FlushDenormals() = default;
+  FlushDenormals() {} // nothing to set: such numbers cost what others do, or cannot be flushed
 #endif
   FlushDenormals(const FlushDenormals &) = delete;
   FlushDenormals &operator=(const FlushDenormals &) = delete;

@@ -8,6 +8,7 @@
 #include "process/inputs.h"
 #include "recordings.h"
 #include "support/error.h"
+#include "support/progress.h"
 #include "verbs.h"
 
 namespace qv::tool {

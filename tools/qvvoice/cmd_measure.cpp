@@ -13,6 +13,7 @@
 #include "recordings.h"
 #include "sets/set.h"
 #include "support/error.h"
+#include "support/progress.h"
 #include "support/output_file.h"
 #include "support/worker_pool.h"
 #include "verbs.h"

@@ -10,11 +10,6 @@ namespace qv::tool {
 
 namespace {
 
-/// The first line of a preset's text, a comment.
-std::string purpose(const para::Preset &preset) {
-  return std::string(preset.text.substr(2, preset.text.find('\n') - 2));
-}
-
 void list_presets(bool json) {
   auto rows = nlohmann::ordered_json::array();
   for (const para::Preset &preset : para::presets()) {

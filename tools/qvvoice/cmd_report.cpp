@@ -10,6 +10,7 @@
 #include "report/html.h"
 #include "sets/set.h"
 #include "support/error.h"
+#include "support/progress.h"
 #include "support/output_file.h"
 #include "verbs.h"
 

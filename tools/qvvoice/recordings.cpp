@@ -7,6 +7,7 @@
 
 #include "process/inputs.h"
 #include "support/error.h"
+#include "support/progress.h"
 
 namespace qv::tool {
 

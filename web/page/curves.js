@@ -43,8 +43,10 @@ class LevelCurve {
 
   show() {
     const {state, path, plot} = this, line = state.view.level_curves[path], other = state.views[state.other]?.level_curves[path];
-    plot.draw([['unity', [[-90, -90], [0, 0]]], ...(other ? [['other', other]] : []), ['line', line]]);
-    this.places = [-90, this.value('knee_low_db'), this.value('knee_high_db'), 0].map(x => [x, valueAt(line, x)]);
+    const low = this.value('knee_low_db'), high = this.value('knee_high_db'), top = high + this.value('knee_gain_db');
+    this.places = [line[0], [low, top + this.value('slope_mid') * (low - high)], [high, top], line.at(-1)];
+    const own = [...line, ...this.places].sort((one, two) => one[0] - two[0]); // the knees lie between the curve's points
+    plot.draw([['unity', [[-90, -90], [0, 0]]], ...(other ? [['other', other]] : []), ['line', own]]);
     this.places.forEach((place, k) => plot.place(this.handles[k], place,
       `in ${place[0].toFixed(1)} dB, out ${place[1].toFixed(1)} dB, gain ${(place[1] - place[0]).toFixed(1)} dB`));
   }

@@ -92,9 +92,10 @@ class Files {
   read(name, bytes, slots) {
     return this.attempt(async () => {
       const file = await this.client.ask('read', {name, bytes});
-      await this.state.load(file, slots);
       const said = file.findings.map(({line, severity, key, message}) => `${line ? `line ${line}: ` : ''}${severity}: ${key && `${key}: `}${message}`);
-      showMessage([`Read ${name}.`, ...said].join('\n'), file.findings.length ? 'note' : 'ok');
+      if (file.findings.some(({severity}) => severity === 'error')) throw new Error([`${name} is left aside.`, ...said].join('\n'));
+      await this.state.load(file, slots);
+      showMessage([`Read ${name}.`, ...said].join('\n'), said.length ? 'note' : 'ok');
     });
   }
 
@@ -108,8 +109,9 @@ class Files {
   }
 
   async saveText() {
-    const {text} = await this.client.ask('text', {words: this.state.set.words});
-    saveFile(new Blob([text], {type: 'application/toml'}), `${this.stem}.toml`);
+    const {words, frame_ms} = this.state.set, {text} = await this.client.ask('text', {words});
+    const whole = text.replace(/^rate = .*$/m, rate => `${rate}\nframe_ms = ${frame_ms}`);
+    saveFile(new Blob([whole], {type: 'application/toml'}), `${this.stem}.toml`);
   }
 
   async savePacked() {

@@ -78,7 +78,10 @@ class State extends EventTarget {
   async #apply(batch) {
     if (this.#batch === batch) this.#batch = undefined;
     const set = this.sets[batch.slot], changes = [...batch.changes.values()], points = {...set.points};
-    const {words} = await this.client.ask('edit', {words: set.words, changes});
+    const {words, findings = []} = await this.client.ask('edit', {words: set.words, changes});
+    const wrong = findings.find(({severity}) => severity === 'error');
+    if (wrong) throw new Error(`${wrong.key}: ${wrong.message}`);
+    if (words.every((word, k) => word === set.words[k]) && !changes.some(({drawn}) => drawn)) return;
     for (const {key, drawn} of changes) {
       const [path, module, name] = key.split('.');
       if (module === 'eq' && name !== 'enable') points[path] = drawn;
@@ -90,14 +93,17 @@ class State extends EventTarget {
   /// A drag has ended; what follows within the time of a double click or of a held key still belongs to it.
   settle() {
     clearTimeout(this.settling);
-    this.settling = setTimeout(() => this.#inTurn(() => { this.#gesture = ''; }), 500);
+    this.settling = setTimeout(() => this.#inTurn(() => {
+      this.#gesture = '';
+      this.#tell('view', {slot: this.slot}); // what was set and not stored goes back
+    }), 500);
   }
 
   /// Begins anew from words that were read. @param slots  which sets take them
   load({words, name, rate, frame_ms}, slots = [this.slot]) {
     return this.#inTurn(async () => {
       const {values} = await this.client.ask('view', {words});
-      const set = {words, name, rate, frame_ms: frame_ms || 20, points: {}, begin: {words, name, values}};
+      const set = {words, name, rate, frame_ms: frame_ms || this.sets[slots[0]]?.frame_ms || 20, points: {}, begin: {words, name, values}};
       const sets = Object.fromEntries(slots.map(slot => [slot, set]));
       if (this.sets.a) await this.#step(sets, `start from ${name}`);
       else await this.#show(sets);

@@ -2,16 +2,8 @@
 
 #include <algorithm>
 
-#include "call/streams.h"
-
 namespace qv::tool {
 namespace {
-
-struct Inputs {
-  const Samples *far = nullptr; ///< with it the receive path runs
-  const Samples *mic = nullptr; ///< with it the transmit path runs
-  const Samples *ref = nullptr; ///< without it the receive output is the echo reference
-};
 
 SampleSource reading(const Samples *samples) {
   if (!samples)
@@ -28,34 +20,46 @@ SampleSink appending(Samples &samples) {
   return [&samples](std::span<const int16_t> more) { samples.insert(samples.end(), more.begin(), more.end()); };
 }
 
-Run run(const Setup &setup, const Inputs &in, const RunOptions &options) {
-  Run result;
+size_t longest(const RunInProgress::Inputs &inputs) {
   size_t length = 0;
-  for (const Samples *samples : {in.far, in.mic, in.ref})
+  for (const Samples *samples : {inputs.far, inputs.mic, inputs.ref})
     length = std::max(length, samples ? samples->size() : 0);
-  const size_t frames = (length + size_t(setup.frame_len) - 1) / size_t(setup.frame_len);
-  if (in.far)
-    result.played.reserve(length);
-  if (in.mic)
-    result.sent.reserve(length);
-  const auto count_frame = [&](const QvVoiceTrace &trace, double seconds) {
-    result.trace.push_back(trace);
-    result.frame_seconds.push_back(seconds);
+  return length;
+}
+
+Run run(const Setup &setup, const RunInProgress::Inputs &inputs, const RunOptions &options) {
+  RunInProgress run(setup, inputs, options.compensate);
+  while (run.next_frame())
     if (options.progress)
-      options.progress(std::min(result.trace.size(), frames), frames);
-  };
-  result.latency = run_streams(setup,
-                               {.far = reading(in.far),
-                                .mic = reading(in.mic),
-                                .ref = reading(in.ref),
-                                .sent = appending(result.sent),
-                                .played = appending(result.played),
-                                .frame = count_frame},
-                               options.compensate);
-  return result;
+      options.progress(std::min(run.done(), run.frames()), run.frames());
+  return run.take();
 }
 
 } // namespace
+
+RunInProgress::RunInProgress(const Setup &setup, const Inputs &inputs, bool compensate)
+    : streams_(streams_of(inputs)), call_(setup, streams_, compensate),
+      frames_((longest(inputs) + size_t(setup.frame_len) - 1) / size_t(setup.frame_len)) {
+  run_.latency = call_.latency();
+  if (inputs.mic)
+    run_.sent.reserve(longest(inputs));
+  if (inputs.far)
+    run_.played.reserve(longest(inputs));
+}
+
+Streams RunInProgress::streams_of(const Inputs &inputs) {
+  return {.far = reading(inputs.far),
+          .mic = reading(inputs.mic),
+          .ref = reading(inputs.ref),
+          .sent = appending(run_.sent),
+          .played = appending(run_.played),
+          .frame = [this](const QvVoiceTrace &trace, double seconds) {
+            run_.trace.push_back(trace);
+            run_.frame_seconds.push_back(seconds);
+          }};
+}
+
+Run RunInProgress::take() { return std::move(run_); }
 
 Run run_tx(const Setup &setup, const Samples &mic, const Samples &ref, const RunOptions &options) {
   return run(setup, {.mic = &mic, .ref = &ref}, options);

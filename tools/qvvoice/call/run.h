@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "call/library.h"
-#include "support/progress.h"
+#include "call/streams.h"
+#include "support/progress_fn.h"
 
 namespace qv::tool {
 
@@ -22,6 +22,34 @@ struct Run {
   std::vector<QvVoiceTrace> trace;   ///< [frames]
   std::vector<double> frame_seconds; ///< [frames] time that the library took, both paths together
   Latency latency;                   ///< as configured, compensated or not
+};
+
+/// A run under way. Neither moved nor copied.
+class RunInProgress {
+public:
+  struct Inputs {
+    const Samples *far = nullptr; ///< with it the receive path runs
+    const Samples *mic = nullptr; ///< with it the transmit path runs
+    const Samples *ref = nullptr; ///< without it the receive output is the echo reference
+  };
+
+  /// @param setup,inputs  their samples are not kept in copy
+  RunInProgress(const Setup &setup, const Inputs &inputs, bool compensate);
+  RunInProgress(const RunInProgress &) = delete;
+  RunInProgress &operator=(const RunInProgress &) = delete;
+
+  bool next_frame() { return call_.next_frame(); } ///< false when the run is through
+  size_t frames() const { return frames_; }        ///< of the inputs; the latency that is taken out may need one more
+  size_t done() const { return run_.trace.size(); }
+  Run take(); ///< what has been run
+
+private:
+  Streams streams_of(const Inputs &inputs);
+
+  Run run_;
+  Streams streams_;
+  StreamedCall call_;
+  size_t frames_;
 };
 
 /// Each starts from a fresh initialisation. The shorter input is continued with zeros, the last frame

@@ -36,6 +36,16 @@ std::string range_of(const Field &field) {
   return field.is_switch() ? "true, false" : fmt::format("{:g} .. {:g}", field.least, field.greatest);
 }
 
+const char *type_of(const Field &field) {
+  return field.is_switch()                                                                          ? "switch"
+         : field.encoding == config::Encoding::integer || field.encoding == config::Encoding::int16 ? "integer"
+                                                                                                    : "number";
+}
+
+const char *extent_of(const Field &field) {
+  return field.extent == config::Extent::scalar ? "scalar" : field.extent == config::Extent::groups ? "groups" : "taps";
+}
+
 std::string markdown_section(const config::Section &section) {
   std::string text =
       fmt::format("\n## `[{}]` {}\n\n| key | range | unit | step | default | words at 8 kHz | at 16 kHz | "
@@ -91,7 +101,11 @@ Json reference_json(const std::string &section) {
   for (const Field &field : config::fields)
     if (in_section(field, section))
       rows.push_back({{"key", path_of(field)},
+                      {"section", field.section},
+                      {"name", field.key},
                       {"field", field.name},
+                      {"type", type_of(field)},
+                      {"extent", extent_of(field)},
                       {"words_8k", words_of(field, 8000)},
                       {"words_16k", words_of(field, 16000)},
                       {"unit", field.unit},

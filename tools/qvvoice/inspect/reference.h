@@ -13,7 +13,8 @@ std::string reference_text(const std::string &section);
 /// The page docs/parameters.md.
 std::string reference_markdown();
 
-/// [{"key", "field", "words_8k", "words_16k", "unit", "least", "greatest", "step", "default", "meaning"}]
+/// [{"key", "section", "name", "field", "type" ("switch", "integer", "number"), "extent" ("scalar", "groups", "taps"),
+/// "words_8k", "words_16k", "unit", "least", "greatest", "step", "default", "meaning"}]
 nlohmann::ordered_json reference_json(const std::string &section);
 
 /// JSON schema (draft 7) of the text form, for editors.

@@ -5,18 +5,12 @@
 
 #include <filesystem>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-namespace qv::tool::para {
+#include "para/finding.h"
 
-/// What is wrong with one key of an equaliser's section.
-struct EqualiserError : std::runtime_error {
-  EqualiserError(std::string wrong_key, const std::string &message)
-      : std::runtime_error(message), key(std::move(wrong_key)) {}
-  std::string key;
-};
+namespace qv::tool::para {
 
 struct EqualiserSource {
   std::string key;          ///< "points" or "file"
@@ -24,10 +18,10 @@ struct EqualiserSource {
   std::string warning;      ///< how far the filter is from the points; empty when it is close
 };
 
-/// What `points` or `file` ask for; nothing when the section has neither. Throws EqualiserError.
-/// @param section  the section of one equaliser
+/// What `points` or `file` ask for; nothing when the section has neither, or after an error in the log.
+/// @param section  the section of one equaliser, at `path`
 /// @param folder   where coefficient files lie
-std::optional<EqualiserSource> equaliser_source(const toml::table &section, const std::filesystem::path &folder,
-                                                int32_t rate);
+std::optional<EqualiserSource> equaliser_source(const toml::table &section, const std::string &path,
+                                                const std::filesystem::path &folder, int32_t rate, FindingLog &log);
 
 } // namespace qv::tool::para

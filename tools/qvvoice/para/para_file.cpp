@@ -4,12 +4,11 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "para/file_bytes.h"
 #include "para/keys.h"
 #include "para/presets.h"
 #include "para/text_reader.h"
@@ -25,10 +24,10 @@ std::string contents(const std::string &path) {
   std::error_code error;
   if (std::filesystem::is_directory(path, error))
     throw InputError("{}: is a folder; right would be a parameter file, packed or as text", path);
-  std::ifstream file(path, std::ios::binary);
-  if (!file)
+  const auto bytes = file_bytes(path);
+  if (!bytes)
     throw InputError("{}: parameter file cannot be read: {}", path, std::strerror(errno));
-  return {std::istreambuf_iterator<char>(file), {}};
+  return *bytes;
 }
 
 /// Text has no control characters but white space; packed parameters have zeros at least.
@@ -38,42 +37,56 @@ bool is_packed(const std::string &bytes) {
   });
 }
 
-Image words_of(const std::string &bytes, const std::string &path) {
-  if (bytes.size() < packed_size)
-    throw InputError("{}: parameter file holds {} bytes; {} ({} words) are needed", path, bytes.size(), packed_size,
-                     config::word_count);
-  const auto byte = [&](size_t at) { return uint8_t(bytes[at]); };
-  if (const int swapped = byte(0) << 8 | byte(1); rate_served(swapped))
-    throw InputError("{}: word 0 is {} in big-endian order; the words must be little-endian", path, swapped);
+uint8_t byte_at(const std::string &bytes, size_t at) { return uint8_t(bytes[at]); }
+
+Image words_of(const std::string &bytes) {
   Image image;
   for (size_t i = 0; i < image.size(); ++i)
-    image[i] = int16_t(byte(2 * i) | byte(2 * i + 1) << 8);
+    image[i] = int16_t(byte_at(bytes, 2 * i) | byte_at(bytes, 2 * i + 1) << 8);
   return image;
 }
 
 ParaFile from_text(const std::string &name, std::string_view text, const std::filesystem::path &folder) {
   ReadText read = read_text(text, folder);
-  return {name, read.image, false, std::move(read.log)};
+  return {name, read.image, false, read.frame_ms, std::move(read.log)};
 }
 
 } // namespace
+
+std::string fault_of(const std::string &bytes) {
+  if (bytes.empty())
+    return fmt::format("is empty; right would be {} bytes of packed words, or a text as `qvvoice para new` writes it",
+                       packed_size);
+  if (!is_packed(bytes))
+    return "";
+  if (bytes.size() < packed_size)
+    return fmt::format("parameter file holds {} bytes; {} ({} words) are needed", bytes.size(), packed_size,
+                       config::word_count);
+  if (const int swapped = byte_at(bytes, 0) << 8 | byte_at(bytes, 1); rate_served(swapped))
+    return fmt::format("word 0 is {} in big-endian order; the words must be little-endian", swapped);
+  return "";
+}
+
+ParaFile parse(const std::string &name, const std::string &bytes, const std::filesystem::path &folder) {
+  if (!is_packed(bytes))
+    return from_text(name, bytes, folder);
+  ParaFile file{name, words_of(bytes), true, 0, {}};
+  if (bytes.size() > packed_size)
+    file.log.warning("", fmt::format("{} bytes follow the {} words; nothing reads them", bytes.size() - packed_size,
+                                     config::word_count));
+  return file;
+}
 
 ParaFile load(const std::string &name) {
   if (const Preset *preset = find_preset(name))
     return from_text(name, preset->text, {});
   if (!std::filesystem::exists(name))
-    throw InputError("{}: parameter file cannot be read: there is neither a file nor a preset of that name{}", name, did_you_mean(nearest(name, preset_names())));
+    throw InputError("{}: parameter file cannot be read: there is neither a file nor a preset of that name{}", name,
+                     did_you_mean(nearest(name, preset_names())));
   const std::string bytes = contents(name);
-  if (bytes.empty())
-    throw InputError("{}: is empty; right would be {} bytes of packed words, or a text as `qvvoice para new` writes it",
-                     name, packed_size);
-  if (!is_packed(bytes))
-    return from_text(name, bytes, std::filesystem::path(name).parent_path());
-  ParaFile file{name, words_of(bytes, name), true, {}};
-  if (bytes.size() > packed_size)
-    file.log.warning("", fmt::format("{} bytes follow the {} words; nothing reads them", bytes.size() - packed_size,
-                                     config::word_count));
-  return file;
+  if (const std::string fault = fault_of(bytes); !fault.empty())
+    throw InputError("{}: {}", name, fault);
+  return parse(name, bytes, std::filesystem::path(name).parent_path());
 }
 
 ParaFile load_valid(const std::string &name) {

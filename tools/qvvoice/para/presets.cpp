@@ -6,6 +6,8 @@
 
 namespace qv::tool::para {
 
+std::string purpose(const Preset &preset) { return std::string(preset.text.substr(2, preset.text.find('\n') - 2)); }
+
 std::vector<std::string> preset_names() {
   std::vector<std::string> names;
   for (const Preset &preset : presets())

@@ -15,6 +15,9 @@ struct Preset {
   std::string_view text; ///< text form
 };
 
+/// The first line of a preset's text, a comment: what the preset is for.
+std::string purpose(const Preset &preset);
+
 /// Every preset, by name. The array is generated from presets/*.toml.
 std::span<const Preset> presets();
 

@@ -40,18 +40,14 @@ public:
 
   void read_equaliser(const toml::table &section, const std::string &path, const std::filesystem::path &folder) {
     const Field &half_taps = *find_field(path + ".half_taps");
-    try {
-      if (const auto source = equaliser_source(section, folder, rate_)) {
-        for (int32_t i = 0; i < EQ_MAX_HALF_TAPS; ++i)
-          store(*find_field(path + ".coef"), i, size_t(i) < source->half.size() ? source->half[size_t(i)] : 0);
-        store(half_taps, 0, double(source->half.size()));
-        if (!source->warning.empty())
-          log_.warning(joined(path, source->key), source->warning);
-      } else if (const toml::array *coef = section["coef"].as_array(); coef && !section.contains("half_taps")) {
-        store(half_taps, 0, double(coef->size()));
-      }
-    } catch (const EqualiserError &wrong) {
-      log_.error(joined(path, wrong.key), wrong.what());
+    if (const auto source = equaliser_source(section, path, folder, rate_, log_)) {
+      for (int32_t i = 0; i < EQ_MAX_HALF_TAPS; ++i)
+        store(*find_field(path + ".coef"), i, size_t(i) < source->half.size() ? source->half[size_t(i)] : 0);
+      store(half_taps, 0, double(source->half.size()));
+      if (!source->warning.empty())
+        log_.warning(joined(path, source->key), source->warning);
+    } else if (const toml::array *coef = section["coef"].as_array(); coef && !section.contains("half_taps")) {
+      store(half_taps, 0, double(coef->size()));
     }
   }
 
@@ -137,20 +133,20 @@ private:
 
 ReadText read_text(std::string_view text, const std::filesystem::path &folder) {
   ReadText result;
-  try {
-    const toml::table root = toml::parse(text);
-    note_lines(root, "", result.log);
-    if (!read_header(root, result))
-      return result;
-    SectionReader reader(result.image, result.log);
-    reader.read_table(root, "");
-    for (const char *path : {"tx.eq", "rx.eq"})
-      if (const toml::table *section = root.at_path(path).as_table())
-        reader.read_equaliser(*section, path, folder);
-  } catch (const toml::parse_error &wrong) {
-    result.log.note_line("", int(wrong.source().begin.line));
-    result.log.error("", "not TOML: " + std::string(wrong.description()));
+  const toml::parse_result root = toml::parse(text);
+  if (!root) {
+    result.log.note_line("", int(root.error().source().begin.line));
+    result.log.error("", "not TOML: " + std::string(root.error().description()));
+    return result;
   }
+  note_lines(root.table(), "", result.log);
+  if (!read_header(root.table(), result))
+    return result;
+  SectionReader reader(result.image, result.log);
+  reader.read_table(root.table(), "");
+  for (const char *path : {"tx.eq", "rx.eq"})
+    if (const toml::table *section = root.at_path(path).as_table())
+      reader.read_equaliser(*section, path, folder);
   return result;
 }
 

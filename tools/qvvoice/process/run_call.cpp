@@ -54,14 +54,16 @@ Account run_call(const Setup &setup, Inputs &inputs, Results &results, bool comp
       results.trace->write(trace_line(trace, time));
     bar(size_t(time), stated_seconds);
   };
-  account.latency = run_streams(setup,
-                                {.far = reading(inputs.far),
-                                 .mic = reading(inputs.mic, &mic),
-                                 .ref = reading(inputs.ref, &ref),
-                                 .sent = writing(results.sent),
-                                 .played = writing(results.played),
-                                 .frame = count_frame},
-                                compensate);
+  const Streams streams{.far = reading(inputs.far),
+                        .mic = reading(inputs.mic, &mic),
+                        .ref = reading(inputs.ref, &ref),
+                        .sent = writing(results.sent),
+                        .played = writing(results.played),
+                        .frame = count_frame};
+  StreamedCall call(setup, streams, compensate);
+  while (call.next_frame()) {
+  }
+  account.latency = call.latency();
   if (inputs.mic && inputs.ref)
     account.hints = hints(*inputs.mic, mic, *inputs.ref, ref);
   return account;

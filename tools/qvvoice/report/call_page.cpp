@@ -6,7 +6,9 @@
 
 #include "diagnose/diagnose.h"
 #include "report/html.h"
+#include "report/numbers.h"
 #include "report/spectrogram.h"
+#include "support/progress.h"
 
 namespace qv::tool::report {
 namespace {
@@ -42,24 +44,6 @@ Json signals(const CallReport &call, const SpectrogramScale &scale) {
   for (const SignalView16 &signal : all)
     json.push_back(signal_json(signal, call.subject.rate, scale));
   return json;
-}
-
-Json number_or_null(const measure::Value &value) { return value.known() ? Json(value.number()) : Json(); }
-
-Json numbers(const CallReport &call) {
-  Json rows = Json::array();
-  for (const measure::Measure &measure : shown_measures()) {
-    const measure::Value &value = call.results.*measure.value;
-    Json row = {{"name", measure.key},           {"unit", measure.unit},       {"decimals", measure.decimals},
-                {"better", measure.better},      {"meaning", measure.meaning}, {"headline", measure.column != nullptr},
-                {"value", number_or_null(value)}};
-    if (!value.known())
-      row["gap"] = text_of(value.gap());
-    if (call.other)
-      row["other"] = number_or_null(call.other->results.*measure.value);
-    rows.push_back(row);
-  }
-  return rows;
 }
 
 Json links_json(const Links &links) {
@@ -107,7 +91,7 @@ Json page_data(const CallReport &call, const Links &links) {
                  {"row_hz", scale.row_hz},
                  {"grey_of_full_scale", grey_of_full_scale}}},
                {"diagnosis", to_json(call.diagnosis)},
-               {"numbers", numbers(call)},
+               {"numbers", numbers(call.results, call.other ? &call.other->results : nullptr)},
                {"strips", strips(call.subject, run, other)},
                {"lanes", lanes(call.subject, run, other, call.delays)},
                {"signals", signals(call, scale)}};
@@ -143,15 +127,6 @@ CallReport examine(std::string name, measure::Subject subject, const Setup &setu
   call.delays = evidence.delay.points;
   call.diagnosis = diagnose::diagnose(evidence);
   return call;
-}
-
-std::vector<measure::Measure> shown_measures() {
-  std::vector<measure::Measure> shown;
-  std::ranges::copy_if(measure::measures(), std::back_inserter(shown), [](const measure::Measure &measure) {
-    return measure.value != &measure::Results::real_time_factor &&
-           measure.value != &measure::Results::worst_frame_percent;
-  });
-  return shown;
 }
 
 std::string call_page(const CallReport &call, const Links &links) {

@@ -41,7 +41,4 @@ struct Links {
 /// A self-contained HTML file; the same bytes for the same call. What depends on the machine's speed is left out.
 std::string call_page(const CallReport &call, const Links &links);
 
-/// Measures that a page shows: all but those of speed.
-std::vector<measure::Measure> shown_measures();
-
 } // namespace qv::tool::report

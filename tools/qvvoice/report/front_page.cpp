@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "report/html.h"
+#include "report/numbers.h"
 
 namespace qv::tool::report {
 namespace {

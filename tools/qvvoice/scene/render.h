@@ -5,7 +5,7 @@
 
 #include "scene/scene.h"
 #include "scene/truth.h"
-#include "support/progress.h"
+#include "support/progress_fn.h"
 
 namespace qv::tool::scene {
 

@@ -34,10 +34,11 @@ std::string read_text(const std::string &path) {
   return text;
 }
 
-toml::table parse_toml(std::string_view text, const std::string &path) try {
-  return toml::parse(text, path);
-} catch (const toml::parse_error &error) {
-  throw InputError("{}:{}: {}", path, error.source().begin.line, error.description());
+toml::table parse_toml(std::string_view text, const std::string &path) {
+  toml::parse_result parsed = toml::parse(text, path);
+  if (!parsed)
+    throw InputError("{}:{}: {}", path, parsed.error().source().begin.line, parsed.error().description());
+  return std::move(parsed).table();
 }
 
 Section::Section(const std::string &file, std::string name, const toml::table &table)

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "signal/signal.h"
-#include "support/progress.h"
+#include "support/progress_fn.h"
 
 namespace qv::tool {
 

@@ -3,15 +3,13 @@
 
 #include <chrono>
 #include <cstddef>
-#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
 
-namespace qv::tool {
+#include "support/progress_fn.h"
 
-/// Called with how much is done of how much, 0 when that is not known; empty where nobody looks.
-using ProgressFn = std::function<void(size_t done, size_t total)>;
+namespace qv::tool {
 
 /// A line on the terminal that standard error is, as long as this object lives and no other one is made meanwhile;
 /// nothing anywhere else. It shows the time that has passed until somebody tells more. Pass it on with std::ref.

@@ -4,6 +4,7 @@
 
 #include "sets/set.h"
 #include "support/error.h"
+#include "support/progress.h"
 
 namespace qv::tool::tune {
 namespace {
