@@ -75,6 +75,7 @@ class View extends EventTarget {
     player.pause();
     player.seek(0);
     mark(0, 0);
+    forgetFindings();
     Object.assign(data, {rate: call.rate, seconds: call.seconds, sound_seconds: call.seconds});
     byId('call-about').textContent = `${name}: ${call.seconds.toFixed(1)} s at ${call.rate} Hz`;
     byId('call-notes').replaceChildren(...[...notes, ...call.notes].map(note => create('li', {}, note)));
