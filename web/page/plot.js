@@ -55,7 +55,8 @@ class Plot {
 
   /// A place to take hold of. @param actions  {move(x, y), end(), by(dx, dy), remove()}; by: steps of arrow keys
   addHandle(label, actions) {
-    const handle = svg('g', {class: 'handle', tabindex: 0, role: 'slider', 'aria-label': label, 'aria-orientation': 'vertical'},
+    const handle = svg('g', {class: 'handle', tabindex: 0, role: 'slider', 'aria-label': label, 'aria-orientation': 'vertical',
+      'aria-valuemin': this.y.from, 'aria-valuemax': this.y.to},
       svg('circle', {class: 'reach', r: 15}), svg('circle', {class: 'knob', r: 6}));
     handle.addEventListener('pointerdown', event => {
       handle.setPointerCapture(event.pointerId);

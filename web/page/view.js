@@ -55,6 +55,7 @@ class View extends EventTarget {
   async open(files, name) {
     try {
       const recordings = await readRecordings(files);
+      showMessage('');
       await this.openRecordings({...recordings, name: name ?? recordings.name});
     } catch (error) {
       showMessage(error.message, 'wrong');
