@@ -22,6 +22,7 @@ async function showMeasures({lanes, strips, numbers}, signal) {
 function forgetFindings() {
   showDiagnosis({verdict: '…', state: 'unmeasured', checks: []});
   for (const id of ['headlines', 'numbers', 'check-table']) byId(id).replaceChildren();
+  for (const chart of charts.filter(chart => chart.lane || chart.strips)) removeChart(chart);
 }
 
 function showDiagnosis({verdict, state, checks}) {
