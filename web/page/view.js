@@ -157,6 +157,7 @@ class View extends EventTarget {
   #setRendering(slot, on) {
     this.#rendering[on ? 'add' : 'delete'](slot);
     if (on && this.#stop.signal.aborted) this.#stop = new AbortController();
+    if (on) byId('progress').value = 0;
     byId('signals').ariaBusy = String(this.#rendering.size > 0);
     byId('signals').dataset.state = this.#rendering.size > 0 ? 'rendering' : this.#stop.signal.aborted ? 'cancelled' : 'measuring';
     clearTimeout(this.patience);
