@@ -69,9 +69,9 @@ class View extends EventTarget {
   }
 
   async #openNow({name, mic, ref, notes}) {
+    this.#examination.abort();
     const call = await this.client.ask('call', {mic, ref, rate: 0});
     this.call = null; // nothing is rendered until there is a place for it
-    this.#examination.abort();
     player.pause();
     player.seek(0);
     mark(0, 0);
@@ -182,8 +182,9 @@ class View extends EventTarget {
     this.patience = setTimeout(() => { byId('rendering').hidden = this.#rendering.size === 0; }, 200); // ms; most are done by then
   }
 
-  /// Pictures, measures and diagnosis of what has been rendered.
+  /// Pictures, measures and diagnosis of what has been rendered; while more is rendered they wait for that.
   async #examine() {
+    if (this.#rendering.size > 0 || !this.outputs.a) return;
     this.#examination.abort();
     const {signal} = this.#examination = new AbortController();
     try {
