@@ -3,7 +3,8 @@
 
 /// The two sets and their history. A set is never changed in place: {words, name, rate, frame_ms, points, begin}, where
 /// points are the wanted responses of equalisers that were drawn here ({tx: {points: [[hz, db], ...], taps, lowered}}, as
-/// the curve hands them over; the words hold the coefficients only), and begin is what one started from: {words, name, values}.
+/// the curve hands them over; the words hold the coefficients only), and begin is what one started from: {words, name,
+/// values}.
 /// Events, with {detail: {slot}}: 'words' (another sound), 'view' (views[slot] is new); 'sets' (what is shown, names,
 /// steps to undo); 'failed' with {detail: {message}}.
 class State extends EventTarget {
@@ -103,7 +104,8 @@ class State extends EventTarget {
   load({words, name, rate, frame_ms}, slots = [this.slot]) {
     return this.#inTurn(async () => {
       const {values} = await this.client.ask('view', {words});
-      const set = {words, name, rate, frame_ms: frame_ms || this.sets[slots[0]]?.frame_ms || 20, points: {}, begin: {words, name, values}};
+      const set = {words, name, rate, points: {}, begin: {words, name, values},
+        frame_ms: frame_ms || this.sets[slots[0]]?.frame_ms || 20};
       const sets = Object.fromEntries(slots.map(slot => [slot, set]));
       if (this.sets.a) await this.#step(sets, `start from ${name}`);
       else await this.#show(sets);
@@ -126,7 +128,8 @@ class State extends EventTarget {
   copyToOther() { return this.#inOneStep(`copy ${this.slot} to ${this.other}`, () => ({[this.other]: this.set})); }
   swap() { return this.#inOneStep('swap A and B', () => ({a: this.sets.b, b: this.sets.a})); }
   revert() {
-    return this.#inOneStep('back to the start', () => ({[this.slot]: {...this.set, words: this.set.begin.words, points: {}}}));
+    return this.#inOneStep('back to the start',
+      () => ({[this.slot]: {...this.set, words: this.set.begin.words, points: {}}}));
   }
   setFrame(frame_ms) { return this.#inOneStep('frame length', () => ({[this.slot]: {...this.set, frame_ms}})); }
 
