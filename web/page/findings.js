@@ -18,6 +18,12 @@ async function showMeasures({lanes, strips, numbers}, signal) {
   await showLanes(lanes, signal);
 }
 
+/// Of another call nothing is known yet.
+function forgetFindings() {
+  showDiagnosis({verdict: '…', state: 'unmeasured', checks: []});
+  for (const id of ['headlines', 'numbers', 'check-table']) byId(id).replaceChildren();
+}
+
 function showDiagnosis({verdict, state, checks}) {
   if (byId('verdict').textContent !== verdict) byId('verdict').textContent = verdict; // said aloud only when it is another
   byId('verdict').className = state;

@@ -55,6 +55,7 @@ class View extends EventTarget {
   async open(files, name) {
     try {
       const recordings = await readRecordings(files);
+      showMessage('');
       await this.openRecordings({...recordings, name: name ?? recordings.name});
     } catch (error) {
       showMessage(error.message, 'wrong');
@@ -75,6 +76,8 @@ class View extends EventTarget {
     player.pause();
     player.seek(0);
     mark(0, 0);
+    forgetFindings();
+    byId('signals').dataset.state = 'opening';
     Object.assign(data, {rate: call.rate, seconds: call.seconds, sound_seconds: call.seconds});
     byId('call-about').textContent = `${name}: ${call.seconds.toFixed(1)} s at ${call.rate} Hz`;
     byId('call-notes').replaceChildren(...[...notes, ...call.notes].map(note => create('li', {}, note)));
@@ -184,7 +187,7 @@ class View extends EventTarget {
 
   /// Pictures, measures and diagnosis of what has been rendered; while more is rendered they wait for that.
   async #examine() {
-    if (this.#rendering.size > 0 || !this.outputs.a) return;
+    if (this.#rendering.size > 0) return;
     this.#examination.abort();
     const {signal} = this.#examination = new AbortController();
     try {
@@ -192,7 +195,7 @@ class View extends EventTarget {
         if (!output.pictured) await this.#showPicture(slot, signal);
         output.pictured = true;
       }
-      const steps = [() => this.#measure(signal), () => this.#diagnose(signal)];
+      const steps = this.outputs.a ? [() => this.#measure(signal), () => this.#diagnose(signal)] : [];
       if (!this.call.diagnosed) steps.reverse(); // finds the echo's delays, which the measures then show
       for (const step of steps) await step();
       byId('signals').dataset.state = 'done';
