@@ -16,6 +16,7 @@ class State extends EventTarget {
   #future = [];
   #gesture = '';
   #batch;
+  #known = new WeakMap(); // what the library makes of words, so that steps back show at once
   #last = Promise.resolve();
 
   constructor(client, hello) {
@@ -50,9 +51,14 @@ class State extends EventTarget {
     this.#tell('sets');
     for (const slot of renders) this.#tell('words', {slot});
     await Promise.all(changed.map(async slot => {
-      this.views[slot] = await this.client.ask('view', {words: sets[slot].words});
+      this.views[slot] = await this.#look(sets[slot].words);
     }));
     for (const slot of changed) this.#tell('view', {slot});
+  }
+
+  async #look(words) {
+    if (!this.#known.has(words)) this.#known.set(words, await this.client.ask('view', {words}));
+    return this.#known.get(words);
   }
 
   /// A step that can be undone; one of the same gesture as the last goes on with that one.
@@ -103,7 +109,7 @@ class State extends EventTarget {
   /// Begins anew from words that were read. @param slots  which sets take them
   load({words, name, rate, frame_ms}, slots = [this.slot]) {
     return this.#inTurn(async () => {
-      const {values} = await this.client.ask('view', {words});
+      const {values} = await this.#look(words);
       const set = {words, name, rate, points: {}, begin: {words, name, values},
         frame_ms: frame_ms || this.sets[slots[0]]?.frame_ms || 20};
       const sets = Object.fromEntries(slots.map(slot => [slot, set]));
