@@ -95,6 +95,9 @@ Json design(const std::string &section, const Json &change, Image &image) {
   return findings_json(read.log.findings());
 }
 
+/// A switch's true is 1.
+double number(const Json &value) { return value.is_boolean() ? value.get<bool>() : value.get<double>(); }
+
 Json edit(const Json &request) {
   Image image = image_in(request);
   Json findings = Json::array();
@@ -103,7 +106,7 @@ Json edit(const Json &request) {
     if (key.ends_with(".points"))
       findings = design(key.substr(0, key.rfind('.')), change, image);
     else if (const Field *field = para::find_field(key))
-      set_value(*field, image, change.value("element", 0), change.at("value").get<double>());
+      set_value(*field, image, change.value("element", 0), number(change.at("value")));
     else
       return refused("there is no field " + key);
   }

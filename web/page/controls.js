@@ -64,7 +64,9 @@ class NumberControl {
       this.box.ariaInvalid = String(!good);
       if (good) take(value, this.box);
     });
-    this.box.addEventListener('keydown', event => { if (event.ctrlKey || event.metaKey) this.busy = undefined; }); // undo shows
+    this.box.addEventListener('keydown', event => {
+      if (event.ctrlKey || event.metaKey) this.busy = undefined; // an undo shows
+    });
     for (const input of this.inputs)
       input.addEventListener('change', () => {
         this.busy = undefined;

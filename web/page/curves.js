@@ -42,7 +42,8 @@ class LevelCurve {
   }
 
   show() {
-    const {state, path, plot} = this, line = state.view.level_curves[path], other = state.views[state.other]?.level_curves[path];
+    const {state, path, plot} = this, line = state.view.level_curves[path];
+    const other = state.views[state.other]?.level_curves[path];
     const low = this.value('knee_low_db'), high = this.value('knee_high_db'), top = high + this.value('knee_gain_db');
     this.places = [line[0], [low, top + this.value('slope_mid') * (low - high)], [high, top], line.at(-1)];
     const own = [...line, ...this.places].sort((one, two) => one[0] - two[0]); // the knees lie between the curve's points
@@ -65,11 +66,13 @@ class ResponseCurve {
   constructor(state, path) {
     Object.assign(this, {state, path, key: `${path}.eq.points`, handles: []});
     const hz = value => value < 1000 ? String(value) : `${value / 1000}k`;
-    this.plot = new Plot(`Response of ${path}.eq`, {from: 50, to: 8000, log: true, ticks: [50, 100, 200, 500, 1000, 2000, 4000, 8000], text: hz},
+    const ticks = [50, 100, 200, 500, 1000, 2000, 4000, 8000];
+    this.plot = new Plot(`Response of ${path}.eq`, {from: 50, to: 8000, log: true, ticks, text: hz},
       {from: -36, to: 18, ticks: decades(-36, 18, 6), text: db => String(db).replace('-', '−')});
     this.taps = create('input', {type: 'number', min: 1, max: 257, step: 2, id: `${path}-eq-taps`});
     this.taps.addEventListener('change', () => this.design(this.wanted));
-    this.add = create('button', {id: `${path}-eq-add`, title: 'A point in the widest gap; or double-click into the picture'}, 'Add point');
+    const title = 'A point in the widest gap; or double-click into the picture';
+    this.add = create('button', {id: `${path}-eq-add`, title}, 'Add point');
     this.add.addEventListener('click', () => this.insert(this.widest));
     this.plot.element.addEventListener('dblclick', event => {
       if (!event.target.closest('.handle')) this.insert(this.plot.at(event));
@@ -121,7 +124,8 @@ class ResponseCurve {
   }
 
   show() {
-    const {state, path, plot, wanted} = this, {rate, responses, values} = state.view, other = state.views[state.other]?.responses[path];
+    const {state, path, plot, wanted} = this, {rate, responses, values} = state.view;
+    const other = state.views[state.other]?.responses[path];
     if (plot.x.to !== rate / 2) {
       Object.assign(plot.x, {to: rate / 2, ticks: plot.x.ticks.filter(hz => hz < rate / 2).concat(rate / 2)});
       plot.drawGrid();
@@ -133,7 +137,8 @@ class ResponseCurve {
     wanted.forEach(([hz, db], k) => plot.place(this.handles[k], [hz, db], `${hz} Hz, ${db.toFixed(1)} dB`));
     const drawn = state.set.points[path];
     this.element.classList.toggle('drawn', drawn !== undefined);
-    this.hint.textContent = drawn?.lowered ? `Heard ${drawn.lowered.toFixed(1)} dB lower: coefficients stay below 1.` : 'Drag the points; Delete removes one.';
+    this.hint.textContent = drawn?.lowered ? `Heard ${drawn.lowered.toFixed(1)} dB lower: coefficients stay below 1.`
+      : 'Drag the points; Delete removes one.';
     if (document.activeElement === this.taps) return;
     const half = values[`${path}.eq.half_taps`];
     this.taps.value = drawn?.taps ?? (half > 1 ? 2 * half - 1 : 129);
@@ -149,5 +154,7 @@ function addCurves(state, panel) {
     body.prepend(curve.element);
     details.addEventListener('toggle', () => { if (details.open) curve.show(); });
   }
-  state.addEventListener('view', () => { for (const curve of curves) if (curve.element.closest('details').open) curve.show(); });
+  state.addEventListener('view', () => {
+    for (const curve of curves) if (curve.element.closest('details').open) curve.show();
+  });
 }

@@ -17,7 +17,7 @@ class FieldRow {
     this.name = `${title}: ${field.name}${field.unit && `, ${field.unit}`}`;
     const id = `field-${field.key}`;
     this.note = create('p', {className: 'finding', id: `${id}-finding`});
-    this.reset = create('button', {className: 'reset', title: 'Back to where one began', ariaLabel: `${field.key} back to where one began`}, '↺');
+    this.reset = create('button', {className: 'reset', ariaLabel: `${field.key} back to where one began`}, '↺');
     this.reset.addEventListener('click', () => this.restore());
     const range = field.type === 'switch' ? '' : `${field.least} … ${field.greatest}`.replaceAll('-', '−');
     const reach = create('span', {className: 'range'}, range);
@@ -25,7 +25,8 @@ class FieldRow {
     const meaning = create('p', {className: 'meaning', id: `${id}-meaning`}, create('span', {}, field.meaning), reach);
     this.controls = create('div', {className: 'controls'});
     this.element = create('div', {className: `field ${field.type} ${field.extent}`, id},
-      create('div', {className: 'name'}, create('span', {className: 'key', title: field.key}, field.name)), this.controls, this.reset, meaning, this.note);
+      create('div', {className: 'name'}, create('span', {className: 'key', title: field.key}, field.name)),
+      this.controls, this.reset, meaning, this.note);
     this.element.dataset.key = field.key;
     this.cells = [];
     this.text = `${field.key} ${field.meaning} ${title}`.toLowerCase();
@@ -38,15 +39,16 @@ class FieldRow {
     const {field} = this, complain = text => this.find(text ? [{severity: 'error', message: text}] : this.findings);
     const control = field.extent === 'taps' ? new TapsControl(label, edit, complain)
       : field.type === 'switch' ? new SwitchControl(label, edit) : new NumberControl(field, label, edit, complain);
-    for (const input of control.inputs) input.setAttribute('aria-describedby', `field-${field.key}-meaning field-${field.key}-finding`);
+    for (const input of control.inputs)
+      input.setAttribute('aria-describedby', `field-${field.key}-meaning field-${field.key}-finding`);
     return control;
   }
 
   edit(element, value, settled) {
-    const {key} = this.field;
-    if (!settled || this.field.type === 'switch') {
+    const {key, type} = this.field, gesture = type === 'switch' ? '' : `${key} ${element}`;
+    if (!settled || !gesture) {
       const elements = this.together?.checked ? this.cells.flatMap(({cell}, k) => cell.hidden ? [] : [k]) : [element];
-      this.state.edit(elements.map(k => ({key, element: k, value})), this.field.type === 'switch' ? '' : `${key} ${element}`);
+      this.state.edit(elements.map(k => ({key, element: k, value})), gesture);
     }
     if (settled) this.state.settle();
   }
@@ -55,7 +57,7 @@ class FieldRow {
   grow(count) {
     while (this.cells.length < count) {
       const element = this.cells.length, scalar = this.field.extent === 'scalar';
-      const control = this.control(scalar ? this.name : `${this.name}, group ${element + 1}`, (value, settled) => this.edit(element, value, settled));
+      const control = this.control(this.name, (value, settled) => this.edit(element, value, settled));
       control.heading = create('span', {className: 'hz'});
       this.cells.push(control);
       this.controls.append(...(scalar ? [...control.elements, create('span', {className: 'unit'}, this.field.unit)]
@@ -66,24 +68,28 @@ class FieldRow {
 
   addTaps() {
     const {key, section} = this.field;
-    this.cells = [this.control(this.name, taps => this.state.edit([{key: `${section}.half_taps`, element: 0, value: taps.length},
+    this.cells = [this.control(this.name, taps => this.state.edit([
+      {key: `${section}.half_taps`, element: 0, value: taps.length},
       ...taps.map((value, element) => ({key, element, value}))]))];
     this.controls.append(...this.cells[0].elements);
   }
 
   addTogether() {
     this.together = create('input', {type: 'checkbox'});
-    this.element.querySelector('.name').append(create('span', {className: 'unit'}, this.field.unit), create('label', {className: 'together', title: 'One value for all groups'}, this.together, 'all'));
+    this.element.querySelector('.name').append(create('span', {className: 'unit'}, this.field.unit),
+      create('label', {className: 'together', title: 'One value for all groups'}, this.together, 'all'));
   }
 
   restore() {
     const {key, extent} = this.field, value = this.state.set.begin.values[key];
-    this.state.edit(extent === 'scalar' ? [{key, element: 0, value}] : value.map((one, element) => ({key, element, value: one})));
+    const values = extent === 'scalar' ? [value] : value;
+    this.state.edit(values.map((one, element) => ({key, element, value: one})));
   }
 
   show(view, begin, without) {
-    const {key, extent, section} = this.field, value = view.values[key], text = String(value), first = String(begin[key]);
-    const values = extent === 'groups' ? value : extent === 'taps' ? [value.slice(0, view.values[`${section}.half_taps`])] : [value];
+    const {key, extent, section} = this.field, value = view.values[key], first = String(begin[key]);
+    const used = extent === 'taps' ? value.slice(0, view.values[`${section}.half_taps`]) : value;
+    const values = extent === 'groups' ? used : [used];
     this.grow(values.length);
     values.forEach((one, k) => this.cells[k].show(one));
     if (extent === 'groups') view.groups.forEach(([low, high], k) => {
@@ -92,7 +98,7 @@ class FieldRow {
       place.textContent = heading;
       for (const input of inputs) input.ariaLabel = `${this.name}, ${Math.round(low)} to ${Math.round(high)} Hz`;
     });
-    this.changed = text !== first;
+    this.changed = String(value) !== first;
     this.element.classList.toggle('changed', this.changed);
     this.without = without;
     this.element.classList.toggle('inert', without);

@@ -4,7 +4,8 @@
 /// Engine's name of the second run, and the page's.
 const nameOfB = [/, other$/, ', B'];
 
-async function showMeasures({lanes, strips, numbers}) {
+/// @param signal  AbortSignal: leaves the rest as it is
+async function showMeasures({lanes, strips, numbers}, signal) {
   for (const named of [...strips.rows, ...lanes.flatMap(lane => [...lane.series, ...(lane.band ? [lane.band] : [])])])
     named.label = named.label.replace(...nameOfB);
   const measured = numbers.filter(row => row.value !== null);
@@ -14,7 +15,13 @@ async function showMeasures({lanes, strips, numbers}) {
   const states = charts.find(chart => chart.strips);
   if (states) updateStrips(states, strips);
   else addStrips(strips);
-  await showLanes(lanes);
+  await showLanes(lanes, signal);
+}
+
+/// Of another call nothing is known yet.
+function forgetFindings() {
+  showDiagnosis({verdict: '…', state: 'unmeasured', checks: []});
+  for (const id of ['headlines', 'numbers', 'check-table']) byId(id).replaceChildren();
 }
 
 function showDiagnosis({verdict, state, checks}) {
@@ -25,13 +32,14 @@ function showDiagnosis({verdict, state, checks}) {
 }
 
 /// Lanes that are there get new values; others come and go.
-async function showLanes(lanes) {
+async function showLanes(lanes, signal) {
   for (const chart of charts.filter(chart => chart.lane && !lanes.some(lane => lane.title === chart.title))) removeChart(chart);
   for (const [k, lane] of lanes.entries()) {
     const chart = charts.find(chart => chart.lane && chart.title === lane.title);
     if (chart) updateLane(chart, lane);
     else byId('charts').insertBefore(addLane(lane, k === lanes.length - 1).figure, nextFigure(lanes.slice(k + 1)));
     await breathe();
+    if (signal.aborted) return;
   }
 }
 

@@ -61,7 +61,7 @@ class LiveView {
     const [state, ink] = talkStates[trace.talk_state] ?? ['–', 'faint'];
     this.tiles.talk.textContent = state;
     this.tiles.talk.style.color = `var(--${ink})`;
-    this.tiles.delay.textContent = trace.filter_adapted ? `${(1000 * trace.echo_delay / rate).toFixed(0)} ms` : 'not yet';
+    this.tiles.delay.textContent = trace.echo_delay > 0 ? `${(1000 * trace.echo_delay / rate).toFixed(0)} ms` : 'not yet';
     this.tiles.erle.textContent = `${Math.max(trace.erle_db, -30).toFixed(0)} dB`;
     for (const [name, level] of Object.entries(levels)) this.tiles[name].textContent = `${level.toFixed(0)} dBFS`;
     this.#rows.push({time, talk: trace.talk_state, values: [

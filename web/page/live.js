@@ -175,7 +175,7 @@ class Live {
       ['Microphone', track === undefined ? null : 1000 * track, 'as the browser says'],
       ['Page to loudspeaker', this.context ? 1000 * (this.context.baseLatency + (this.context.outputLatency || 0)) : null,
         'as the browser says: base and output latency'],
-      ['Loudspeaker to microphone and back', this.trace.filter_adapted ? ms(this.trace.echo_delay) : null,
+      ['Loudspeaker to microphone and back', this.trace.echo_delay > 0 ? ms(this.trace.echo_delay) : null,
         'as the echo canceller finds it: from the far end in the page until its echo comes back to the page']]);
   }
 

@@ -76,12 +76,12 @@ function hearSets(state, view) {
 
 async function start() {
   startTheme();
-  const client = await Client.create();
-  const hello = await client.ask('hello');
-  const state = new State(client, hello);
+  // Questions about parameters have an engine of their own, so that a moved slider never waits for what is rendered.
+  const [parameters, client] = await Promise.all([Client.create(), Client.create()]);
+  const state = new State(parameters, await parameters.ask('hello'));
   const panel = new Panel(state, byId('panel'));
   addCurves(state, panel);
-  const files = new Files(client, state);
+  const files = new Files(parameters, state);
   new SetBar(state, files, byId('panel'));
   takeKeys(state, panel, files);
   const view = new View(client);

@@ -11,19 +11,22 @@ function withoutEffect({key, section}, {values, inert}) {
   return !key.endsWith('.enable') && values[`${section}.enable`] === false;
 }
 
+const isOf = ({name}, key) => key === name || key.slice(0, key.lastIndexOf('.')) === name;
+
 class Panel {
   constructor(state, root) {
     this.state = state;
     this.seen = new WeakSet(); // beginnings for which sections have been opened or closed
-    this.search = create('input', {type: 'search', id: 'search', placeholder: 'Search fields', ariaLabel: 'Search fields by key or meaning'});
+    this.search = create('input',
+      {type: 'search', id: 'search', placeholder: 'Search fields', ariaLabel: 'Search fields by key or meaning'});
     this.only = create('input', {type: 'checkbox', id: 'only-changed'});
     this.count = create('span', {id: 'search-count', className: 'faint', role: 'status'});
     this.summary = create('summary', {ariaLive: 'polite'});
     this.list = create('ul');
     this.findings = create('details', {id: 'findings'}, this.summary, this.list);
-    root.append(create('div', {id: 'search-bar'}, this.search, create('label', {}, this.only, 'changed'), this.count), this.findings);
     this.stages = create('dl', {id: 'stages', ariaLabel: 'Stages in the order in which sound passes them'});
-    root.append(this.stages);
+    const bar = create('div', {id: 'search-bar'}, this.search, create('label', {}, this.only, 'changed'), this.count);
+    root.append(bar, this.findings, this.stages);
     this.sections = state.hello.sections.map(section => this.addSection(section, root));
     this.rows = new Map(this.sections.flatMap(section => section.rows).map(row => [row.field.key, row]));
     this.search.addEventListener('input', () => this.filter());
@@ -33,7 +36,8 @@ class Panel {
 
   /// The section's own switch stands in its heading.
   addSection({name, title}, root) {
-    const rows = this.state.hello.fields.filter(field => field.section === name).map(field => new FieldRow(this.state, field, title));
+    const fields = this.state.hello.fields.filter(field => field.section === name);
+    const rows = fields.map(field => new FieldRow(this.state, field, title));
     const changes = create('span', {className: 'changes'}), body = create('div', {className: 'body'});
     const details = create('details', {}, create('summary', {}, create('h3', {}, title), changes), body);
     const element = create('section', {className: 'section', id: `section-${name}`}, details);
@@ -53,9 +57,10 @@ class Panel {
       for (const row of section.rows) row.show(view, set.begin.values, withoutEffect(row.field, view));
       const changed = section.rows.filter(row => row.changed).length;
       const idle = section.rows.every(row => row === section.own || row.without);
-      section.element.classList.toggle('inert', idle && (!section.own || section.own.without || !view.values[section.own.field.key]));
+      const {own} = section, off = !own || own.without || !view.values[own.field.key];
+      section.element.classList.toggle('inert', idle && off);
       section.changes.textContent = changed ? `${changed} changed` : '';
-      section.element.dataset.finding = worst(view.findings.filter(({key}) => key === section.name || key.startsWith(`${section.name}.`))) ?? '';
+      section.element.dataset.finding = worst(view.findings.filter(({key}) => isOf(section, key))) ?? '';
       if (!this.seen.has(set.begin)) section.details.open = !idle;
       else if (section.idle && !idle) section.details.open = true;
       section.idle = idle;
@@ -80,8 +85,9 @@ class Panel {
     if (text === this.listed) return;
     this.listed = text;
     const counts = severities.map(severity => [severity, findings.filter(finding => finding.severity === severity).length]);
-    this.summary.replaceChildren(...(findings.length ? counts.filter(([, count]) => count)
-      .map(([severity, count]) => create('span', {className: severity}, `${count} ${severity}${count > 1 ? 's' : ''}`)) : ['No findings']));
+    const some = counts.filter(([, count]) => count).map(([severity, count]) =>
+      create('span', {className: severity}, `${count} ${severity}${count > 1 ? 's' : ''}`));
+    this.summary.replaceChildren(...(some.length ? some : ['No findings']));
     this.list.replaceChildren(...findings.map(({severity, key, message}) => {
       const go = create('button', {className: 'link'}, key || 'whole file');
       go.addEventListener('click', () => this.reveal(key));
@@ -105,7 +111,7 @@ class Panel {
 
   /// Brings a field into sight and gives it the focus.
   reveal(key) {
-    const row = this.rows.get(key), section = this.sections.find(({name}) => key === name || key.startsWith(`${name}.`));
+    const row = this.rows.get(key), section = this.sections.find(one => isOf(one, key));
     this.search.value = '';
     this.only.checked = false;
     this.filter();

@@ -64,7 +64,7 @@ class Player extends EventTarget {
   }
 
   /// New samples of a signal, heard at once at the same place; null takes the signal away.
-  put(id, samples, rate) {
+  async put(id, samples, rate) {
     if (!samples) {
       this.buffers.delete(id);
       this.#fadeOut(id);
@@ -72,7 +72,9 @@ class Player extends EventTarget {
     }
     const buffer = new AudioBuffer({length: Math.max(samples.length, 1), sampleRate: rate});
     const floats = buffer.getChannelData(0);
-    for (let i = 0; i < samples.length; ++i) floats[i] = samples[i] / 32768;
+    await inSlices(samples.length, (begin, end) => {
+      for (let i = begin; i < end; ++i) floats[i] = samples[i] / 32768;
+    });
     this.buffers.set(id, buffer);
     if (!this.playing) return;
     const when = this.#soon();

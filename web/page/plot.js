@@ -18,7 +18,8 @@ class Plot {
     this.lines = svg('g');
     this.handles = svg('g');
     this.readout = svg('text', {class: 'readout', x: this.left + 8, y: this.top + 15});
-    this.element = svg('svg', {class: 'plot', viewBox: `0 0 ${this.width} ${this.height}`, role: 'group', 'aria-label': label},
+    const viewBox = `0 0 ${this.width} ${this.height}`;
+    this.element = svg('svg', {class: 'plot', viewBox, role: 'group', 'aria-label': label},
       this.grid, this.lines, this.readout, this.handles);
     this.drawGrid();
   }
@@ -27,14 +28,16 @@ class Plot {
     const {from, to, log} = this.x;
     return log ? Math.log(value / from) / Math.log(to / from) : (value - from) / (to - from);
   }
-  px(value) { return this.left + clamp(this.share(value), 0, 1) * (this.width - this.left - this.right); }
-  py(value) { return this.top + clamp((this.y.to - value) / (this.y.to - this.y.from), 0, 1) * (this.height - this.top - this.bottom); }
+  get across() { return this.width - this.left - this.right; }
+  get down() { return this.height - this.top - this.bottom; }
+  px(value) { return this.left + clamp(this.share(value), 0, 1) * this.across; }
+  py(value) { return this.top + clamp((this.y.to - value) / (this.y.to - this.y.from), 0, 1) * this.down; }
 
   /// Values under a pointer.
   at(event) {
     const box = this.element.getBoundingClientRect(), scale = this.width / box.width, {from, to, log} = this.x;
-    const share = clamp(((event.clientX - box.left) * scale - this.left) / (this.width - this.left - this.right), 0, 1);
-    const rise = clamp(((event.clientY - box.top) * scale - this.top) / (this.height - this.top - this.bottom), 0, 1);
+    const share = clamp(((event.clientX - box.left) * scale - this.left) / this.across, 0, 1);
+    const rise = clamp(((event.clientY - box.top) * scale - this.top) / this.down, 0, 1);
     return [log ? from * (to / from) ** share : from + share * (to - from), this.y.to - rise * (this.y.to - this.y.from)];
   }
 
@@ -55,7 +58,8 @@ class Plot {
 
   /// A place to take hold of. @param actions  {move(x, y), end(), by(dx, dy), remove()}; by: steps of arrow keys
   addHandle(label, actions) {
-    const handle = svg('g', {class: 'handle', tabindex: 0, role: 'slider', 'aria-label': label, 'aria-orientation': 'vertical'},
+    const handle = svg('g', {class: 'handle', tabindex: 0, role: 'slider', 'aria-label': label,
+      'aria-orientation': 'vertical', 'aria-valuemin': this.y.from, 'aria-valuemax': this.y.to},
       svg('circle', {class: 'reach', r: 15}), svg('circle', {class: 'knob', r: 6}));
     handle.addEventListener('pointerdown', event => {
       handle.setPointerCapture(event.pointerId);

@@ -11,11 +11,13 @@ class SetBar {
       return button;
     };
     this.copy = tool('copy-set', '', '', () => state.copyToOther());
-    byId('sets').after(create('div', {id: 'between-sets'}, this.copy, tool('swap-sets', '⇄', 'Swap A and B', () => state.swap())));
+    const swap = tool('swap-sets', '⇄', 'Swap A and B', () => state.swap());
+    byId('sets').after(create('div', {id: 'between-sets'}, this.copy, swap));
     this.undo = tool('undo', '↶', '', () => state.undo());
     this.redo = tool('redo', '↷', '', () => state.redo());
     this.revert = tool('revert', 'Back to start', 'All fields back to where one began', () => state.revert());
-    this.frame = create('select', {id: 'frame', ariaLabel: 'Frame length'}, ...[16, 20].map(ms => create('option', {value: ms}, `${ms} ms`)));
+    this.frame = create('select', {id: 'frame', ariaLabel: 'Frame length'},
+      ...[16, 20].map(ms => create('option', {value: ms}, `${ms} ms`)));
     this.frame.addEventListener('change', () => state.setFrame(+this.frame.value));
     this.rate = create('span', {id: 'rate'});
     byId('steps').append(this.undo, this.redo, this.revert, create('span', {className: 'gap'}), this.rate, this.frame);
@@ -78,7 +80,8 @@ class SetBar {
     const {set, slot, callRate} = this.state, fits = !callRate || callRate === set.rate;
     byId('rate-notice').hidden = fits;
     if (fits) return;
-    this.mismatch.textContent = `Set ${slot.toUpperCase()} is for ${set.rate} Hz, the call runs at ${callRate} Hz: it cannot be heard in it.`;
+    this.mismatch.textContent =
+      `Set ${slot.toUpperCase()} is for ${set.rate} Hz, the call runs at ${callRate} Hz: it cannot be heard in it.`;
     this.family.textContent = `Start from ${this.fitting}`;
   }
 
@@ -98,7 +101,7 @@ class SetBar {
     const {state} = this, begin = this.against.value === 'begin';
     const rows = await state.diff(this.against.value);
     const line = ({key, a, b, unit, meaning}) => {
-      const row = create('tr', {title: meaning}, create('td', {}, key), create('td', {}, a), create('td', {}, b), create('td', {}, unit));
+      const row = create('tr', {title: meaning}, ...[key, a, b, unit].map(text => create('td', {}, text)));
       row.dataset.key = key;
       return row;
     };

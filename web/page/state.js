@@ -3,7 +3,8 @@
 
 /// The two sets and their history. A set is never changed in place: {words, name, rate, frame_ms, points, begin}, where
 /// points are the wanted responses of equalisers that were drawn here ({tx: {points: [[hz, db], ...], taps, lowered}}, as
-/// the curve hands them over; the words hold the coefficients only), and begin is what one started from: {words, name, values}.
+/// the curve hands them over; the words hold the coefficients only), and begin is what one started from: {words, name,
+/// values}.
 /// Events, with {detail: {slot}}: 'words' (another sound), 'view' (views[slot] is new); 'sets' (what is shown, names,
 /// steps to undo); 'failed' with {detail: {message}}.
 class State extends EventTarget {
@@ -15,6 +16,7 @@ class State extends EventTarget {
   #future = [];
   #gesture = '';
   #batch;
+  #known = new WeakMap(); // what the library makes of words, so that steps back show at once
   #last = Promise.resolve();
 
   constructor(client, hello) {
@@ -49,9 +51,14 @@ class State extends EventTarget {
     this.#tell('sets');
     for (const slot of renders) this.#tell('words', {slot});
     await Promise.all(changed.map(async slot => {
-      this.views[slot] = await this.client.ask('view', {words: sets[slot].words});
+      this.views[slot] = await this.#look(sets[slot].words);
     }));
     for (const slot of changed) this.#tell('view', {slot});
+  }
+
+  async #look(words) {
+    if (!this.#known.has(words)) this.#known.set(words, await this.client.ask('view', {words}));
+    return this.#known.get(words);
   }
 
   /// A step that can be undone; one of the same gesture as the last goes on with that one.
@@ -102,8 +109,9 @@ class State extends EventTarget {
   /// Begins anew from words that were read. @param slots  which sets take them
   load({words, name, rate, frame_ms}, slots = [this.slot]) {
     return this.#inTurn(async () => {
-      const {values} = await this.client.ask('view', {words});
-      const set = {words, name, rate, frame_ms: frame_ms || this.sets[slots[0]]?.frame_ms || 20, points: {}, begin: {words, name, values}};
+      const {values} = await this.#look(words);
+      const set = {words, name, rate, points: {}, begin: {words, name, values},
+        frame_ms: frame_ms || this.sets[slots[0]]?.frame_ms || 20};
       const sets = Object.fromEntries(slots.map(slot => [slot, set]));
       if (this.sets.a) await this.#step(sets, `start from ${name}`);
       else await this.#show(sets);
@@ -126,7 +134,8 @@ class State extends EventTarget {
   copyToOther() { return this.#inOneStep(`copy ${this.slot} to ${this.other}`, () => ({[this.other]: this.set})); }
   swap() { return this.#inOneStep('swap A and B', () => ({a: this.sets.b, b: this.sets.a})); }
   revert() {
-    return this.#inOneStep('back to the start', () => ({[this.slot]: {...this.set, words: this.set.begin.words, points: {}}}));
+    return this.#inOneStep('back to the start',
+      () => ({[this.slot]: {...this.set, words: this.set.begin.words, points: {}}}));
   }
   setFrame(frame_ms) { return this.#inOneStep('frame length', () => ({[this.slot]: {...this.set, frame_ms}})); }
 

@@ -5,18 +5,16 @@ const signalsOf = [
   {id: 'mic', title: 'Microphone', key: 'm', ink: 'series-1'}, {id: 'ref', title: 'Reference', key: 'r', ink: 'series-2'},
   {id: 'a', title: 'Output A', key: 'a', ink: 'series-3'}, {id: 'b', title: 'Output B', key: 'b', ink: 'series-4'}];
 
-/// Gives the page time to answer.
-const breathe = () => new Promise(done => setTimeout(done));
-
 const sameSet = (one, two) =>
   one && two && one.frame_ms === two.frame_ms && one.words.every((word, i) => word === two.words[i]);
 
 /// Shows and plays a call. Event 'call' with {detail: {rate, seconds, name}}: another one is open.
 class View extends EventTarget {
-  call = null;    // {name, rate, seconds, mic, ref}
+  call = null;    // {name, rate, seconds, mic, ref, diagnosed}
   outputs = {};   // by slot: {out, latency, words, frame_ms, pictured}
   #wanted = {};   // by slot: {words, frame_ms} as asked for last
   #charts = {};   // by signal: {wave, picture}
+  #lastOpening = Promise.resolve();
   #rendering = new Set();
   #stop = new AbortController();        // of what is being rendered
   #examination = new AbortController(); // of what is being measured
@@ -63,27 +61,37 @@ class View extends EventTarget {
   async open(files, name) {
     try {
       const recordings = await readRecordings(files);
+      showMessage('');
       await this.openRecordings({...recordings, name: name ?? recordings.name});
     } catch (error) {
       showMessage(error.message, 'wrong');
     }
   }
 
-  /// @param recordings  {name, mic: {samples, rate}, ref, notes}
-  async openRecordings({name, mic, ref, notes}) {
-    const call = await this.client.ask('call', {mic, ref, rate: 0});
+  /// One after the other. @param recordings  {name, mic: {samples, rate}, ref, notes}
+  openRecordings(recordings) {
+    const opening = this.#lastOpening.then(() => this.#openNow(recordings));
+    this.#lastOpening = opening.catch(() => {});
+    return opening;
+  }
+
+  async #openNow({name, mic, ref, notes}) {
     this.#examination.abort();
+    const call = await this.client.ask('call', {mic, ref, rate: 0});
+    this.call = null; // nothing is rendered until there is a place for it
     player.pause();
     player.seek(0);
     mark(0, 0);
-    this.call = {...call, name};
-    this.outputs = {};
+    forgetFindings();
+    byId('signals').dataset.state = 'opening';
     Object.assign(data, {rate: call.rate, seconds: call.seconds, sound_seconds: call.seconds});
     byId('call-about').textContent = `${name}: ${call.seconds.toFixed(1)} s at ${call.rate} Hz`;
     byId('call-notes').replaceChildren(...[...notes, ...call.notes].map(note => create('li', {}, note)));
     await this.#buildCharts();
-    for (const id of ['a', 'b']) this.#put(id, null);
-    for (const id of ['mic', 'ref']) this.#put(id, call[id]);
+    this.call = {...call, name};
+    this.outputs = {};
+    for (const id of ['a', 'b']) await this.#put(id, null);
+    for (const id of ['mic', 'ref']) await this.#put(id, call[id]);
     choose(player.chosen);
     this.dispatchEvent(new CustomEvent('call', {detail: {rate: call.rate, seconds: call.seconds, name}}));
     for (const id of ['mic', 'ref']) await this.#showPicture(id);
@@ -100,18 +108,20 @@ class View extends EventTarget {
   }
 
   /// Samples of a signal, to be seen and heard; null when there are none.
-  #put(id, samples) {
-    const {wave, picture} = this.#charts[id];
-    this.#hear(id, samples);
-    for (const chart of [wave, picture]) chart.figure.hidden = !samples;
+  async #put(id, samples) {
+    const {call} = this;
+    await this.#hear(id, samples);
+    const wave = samples && await Wave.of(samples, call.rate);
+    if (this.call !== call) return;
+    const chart = this.#charts[id];
+    for (const {figure} of [chart.wave, chart.picture]) figure.hidden = !samples;
     if (byId(`save-${id}`)) byId(`save-${id}`).disabled = !samples;
-    if (!samples) return;
-    wave.wave = new Wave(samples, this.call.rate);
-    this.#scaleWaves(wave);
+    chart.wave.wave = wave;
+    if (wave) this.#scaleWaves(chart.wave);
   }
 
-  #hear(id, samples) {
-    player.put(id, samples, this.call.rate);
+  async #hear(id, samples) {
+    await player.put(id, samples, this.call.rate);
     [...byId('choices').children].find(button => button.dataset.id === id).disabled = !samples;
     if (!samples && id === 'b' && player.chosen === 'b') choose('a');
   }
@@ -138,7 +148,7 @@ class View extends EventTarget {
     const same = () => sameSet(this.#wanted.a, this.#wanted.b);
     if (slot === 'b' && same() && !this.outputs.b) return;
     if (!await this.#renderOne(slot, signal)) return;
-    if (!this.outputs.b && same()) this.#hear('b', this.outputs.a.out);
+    if (!this.outputs.b && same()) await this.#hear('b', this.outputs.a.out);
     else if (!this.outputs.b && this.#wanted.b) await this.#renderOne('b', signal);
     this.#examine().catch(error => showMessage(error.message, 'wrong')); // until the next rendering begins
   }
@@ -161,7 +171,7 @@ class View extends EventTarget {
         onProgress: done => { byId('progress').value = done; }});
       if (call !== this.call) return false;
       this.outputs[slot] = {out, latency, words, frame_ms};
-      this.#put(slot, out);
+      await this.#put(slot, out);
       return true;
     } catch (error) {
       if (error.name !== 'AbortError') throw error;
@@ -181,8 +191,9 @@ class View extends EventTarget {
     this.patience = setTimeout(() => { byId('rendering').hidden = this.#rendering.size === 0; }, 200); // ms; most are done by then
   }
 
-  /// Pictures, measures and diagnosis of what has been rendered.
+  /// Pictures, measures and diagnosis of what has been rendered; while more is rendered they wait for that.
   async #examine() {
+    if (this.#rendering.size > 0) return;
     this.#examination.abort();
     const {signal} = this.#examination = new AbortController();
     try {
@@ -190,14 +201,24 @@ class View extends EventTarget {
         if (!output.pictured) await this.#showPicture(slot, signal);
         output.pictured = true;
       }
-      const measured = await this.client.ask('measure', {}, {signal});
-      player.loudness = measured.loudness;
-      player.amplify();
-      await showMeasures(measured);
-      showDiagnosis(await this.client.ask('diagnose', {}, {signal}));
+      const steps = this.outputs.a ? [() => this.#measure(signal), () => this.#diagnose(signal)] : [];
+      if (!this.call.diagnosed) steps.reverse(); // finds the echo's delays, which the measures then show
+      for (const step of steps) await step();
       byId('signals').dataset.state = 'done';
     } catch (error) {
       if (error.name !== 'AbortError') throw error;
     }
+  }
+
+  async #measure(signal) {
+    const measured = await this.client.ask('measure', {}, {signal});
+    player.loudness = measured.loudness;
+    player.amplify();
+    await showMeasures(measured, signal);
+  }
+
+  async #diagnose(signal) {
+    showDiagnosis(await this.client.ask('diagnose', {}, {signal}));
+    this.call.diagnosed = true;
   }
 }

@@ -3,17 +3,35 @@
 
 const waveBlock = 64; // samples that one pair of extremes stands for
 
+/// Gives the page time to answer.
+const breathe = () => new Promise(done => setTimeout(done));
+
+/// Work on many samples, some milliseconds at a time. @param work  is given where a slice begins and ends
+async function inSlices(length, work) {
+  const slice = 4096 * waveBlock;
+  for (let begin = 0; begin < length; begin += slice) {
+    if (begin > 0) await breathe();
+    work(begin, Math.min(begin + slice, length));
+  }
+}
+
 /// Least and greatest sample of each block.
 class Wave {
   static full = 32768; // sample at the edge of the charts
-  constructor(samples, rate) {
-    Object.assign(this, {samples, rate});
-    const blocks = Math.ceil(samples.length / waveBlock);
-    this.low = new Int16Array(blocks);
-    this.high = new Int16Array(blocks);
-    for (let block = 0; block < blocks; ++block)
-      [this.low[block], this.high[block]] = this.#extremes(block * waveBlock, (block + 1) * waveBlock);
-    this.peak = Math.max(1, this.high.reduce((a, b) => Math.max(a, b), 0), -this.low.reduce((a, b) => Math.min(a, b), 0));
+  static async of(samples, rate) {
+    const wave = new Wave(), blocks = Math.ceil(samples.length / waveBlock);
+    Object.assign(wave, {samples, rate, low: new Int16Array(blocks), high: new Int16Array(blocks), peak: 1});
+    await inSlices(samples.length, (begin, end) => wave.#fill(begin / waveBlock, Math.ceil(end / waveBlock)));
+    return wave;
+  }
+
+  #fill(begin, end) {
+    for (let block = begin; block < end; ++block) {
+      const [low, high] = this.#extremes(block * waveBlock, (block + 1) * waveBlock);
+      this.low[block] = low;
+      this.high[block] = high;
+      this.peak = Math.max(this.peak, -low, high);
+    }
   }
 
   #extremes(begin, end) {

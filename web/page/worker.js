@@ -38,7 +38,10 @@ function restart() {
 
 async function answer({id, verb, args}) {
   try {
-    if (verb === 'call') openedCall = args;
+    if (verb === 'call') {
+      openedCall = args;
+      for (const slot in rendering) delete rendering[slot]; // what is at work is of the call before
+    }
     const reply = verb === 'render' ? await render(id, args) : engine.ask(verb, args);
     postMessage({id, reply}, Object.values(reply).filter(ArrayBuffer.isView).map(array => array.buffer));
   } catch (error) {
