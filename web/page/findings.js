@@ -4,13 +4,16 @@
 /// Engine's name of the second run, and the page's.
 const nameOfB = [/, other$/, ', B'];
 
+/// Measures that are shown large: those of a report mostly need the truth.
+const large = ['erle_heard_db', 'delay_found_ms', 'out_level_dbfs', 'digital_silence_percent'];
+
 /// @param signal  AbortSignal: leaves the rest as it is
 async function showMeasures({lanes, strips, numbers}, signal) {
   for (const named of [...strips.rows, ...lanes.flatMap(lane => [...lane.series, ...(lane.band ? [lane.band] : [])])])
     named.label = named.label.replace(...nameOfB);
   const measured = numbers.filter(row => row.value !== null);
   const both = measured.some(row => row.other !== undefined);
-  byId('headlines').replaceChildren(...headlines(measured));
+  byId('headlines').replaceChildren(...headlines(measured.map(row => ({...row, headline: large.includes(row.name)}))));
   byId('numbers').replaceChildren(create('h2', {}, 'Measures'), numberTable(measured, both ? ['A', 'B'] : []));
   const states = charts.find(chart => chart.strips);
   if (states) updateStrips(states, strips);
@@ -22,6 +25,7 @@ async function showMeasures({lanes, strips, numbers}, signal) {
 function forgetFindings() {
   showDiagnosis({verdict: '…', state: 'unmeasured', checks: []});
   for (const id of ['headlines', 'numbers', 'check-table']) byId(id).replaceChildren();
+  for (const chart of charts.filter(chart => chart.lane || chart.strips)) removeChart(chart);
 }
 
 function showDiagnosis({verdict, state, checks}) {

@@ -1,10 +1,6 @@
 'use strict';
 // The call that is open: its signals, what each set of parameters makes of it, and what was measured of that.
 
-const signalsOf = [
-  {id: 'mic', title: 'Microphone', key: 'm', ink: 'series-1'}, {id: 'ref', title: 'Reference', key: 'r', ink: 'series-2'},
-  {id: 'a', title: 'Output A', key: 'a', ink: 'series-3'}, {id: 'b', title: 'Output B', key: 'b', ink: 'series-4'}];
-
 const sameSet = (one, two) =>
   one && two && one.frame_ms === two.frame_ms && one.words.every((word, i) => word === two.words[i]);
 
@@ -13,7 +9,7 @@ class View extends EventTarget {
   call = null;    // {name, rate, seconds, mic, ref, diagnosed}
   outputs = {};   // by slot: {out, latency, words, frame_ms, pictured}
   #wanted = {};   // by slot: {words, frame_ms} as asked for last
-  #charts = {};   // by signal: {wave, picture}
+  #charts = new SignalCharts();
   #lastOpening = Promise.resolve();
   #rendering = new Set();
   #stop = new AbortController();        // of what is being rendered
@@ -42,7 +38,7 @@ class View extends EventTarget {
     }
     on('cancel', 'click', () => this.#stop.abort());
     on('equal', 'change', event => { player.equal = event.target.checked; player.amplify(); });
-    on('boost', 'input', () => this.#scaleWaves());
+    on('boost', 'input', () => this.#charts.scale());
     on('mark-from', 'click', markFrom);
     on('mark-to', 'click', markTo);
     for (const slot of ['a', 'b'])
@@ -76,9 +72,13 @@ class View extends EventTarget {
   }
 
   async #openNow({name, mic, ref, notes}) {
+    const before = this.call;
     this.#examination.abort();
-    const call = await this.client.ask('call', {mic, ref, rate: 0});
     this.call = null; // nothing is rendered until there is a place for it
+    const call = await this.client.ask('call', {mic, ref, rate: 0}).catch(error => {
+      this.call = before;
+      throw error;
+    });
     player.pause();
     player.seek(0);
     mark(0, 0);
@@ -87,7 +87,7 @@ class View extends EventTarget {
     Object.assign(data, {rate: call.rate, seconds: call.seconds, sound_seconds: call.seconds});
     byId('call-about').textContent = `${name}: ${call.seconds.toFixed(1)} s at ${call.rate} Hz`;
     byId('call-notes').replaceChildren(...[...notes, ...call.notes].map(note => create('li', {}, note)));
-    await this.#buildCharts();
+    await this.#charts.build();
     this.call = {...call, name};
     this.outputs = {};
     for (const id of ['a', 'b']) await this.#put(id, null);
@@ -97,27 +97,14 @@ class View extends EventTarget {
     for (const id of ['mic', 'ref']) await this.#showPicture(id);
   }
 
-  async #buildCharts() {
-    while (charts.length) removeChart(charts.at(-1));
-    for (const {id, title, ink} of signalsOf) {
-      this.#charts[id] = {wave: addWave(title, ink)};
-      await breathe();
-      this.#charts[id].picture = addPicture({title: ''}, null, id === 'b');
-      await breathe();
-    }
-  }
-
   /// Samples of a signal, to be seen and heard; null when there are none.
   async #put(id, samples) {
     const {call} = this;
     await this.#hear(id, samples);
     const wave = samples && await Wave.of(samples, call.rate);
     if (this.call !== call) return;
-    const chart = this.#charts[id];
-    for (const {figure} of [chart.wave, chart.picture]) figure.hidden = !samples;
+    this.#charts.put(id, wave);
     if (byId(`save-${id}`)) byId(`save-${id}`).disabled = !samples;
-    chart.wave.wave = wave;
-    if (wave) this.#scaleWaves(chart.wave);
   }
 
   async #hear(id, samples) {
@@ -126,18 +113,8 @@ class View extends EventTarget {
     if (!samples && id === 'b' && player.chosen === 'b') choose('a');
   }
 
-  /// One scale for all wave forms: the greatest sample fills its chart, or more with a boost.
-  #scaleWaves(changed) {
-    const waves = Object.values(this.#charts).map(({wave}) => wave), full = Wave.full;
-    Wave.full = Math.max(...waves.map(chart => chart.wave?.peak ?? 1)) / fromDb(player.boost);
-    for (const chart of waves) if (chart === changed || Wave.full !== full) redraw(chart);
-  }
-
   async #showPicture(id, signal) {
-    const picture = await this.client.ask('picture', {signal: id}, {signal});
-    Object.assign(data.spectrogram, {column_seconds: picture.column_seconds, row_hz: picture.row_hz});
-    this.#charts[id].picture.picture = new Spectrogram(picture.greys, picture.columns, picture.rows);
-    redraw(this.#charts[id].picture);
+    this.#charts.putPicture(id, await this.client.ask('picture', {signal: id}, {signal}));
   }
 
   /// Brings the output of a set up to date, then what is measured of it. A set B that is the same as A has no output of
@@ -157,6 +134,7 @@ class View extends EventTarget {
   drop(slot) {
     delete this.#wanted[slot];
     delete this.outputs[slot];
+    if (slot === 'a') forgetFindings();
     if (this.call) this.#put(slot, null);
   }
 
@@ -185,6 +163,7 @@ class View extends EventTarget {
   #setRendering(slot, on) {
     this.#rendering[on ? 'add' : 'delete'](slot);
     if (on && this.#stop.signal.aborted) this.#stop = new AbortController();
+    if (on) byId('progress').value = 0;
     byId('signals').ariaBusy = String(this.#rendering.size > 0);
     byId('signals').dataset.state = this.#rendering.size > 0 ? 'rendering' : this.#stop.signal.aborted ? 'cancelled' : 'measuring';
     clearTimeout(this.patience);
@@ -193,7 +172,7 @@ class View extends EventTarget {
 
   /// Pictures, measures and diagnosis of what has been rendered; while more is rendered they wait for that.
   async #examine() {
-    if (this.#rendering.size > 0) return;
+    if (this.#rendering.size > 0 || !this.call) return;
     this.#examination.abort();
     const {signal} = this.#examination = new AbortController();
     try {
