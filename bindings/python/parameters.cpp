@@ -58,7 +58,7 @@ config::Image valid_image(const ParaFile &file) {
 
 ParaFile from_text(const std::string &text, const std::string &folder) {
   tool::para::ReadText read = tool::para::read_text(text, folder);
-  return {"text", read.image, false, std::move(read.log)};
+  return {"text", read.image, false, 0, std::move(read.log)};
 }
 
 py::list check(const py::object &parameters) {
