@@ -59,6 +59,7 @@ int main(int argc, char **argv) {
   qv::tool::add_diagnose(app);
   qv::tool::add_report(app);
   qv::tool::add_tune(app);
+  qv::tool::add_tuner(app);
   qv::tool::add_manual(app);
   refuse_pipes(app);
   try {

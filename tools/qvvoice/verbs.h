@@ -19,6 +19,7 @@ void add_scene(CLI::App &app);
 void add_diagnose(CLI::App &app);
 void add_report(CLI::App &app);
 void add_tune(CLI::App &app);
+void add_tuner(CLI::App &app);
 void add_manual(CLI::App &app);
 
 } // namespace qv::tool

@@ -3,8 +3,7 @@
 
 /// The engine as it stands in the page: gzip in base64.
 async function engineBytes() {
-  const packed = Uint8Array.from(atob(byId('engine').textContent), c => c.charCodeAt(0));
-  return new Uint8Array(await new Response(new Blob([packed]).stream().pipeThrough(new DecompressionStream('gzip'))).arrayBuffer());
+  return new Uint8Array(await unpacked(bytesOf(byId('engine').textContent)).arrayBuffer());
 }
 
 const scriptUrl = id => URL.createObjectURL(new Blob([byId(id).textContent], {type: 'text/javascript'}));

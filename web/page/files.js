@@ -64,10 +64,13 @@ class Files {
 
   /// The first parameters of the page: of its link, of the file that it was given, or a preset.
   async begin() {
-    const {state} = this, {hello} = state, {parameters} = data;
+    const {state} = this, {hello} = state, parameters = data.given?.parameters;
     const first = hello.presets.find(({name, rate, frame_ms}) => name.startsWith(`${hello.default_family}-`) && rate === 16000 && frame_ms === 20);
     await state.load(await this.client.ask('preset', {name: first.name}), ['a', 'b']);
-    if (parameters) await this.read(parameters.name, Uint8Array.from(atob(parameters.bytes), sign => sign.charCodeAt(0)), ['a', 'b']);
+    if (parameters) {
+      const {name, bytes, frame_ms} = parameters;
+      await state.load({...await this.client.ask('read', {name, bytes: bytesOf(bytes)}), frame_ms}, ['a', 'b']);
+    }
     await this.takeLink();
   }
 

@@ -105,10 +105,11 @@ async function readRecordings(files) {
     ref: {samples: channels[1], rate}, notes};
 }
 
-const bytesOf = id => Uint8Array.from(atob(byId(id).textContent.trim()), byte => byte.charCodeAt(0));
-
 /// The two files of the call that comes with the page.
-const builtInFiles = () => ['mic', 'ref'].map(kind => new File([bytesOf(`call-${kind}`)], `${kind}.flac`));
+const builtInFiles = () => ['mic', 'ref'].map(kind => new File([bytesOf(byId(`call-${kind}`).textContent)], `${kind}.flac`));
+
+/// Those of the call that the page was given.
+const givenFiles = ({mic, ref}) => [new File([bytesOf(mic)], 'mic.flac'), new File([bytesOf(ref)], 'ref.flac')];
 
 const isSound = entry => entry.isFile && /\.(wav|wave|flac|ogg|opus|mp3|m4a|aac|webm)$/i.test(entry.name);
 

@@ -27,7 +27,8 @@ class View extends EventTarget {
 
   #buildTools() {
     const on = (id, type, action) => byId(id).addEventListener(type, action);
-    on('open-built-in', 'click', () => this.begin());
+    on('open-built-in', 'click', () => this.openBuiltIn());
+    byId('open-built-in').hidden = !byId('call-mic').textContent;
     for (const kind of ['files', 'folder']) {
       on(`open-${kind}`, 'click', () => byId(`pick-${kind}`).click());
       on(`pick-${kind}`, 'change', event => {
@@ -44,8 +45,13 @@ class View extends EventTarget {
       on(`save-${slot}`, 'click', () => saveFile(wavFile(this.outputs[slot].out, this.call.rate), `output-${slot}.wav`));
   }
 
-  /// Opens the call that comes with the page.
-  begin() { return this.open(builtInFiles(), 'The built-in call'); }
+  /// Opens the call that the page was given, else its own.
+  begin() {
+    const call = data.given?.call;
+    return call ? this.open(givenFiles(call), call.name) : this.openBuiltIn();
+  }
+
+  openBuiltIn() { return this.open(builtInFiles(), 'The built-in call'); }
 
   /// @param files  as for readRecordings; what is wrong with them is said, and the call that was open stays
   async open(files, name) {

@@ -5,9 +5,11 @@
 #include <fmt/format.h>
 
 #include "diagnose/diagnose.h"
+#include "embedded/tuner_page.h"
 #include "report/html.h"
 #include "report/numbers.h"
 #include "report/spectrogram.h"
+#include "report/tuner_data.h"
 #include "support/progress.h"
 
 namespace qv::tool::report {
@@ -17,9 +19,6 @@ struct SignalView16 {
   const char *id, *title;
   const std::vector<int16_t> &samples;
 };
-
-constexpr double longest_part = 600; // s that a page plays and diagnoses, so that its size and the memory it takes stay
-                                     // within bounds
 
 double sound_seconds(const CallReport &call) {
   return std::min(double(call.subject.mic.size()) / call.subject.rate, longest_part);
@@ -83,6 +82,7 @@ Json page_data(const CallReport &call, const Links &links) {
                {"about", about(call)},
                {"made", fmt::format("Made by qvvoice {}", QV_VOICE_Version())},
                {"rate", call.subject.rate},
+               {"parameters", parameters_json(call.setup)},
                {"seconds", double(call.subject.mic.size()) / call.subject.rate},
                {"sound_seconds", sound_seconds(call)},
                {"links", links_json(links)},
@@ -131,7 +131,10 @@ CallReport examine(std::string name, measure::Subject subject, const Setup &setu
 
 std::string call_page(const CallReport &call, const Links &links) {
   const Progress bar("drawing");
-  return fill("call.html", {{"title", escape(call.name)}, {"data", script_json(page_data(call, links))}});
+  const std::string_view tuner = embedded::packed_tuner_page();
+  return fill("call.html", {{"title", escape(call.name)},
+                            {"data", script_json(page_data(call, links))},
+                            {"tuner", base64({reinterpret_cast<const uint8_t *>(tuner.data()), tuner.size()})}});
 }
 
 } // namespace qv::tool::report

@@ -9,6 +9,15 @@ async function buildCharts() {
   data.lanes.forEach((lane, k) => addLane(lane, k === data.lanes.length - 1));
 }
 
+/// The page that tunes by ear is packed into this one; it opens with this call.
+async function tuneByEar() {
+  const sound = id => data.signals.find(signal => signal.id === id).audio;
+  const given = {call: {name: data.name, mic: sound('mic'), ref: sound('ref')}, parameters: data.parameters};
+  const page = await unpacked(bytesOf(byId('tuner').textContent)).text();
+  const json = JSON.stringify(given).replaceAll('<', '\\u003c');
+  open(URL.createObjectURL(new Blob([page.replace('"given": null', () => `"given": ${json}`)], {type: 'text/html'})));
+}
+
 async function start() {
   startTheme();
   byId('links').append(...linkBar(data.links));
@@ -24,6 +33,8 @@ async function start() {
   for (const track of player.tracks.values())
     for (const event of ['pause', 'ended', 'seeked']) track.addEventListener(event, drawPlayhead);
   buildTransport(data.signals);
+  byId('tune').hidden = !byId('tuner').textContent;
+  byId('tune').addEventListener('click', tuneByEar);
   await buildCharts();
   timeChart.ready(() => choose(data.signals[0].id));
   document.documentElement.dataset.ready = 'yes';

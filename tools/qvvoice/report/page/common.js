@@ -11,6 +11,11 @@ function create(tag, properties = {}, ...content) {
   return element;
 }
 
+const bytesOf = base64 => Uint8Array.from(atob(base64.trim()), byte => byte.charCodeAt(0));
+
+/// What was packed by gzip.
+const unpacked = bytes => new Response(new Blob([bytes]).stream().pipeThrough(new DecompressionStream('gzip')));
+
 const colour = name => getComputedStyle(document.documentElement).getPropertyValue(`--${name}`).trim();
 const isDark = () => document.documentElement.dataset.theme === 'dark';
 const themeListeners = [];
