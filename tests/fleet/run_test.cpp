@@ -2,9 +2,11 @@
 
 #include <csignal>
 #include <sys/wait.h>
+#include <thread>
 
 #include "fleet/coordinator.h"
 #include "fleet/merge.h"
+#include "fleet/shard.h"
 #include "fleet/worker.h"
 #include "process/files.h"
 #include "support.h"
@@ -28,7 +30,7 @@ protected:
     std::vector<Entry> set;
     for (size_t i = 0; i < recordings; ++i)
       set.push_back(sets::drawn_entry({scene::Family::usual, scene::Part::tune, 1, i}, 8000));
-    return take_up(at(name), set, {make_setup({}, 8000, 20)}, {20}, shard_seconds);
+    return take_up(at(name), set, {make_setup({}, 8000, 20)}, shard_seconds);
   }
   int measure(const std::string &words) const { return run_command(folder, "measure --set calls " + words).status; }
   /// A shell line in the folder, $QV the tool.
@@ -44,7 +46,7 @@ protected:
   }
 };
 
-Json made_result(const Entry &entry, int) {
+Json made_result(const Entry &entry, size_t) {
   return {
       {"name", entry.name}, {"rate", 8000}, {"frame_ms", 20}, {"seconds", 24.0}, {"measures", {{"erle_far_db", 1}}}};
 }
@@ -53,12 +55,12 @@ Json made_result(const Entry &entry, int) {
 TEST_F(Fleet, a_recording_that_ends_its_process_is_named_and_the_rest_goes_on) {
   const fleet::Run run = begin("run", 7, 3.9);
   ASSERT_EQ(run.shard_count(), 3u);
-  const auto dying = [](const Entry &entry, int ms) {
+  const auto dying = [](const Entry &entry, size_t nth) {
     if (std::get<sets::Drawn>(entry.source).index == 4)
       std::raise(SIGSEGV);
     if (std::get<sets::Drawn>(entry.source).index == 5)
       throw InputError("mic.wav: no such file");
-    return made_result(entry, ms);
+    return made_result(entry, nth);
   };
   for (size_t shard = 0; shard < run.shard_count(); ++shard)
     work(run, shard, dying);
@@ -69,7 +71,7 @@ TEST_F(Fleet, a_recording_that_ends_its_process_is_named_and_the_rest_goes_on) {
   EXPECT_EQ(merged.failed[0].name, "usual-tune-1-00004-8k");
   EXPECT_NE(merged.failed[0].message.find("signal 11"), std::string::npos);
   EXPECT_EQ(merged.failed[1].message, "mic.wav: no such file");
-  work(run, 1, [](const Entry &, int) -> Json { throw std::logic_error("measured again"); });
+  work(run, 1, [](const Entry &, size_t) -> Json { throw std::logic_error("measured again"); });
   EXPECT_EQ(merge(run, [](const Json &) {}).results, 5u) << "what is there is not done again";
 }
 
@@ -137,6 +139,74 @@ TEST_F(Fleet, gives_the_same_bytes_on_every_engine_and_after_every_loss) {
   fs::rename(at("away"), at("calls/03"));
   ASSERT_EQ(measure("--run lines --on commands" + cut), 0);
   EXPECT_TRUE(bytes_of(at("lines/results.jsonl")) == expected);
+}
+
+// A recording that was away is measured again, alone, and stands in its place; its neighbours' lines are left as they
+// are.
+TEST_F(Fleet, what_failed_is_measured_again_and_nothing_else) {
+  put_recordings(5);
+  const std::string cut = " --frame-ms 16 20 --shard-seconds 0.05";
+  ASSERT_EQ(measure("--run whole -j 1" + cut), 0);
+  ASSERT_EQ(measure("--run run --on commands" + cut), 0);
+  fs::rename(at("calls/03"), at("away"));
+  ASSERT_EQ(shell("sh run/commands"), 0);
+  fs::rename(at("away"), at("calls/03"));
+  ASSERT_EQ(measure("--run run" + cut), 2) << "it failed, and stays failed unless asked";
+  const std::string failed = bytes_of(at("run/results.jsonl"));
+  EXPECT_NE(failed.find("\"failed\""), std::string::npos);
+  std::string mark; // on a neighbour in the same shard
+  for (const auto &file : fs::directory_iterator(at("run/shards")))
+    if (std::string text = bytes_of(file.path()); text.find(R"("name":"03")") != text.npos) {
+      const size_t place = text.find(R"("tags":{})");
+      ASSERT_NE(place, text.npos) << "a shard of more than the failed recording is needed";
+      put(fs::relative(file.path(), folder), text.replace(place, 9, R"("tags":{"mark":"1"})"));
+      mark = text;
+    }
+  ASSERT_FALSE(mark.empty());
+  ASSERT_EQ(measure("--run run --again --on commands" + cut), 0);
+  EXPECT_EQ(std::ranges::count(bytes_of(at("run/commands")), '\n'), 1) << "of one shard";
+  ASSERT_EQ(measure("--run run" + cut), 0);
+  std::string again = bytes_of(at("run/results.jsonl"));
+  const size_t place = again.find(R"("tags":{"mark":"1"})");
+  ASSERT_NE(place, again.npos) << "what had not failed was measured again";
+  EXPECT_TRUE(again.replace(place, 19, R"("tags":{})") == bytes_of(at("whole/results.jsonl")));
+  ASSERT_EQ(measure("--run run --again" + cut), 0) << "nothing is left to measure";
+}
+
+// A controller that is gone must not hold the tool for ever, whether squeue fails or hangs; nor a hanging sbatch.
+TEST_F(Fleet, a_cluster_that_does_not_answer_is_given_up_and_named) {
+  const fleet::Run run = begin("run", 3, 3.9);
+  using namespace std::chrono_literals;
+  Workers workers;
+  workers.on = Engine::slurm;
+  workers.waiting = {.look = 5ms, .answer = 200ms, .patience = 300ms};
+  const std::string path = getenv("PATH");
+  setenv("PATH", (at("bin") + ":" + path).c_str(), 1);
+  put_program("sbatch", "echo 77\n");
+  for (const auto &[squeue, said] : {std::pair("echo Unable to contact >&2; exit 1\n", "Unable to contact"),
+                                     {"exec sleep 60\n", "no answer within 0.2 s"}}) {
+    put_program("squeue", squeue);
+    const std::string refused = refusal([&] { measure_missing(run, workers); });
+    EXPECT_NE(refused.find("squeue: found no answer and no new result for 0.3 s"), std::string::npos) << refused;
+    EXPECT_NE(refused.find("Jobs 77"), std::string::npos) << refused;
+    EXPECT_NE(refused.find(said), std::string::npos) << refused;
+  }
+  // results that come all the same are a sign of life
+  put_program("squeue", "exit 1\n");
+  std::jthread late([&] {
+    for (size_t shard = 0; shard < run.shard_count(); ++shard) {
+      std::this_thread::sleep_for(200ms);
+      work(run, shard, made_result);
+    }
+  });
+  EXPECT_TRUE(measure_missing(run, workers));
+  late.join();
+  fs::remove_all(at("run/shards"));
+  fs::create_directories(at("run/shards"));
+  put_program("sbatch", "exec sleep 60\n");
+  EXPECT_NE(refusal([&] { measure_missing(run, workers); }).find("sbatch: failed: no answer within 0.2 s"),
+            std::string::npos);
+  setenv("PATH", path.c_str(), 1);
 }
 
 /// A cluster of one script: sbatch runs all tasks of the array but the first of the first job, which is preempted for

@@ -1,5 +1,6 @@
 #include "fleet/coordinator.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -13,6 +14,7 @@
 
 #include <fmt/ranges.h>
 
+#include "fleet/shard.h"
 #include "support/child.h"
 #include "support/error.h"
 #include "support/output_file.h"
@@ -65,12 +67,23 @@ Lock::Lock(const std::string &folder) {
 
 Lock::~Lock() { close(descriptor_); }
 
-std::vector<size_t> missing(const Run &run) {
-  std::vector<size_t> shards;
-  for (size_t shard = 0; shard < run.shard_count(); ++shard)
-    if (!is_done(run, shard))
-      shards.push_back(shard);
-  return shards;
+double shard_seconds(const Workers &workers, double cost) {
+  constexpr double most = 120, least = 5;
+  if (workers.shard_seconds || workers.on != Engine::local)
+    return workers.shard_seconds.value_or(most);
+  // small enough for every process to get several, long enough for its start not to matter
+  return std::clamp(cost / (8 * workers.parallel), least, most);
+}
+
+bool measure_missing(const Run &run, const Workers &workers) {
+  const std::vector<size_t> shards = missing(run);
+  if (!shards.empty() && workers.on == Engine::local)
+    run_local(run, shards, workers.parallel);
+  else if (!shards.empty() && workers.on == Engine::slurm)
+    run_slurm(run, shards, workers);
+  else if (!shards.empty())
+    write_commands(run, shards);
+  return shards.empty() || workers.on != Engine::commands;
 }
 
 std::vector<std::string> command_of(const Run &run, const std::string &shard) {
@@ -104,7 +117,7 @@ void run_local(const Run &run, const std::vector<size_t> &shards, int parallel) 
                                          complaints.size(), shards.size(), attempts, fmt::join(complaints, "")));
 }
 
-std::string write_commands(const Run &run, const std::vector<size_t> &shards) {
+void write_commands(const Run &run, const std::vector<size_t> &shards) {
   OutputFile file(run.folder + "/commands");
   for (const size_t shard : shards) {
     std::vector<std::string> words = command_of(run, std::to_string(shard));
@@ -113,7 +126,6 @@ std::string write_commands(const Run &run, const std::vector<size_t> &shards) {
     file.write(fmt::format("{}\n", fmt::join(words, " ")));
   }
   file.commit();
-  return file.path();
 }
 
 } // namespace qv::tool::fleet
