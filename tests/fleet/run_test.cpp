@@ -33,17 +33,6 @@ protected:
     return take_up(at(name), set, {make_setup({}, 8000, 20)}, shard_seconds);
   }
   int measure(const std::string &words) const { return run_command(folder, "measure --set calls " + words).status; }
-  /// A shell line in the folder, $QV the tool.
-  int shell(const std::string &line) const {
-    const int status = std::system(fmt::format("cd {} && QV={} && export PATH={}/bin:$PATH && {}", folder.string(),
-                                               QVVOICE_COMMAND, folder.string(), line)
-                                       .c_str());
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-  void put_program(const std::string &name, const std::string &text) const {
-    fs::create_directories(folder / "bin");
-    fs::permissions(put("bin/" + name, "#!/bin/sh\n" + text), fs::perms::owner_all);
-  }
 };
 
 Json made_result(const Entry &entry, size_t) {

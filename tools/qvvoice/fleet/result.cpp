@@ -1,14 +1,6 @@
 #include "fleet/result.h"
 
 namespace qv::tool::fleet {
-namespace {
-
-bool is_speed(const measure::Measure &measure) {
-  return measure.value == &measure::Results::real_time_factor ||
-         measure.value == &measure::Results::worst_frame_percent;
-}
-
-} // namespace
 
 Json result_of(const measure::Known &known, const std::map<std::string, std::string> &tags, const Setup &setup) {
   const measure::Subject &subject = known.subject;

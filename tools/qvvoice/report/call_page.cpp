@@ -1,6 +1,7 @@
 #include "report/call_page.h"
 
 #include <algorithm>
+#include <functional>
 
 #include <fmt/format.h>
 
@@ -147,10 +148,7 @@ CallReport examine(std::string name, measure::Subject subject, const Setup &setu
 
 std::vector<measure::Measure> shown_measures() {
   std::vector<measure::Measure> shown;
-  std::ranges::copy_if(measure::measures(), std::back_inserter(shown), [](const measure::Measure &measure) {
-    return measure.value != &measure::Results::real_time_factor &&
-           measure.value != &measure::Results::worst_frame_percent;
-  });
+  std::ranges::copy_if(measure::measures(), std::back_inserter(shown), std::not_fn(measure::is_speed));
   return shown;
 }
 
