@@ -23,18 +23,13 @@
 namespace qv::tool::fleet {
 namespace {
 
-std::string shell_word(const std::string &word) {
-  std::string text = "'";
-  for (const char c : word)
-    text += c == '\'' ? "'\\''" : std::string(1, c);
-  return text + "'";
-}
-
 /// Measures a shard in a process of its own, once more when that fails. @return what it said when it gave up
 std::string attempt(const Run &run, size_t shard) {
   std::string said;
+  std::vector<std::string> command = worker_of(run);
+  command.push_back(std::to_string(shard));
   for (int i = 0; i < attempts; ++i) {
-    const ChildResult result = run_child(command_of(run, std::to_string(shard)));
+    const ChildResult result = run_child(command);
     if (result.status == 0)
       return "";
     said = result.messages.empty() ? fmt::format("ended with status {}\n", result.status) : result.messages;
@@ -86,10 +81,21 @@ bool measure_missing(const Run &run, const Workers &workers) {
   return shards.empty() || workers.on != Engine::commands;
 }
 
-std::vector<std::string> command_of(const Run &run, const std::string &shard) {
+std::vector<std::string> worker_of(const Run &run) {
   // once: a tool that is replaced meanwhile has another name there
   static const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
-  return {program, "worker", std::filesystem::absolute(run.folder).string(), shard};
+  return {program, "worker", std::filesystem::absolute(run.folder).string()};
+}
+
+std::string shell_line(const std::vector<std::string> &words) {
+  std::string line;
+  for (const std::string &word : words) {
+    line += line.empty() ? "'" : " '";
+    for (const char c : word)
+      line += c == '\'' ? "'\\''" : std::string(1, c);
+    line += "'";
+  }
+  return line;
 }
 
 void run_local(const Run &run, const std::vector<size_t> &shards, int parallel) {
@@ -119,12 +125,8 @@ void run_local(const Run &run, const std::vector<size_t> &shards, int parallel) 
 
 void write_commands(const Run &run, const std::vector<size_t> &shards) {
   OutputFile file(run.folder + "/commands");
-  for (const size_t shard : shards) {
-    std::vector<std::string> words = command_of(run, std::to_string(shard));
-    for (std::string &word : words)
-      word = shell_word(word);
-    file.write(fmt::format("{}\n", fmt::join(words, " ")));
-  }
+  for (const size_t shard : shards)
+    file.write(fmt::format("{} {}\n", shell_line(worker_of(run)), shard));
   file.commit();
 }
 

@@ -51,8 +51,11 @@ double shard_seconds(const Workers &workers, double cost);
 /// @throws as is_done(), run_local(), run_slurm()
 bool measure_missing(const Run &run, const Workers &workers);
 
-/// The command that measures a shard.
-std::vector<std::string> command_of(const Run &run, const std::string &shard);
+/// The command that measures the shard whose number is appended.
+std::vector<std::string> worker_of(const Run &run);
+
+/// Words as a shell takes them.
+std::string shell_line(const std::vector<std::string> &words);
 
 constexpr int attempts = 3; ///< at a shard, before a run gives up
 

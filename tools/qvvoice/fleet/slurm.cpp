@@ -98,12 +98,11 @@ private:
   void submit_array(const std::vector<size_t> &shards) {
     const std::string list = fmt::format("{}/list-{}-{}", folder_, shards.front(), shards.size());
     const std::string script = list + ".sh";
-    std::vector<std::string> command = command_of(run_, "\"$shard\"");
     OutputFile lines(list), text(script);
     for (const size_t shard : shards)
       lines.write(fmt::format("{}\n", shard));
-    text.write(fmt::format("#!/bin/sh\nshard=$(sed -n \"${{SLURM_ARRAY_TASK_ID}}p\" '{}')\nexec '{}' worker '{}' {}\n",
-                           list, command[0], command[2], command[3]));
+    text.write(fmt::format("#!/bin/sh\nshard=$(sed -n \"${{SLURM_ARRAY_TASK_ID}}p\" {})\nexec {} \"$shard\"\n",
+                           shell_line({list}), shell_line(worker_of(run_))));
     lines.commit();
     text.commit();
     std::vector<std::string> words = {
