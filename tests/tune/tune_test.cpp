@@ -14,6 +14,7 @@
 #include "support/error.h"
 #include "tune/plan.h"
 #include "tune/search.h"
+#include "tune/tuner.h"
 
 namespace qv::tool::tune {
 namespace {
@@ -329,6 +330,64 @@ TEST(Search, a_population_adapts_its_step) {
     });
     ASSERT_EQ(lowest.size(), 40u);
     EXPECT_LT(lowest.back(), 2 * 10 * 0.09) << step << ": 6.5 at the start";
+  }
+}
+
+/// One recording, on which noise is attenuated by the noise scale alone, and which some parameters end.
+class MadeEvaluator : public Evaluator {
+public:
+  const std::vector<std::string> &names() const override { return names_; }
+  Json identity() const override { return {{"recordings", names_}}; }
+  void evaluate(const std::vector<config::Image> &images, const Done &done) override {
+    for (size_t i = 0; i < images.size(); ++i) {
+      const Json found = {{"noise_attenuation_db", 10 * value(images[i], "tx.anr.noise_scale")}};
+      const bool dies = value(images[i], "aec.suppressor.exponent") > 2;
+      deaths += dies;
+      done(i, {{numbers_of(dies ? Json::object() : found)}, dies ? "made: died" : ""});
+    }
+  }
+  size_t deaths = 0;
+
+private:
+  std::vector<std::string> names_ = {"made"};
+};
+
+class Tuning : public InFolder {};
+
+TEST_F(Tuning, what_buys_nothing_is_put_back_and_what_dies_is_no_result) {
+  const std::string text = small_plan + "9}]"; // a point is 0.001 dB
+  const Plan plan = parse_plan(text, "p.toml", rate);
+  const config::Image before = config::default_image(rate);
+  for (const Method method : {Method::subplex, Method::population}) {
+    MadeEvaluator evaluator;
+    History history(at(fmt::format("log-{}", int(method))), evaluator.identity());
+    SearchOptions options;
+    options.budget = 90;
+    options.step = 0.4;
+    options.method = method;
+    size_t told = 0, failed = 0;
+    const Result result =
+        tune(plan, before, evaluator, history, options, [&](const Candidate &candidate, const Candidate &best, size_t) {
+          ++told;
+          failed += !candidate.measured.failed.empty();
+          EXPECT_EQ(best.measured.failed, "");
+        });
+    EXPECT_EQ(result.course.size(), 90u);
+    EXPECT_GT(told, 30u);
+    EXPECT_GT(failed, 0u);
+    EXPECT_GE(evaluator.deaths, failed);
+    EXPECT_LT(result.after.cost, result.before.cost);
+    EXPECT_EQ(value(result.after.image, "aec.suppressor.exponent"), value(before, "aec.suppressor.exponent"));
+    EXPECT_EQ(value(result.after.image, "rx.agc.enable"), 0) << "what the plan sets stays";
+    size_t bought = 0;
+    for (const Effect &effect : result.effects)
+      bought += effect.lost > 0.01;
+    EXPECT_EQ(bought, 1u);
+    EXPECT_LE(result.effects.size(), 2u);
+    MadeEvaluator other; // everything is in the log
+    History again(at(fmt::format("log-{}", int(method))), other.identity());
+    tune(plan, before, other, again, options, [](const Candidate &, const Candidate &, size_t n) { EXPECT_EQ(n, 0u); });
+    EXPECT_EQ(other.deaths, 0u);
   }
 }
 
