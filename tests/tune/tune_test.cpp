@@ -174,7 +174,8 @@ TEST_F(TuneCommand, a_population_finds_the_same_on_every_engine_and_goes_on_from
   expect_refused(command, {{search + "--run far --out no.toml", "is at it"},
                            {search + "--on slurm --out no.toml", "--on requires --run"},
                            {search + "--run r --on commands --out no.toml", "--on"},
-                           {search + "--generation 3 --out no.toml", "--generation"}});
+                           {search + "--generation 3 --out no.toml", "--generation"},
+                           {"--set two.csv --generation 4 --out no.toml", "--search population has generations"}});
 }
 
 TEST_F(TuneCommand, hopeless_recordings_are_refused_with_their_reason) {

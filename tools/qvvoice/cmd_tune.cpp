@@ -114,6 +114,11 @@ void write_pages(const Options &options, const std::string &set, const std::stri
 }
 
 void run(Options options) {
+  if (options.search.generation > 0 && options.search.method != tune::Method::population)
+    throw InputError(
+        "--generation: found {}, with a search that evaluates one after the other; --search population has "
+        "generations",
+        options.search.generation);
   const std::string own = para::preset_of(options.plan, options.rate, qv::frame_length(options.rate, options.frame_ms));
   if (!options.para && para::find_preset(own))
     options.para = own;
