@@ -97,7 +97,7 @@ protected:
     std::vector<Entry> set;
     for (size_t i = 0; i < recordings; ++i)
       set.push_back(sets::drawn_entry({scene::Family::usual, scene::Part::tune, 1, i}, 8000));
-    return take_up(at(name), set, {make_setup({}, 8000, 20)}, {20}, 60);
+    return take_up(at(name), set, {make_setup({}, 8000, 20)}, 60);
   }
   static Json result(size_t i, double erle) {
     return {{"name", fmt::format("usual-tune-1-{:05}-8k", i)},

@@ -70,6 +70,17 @@ protected:
   std::string put_wav(const std::string &name, int rate, const std::vector<int16_t> &samples, int channels = 1) const {
     return put_audio(name, SF_FORMAT_WAV | SF_FORMAT_PCM_16, rate, channels, samples);
   }
+  /// A shell line in the folder, $QV the tool, after programs of put_program().
+  int shell(const std::string &line) const {
+    const std::string in =
+        "cd " + folder.string() + " && QV=" + QVVOICE_COMMAND + " && PATH=" + at("bin") + ":$PATH && ";
+    const int status = std::system((in + line).c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  void put_program(const std::string &name, const std::string &text) const {
+    fs::create_directories(at("bin"));
+    fs::permissions(put("bin/" + name, "#!/bin/sh\n" + text), fs::perms::owner_all);
+  }
   std::set<fs::path> paths() const { return {fs::directory_iterator(folder), fs::directory_iterator()}; }
   /// Each line of words behind `command` is refused: status 2, a message with this reason, no result, no file.
   void expect_refused(const std::string &command, const std::vector<std::pair<std::string, std::string>> &cases) const {

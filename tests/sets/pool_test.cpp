@@ -1,8 +1,9 @@
-// Work shared out among processes that may die.
+// Other processes: work shared out among them that may die, and programs that may hang.
 
 #include <csignal>
 
 #include "process/files.h"
+#include "support/child.h"
 #include "support/output_file.h"
 #include "support/worker_pool.h"
 
@@ -48,6 +49,30 @@ TEST_F(Pool, one_that_dies_costs_its_own_order_and_is_named_by_its_signal) {
   for (const fs::path &path : before)
     EXPECT_TRUE(fs::exists(path)) << path;
   EXPECT_FALSE(before.empty());
+}
+
+TEST(Child, ends_and_is_ended) {
+  using namespace std::chrono_literals;
+  const auto sh = [](const std::string &line, std::optional<std::chrono::milliseconds> limit = {}) {
+    return run_child({"sh", "-c", line}, limit);
+  };
+  const ChildResult both = sh("head -c 300000 /dev/zero | tr '\\0' x; echo no >&2; exit 3", 60s);
+  EXPECT_EQ(both.output, std::string(300'000, 'x'));
+  EXPECT_EQ(both.messages, "no\n");
+  EXPECT_EQ(both.status, 3);
+  EXPECT_EQ(sh("kill -9 $$").status, 128 + SIGKILL);
+  EXPECT_EQ(sh("exec >&- 2>&-; sleep 0.1; exit 4").status, 4) << "it has closed its outputs, and is waited for";
+  const auto error_of = [&](const std::string &line) {
+    try {
+      sh(line, 100ms);
+    } catch (const std::system_error &error) {
+      return error.code();
+    }
+    return std::error_code();
+  };
+  for (const char *hanging : {"exec sleep 60", "exec sleep 60 >&- 2>&-", "sleep 3 & exit 0"})
+    EXPECT_EQ(error_of(hanging), std::errc::timed_out) << hanging;
+  EXPECT_THROW(run_child({"no-such-program"}), std::system_error);
 }
 
 } // namespace

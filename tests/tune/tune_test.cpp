@@ -7,12 +7,14 @@
 
 #include "audio/audio.h"
 #include "diagnose/recordings.h"
+#include "fleet/coordinator.h"
 #include "para/words.h"
 #include "process/files.h"
 #include "scene/truth.h"
 #include "support/error.h"
 #include "tune/plan.h"
 #include "tune/search.h"
+#include "tune/tuner.h"
 
 namespace qv::tool::tune {
 namespace {
@@ -64,6 +66,9 @@ TEST_F(TuneCommand, tunes_a_device_from_two_recordings) {
   EXPECT_EQ(found["course"].size(), 14u);
   EXPECT_TRUE(std::is_sorted(found["course"].rbegin(), found["course"].rend()));
   EXPECT_NEAR(double(held["after"]["delay_true_ms"]), 80, 1);
+  for (const auto &field : found["fields"])
+    EXPECT_TRUE(double(field["lost"]) > 0.01 || field["field"] == "rx.agc.enable")
+        << field["field"] << ": what buys nothing is put back";
 
   // The file holds what was found: the same measures, and what the plan sets, though it buys nothing.
   const std::string file = bytes_of(at("found.toml"));
@@ -110,6 +115,67 @@ TEST_F(TuneCommand, gives_the_same_file_whatever_the_processes_and_after_an_inte
   EXPECT_EQ(missed.status, 1);
   EXPECT_NE(missed.out.find("at least 900 MISSED"), std::string::npos) << missed.out;
   EXPECT_NE(missed.out.find("not every want is met"), std::string::npos);
+}
+
+/// A cluster of one script, which runs every task, but of its third job the first alone, and refuses that one.
+constexpr const char *cluster = R"sh(echo >>jobs
+for word; do case $word in --array=*) tasks=${word#--array=1-} ;; esac; script=$word; done
+for task in $(seq "$tasks"); do
+  SLURM_ARRAY_TASK_ID=$task sh "$script"
+  [ "$(wc -l <jobs)" -eq 3 ] && echo no such account >&2 && exit 1
+done
+echo 7
+)sh";
+
+// Whatever measures the shards, and wherever it was interrupted: a candidate's shards that are there count, and one
+// that cannot be measured is scored as failed and named.
+TEST_F(TuneCommand, a_population_finds_the_same_on_every_engine_and_goes_on_from_its_shards) {
+  ASSERT_LE(tune(std::string(device) + "--budget 1").status, 1);
+  put("two.csv", "folder\ncalls/tune/call-1\ncalls/tune/call-4\n");
+  const std::string search = "--set two.csv --check calls/check/call-2 --budget 7 --seed 3 --search population "
+                             "--generation 4 ";
+  const std::string in_shards = search + "--shard-seconds 0.3 --run ";
+  ASSERT_LE(tune(search + "--out one.toml").status, 1);
+  ASSERT_LE(tune(in_shards + "run -j 2 --out two.toml").status, 1);
+  const std::string file = bytes_of(at("one.toml")), log = bytes_of(at("one.toml.log"));
+  const auto evaluations = [&](const char *name) {
+    const std::string text = bytes_of(at(name));
+    return text.substr(text.find('\n'));
+  };
+  EXPECT_GE(std::ranges::count(log, '\n'), 8);
+  EXPECT_EQ(bytes_of(at("two.toml")), file);
+  EXPECT_EQ(evaluations("two.toml.log"), evaluations("one.toml.log"));
+  EXPECT_TRUE(fs::is_empty(at("run/check"))) << "what is in the log needs no shards";
+
+  put_program("sbatch", cluster);
+  put_program("squeue", "exit 0\n");
+  ASSERT_EQ(shell("$QV " + command + in_shards + "far --on slurm --out far.toml 2>err"), 2)
+      << "the third job is refused";
+  EXPECT_NE(bytes_of(at("err")).find("no such account"), std::string::npos) << bytes_of(at("err"));
+  ASSERT_EQ(std::distance(fs::directory_iterator(at("far/tune")), {}), 1);
+  const fs::path shard = fs::directory_iterator(at("far/tune"))->path() / "shards/000000.jsonl";
+  const std::string first = bytes_of(shard);
+  const size_t begin = first.find('\n') + 1;
+  put(fs::relative(shard, folder), first.substr(0, begin) +
+                                       R"({"name":"calls/tune/call-1","frame_ms":20,"failed":"planted"})" +
+                                       first.substr(first.find('\n', begin)));
+  ASSERT_LE(shell("$QV " + command + in_shards + "far --out far.toml >out 2>err"), 1) << bytes_of(at("err"));
+  EXPECT_NE(bytes_of(at("err")).find("evaluation 1 of 7 has failed: calls/tune/call-1: planted"), std::string::npos)
+      << bytes_of(at("err"));
+  const std::string far = evaluations("far.toml.log");
+  EXPECT_NE(far.find(R"("failed":"calls/tune/call-1: planted")"), std::string::npos);
+  EXPECT_GE(std::ranges::count(far, '\n'), 8) << "the rest goes on";
+  const std::string found = bytes_of(at("far.toml"));
+  ASSERT_LE(tune(search + "--run far --out far.toml").status, 1);
+  EXPECT_EQ(bytes_of(at("far.toml")), found);
+  EXPECT_EQ(evaluations("far.toml.log"), far) << "what is there is not measured again";
+
+  const fleet::Lock held(at("far"));
+  expect_refused(command, {{search + "--run far --out no.toml", "is at it"},
+                           {search + "--on slurm --out no.toml", "--on requires --run"},
+                           {search + "--run r --on commands --out no.toml", "--on"},
+                           {search + "--generation 3 --out no.toml", "--generation"},
+                           {"--set two.csv --generation 4 --out no.toml", "--search population has generations"}});
 }
 
 TEST_F(TuneCommand, hopeless_recordings_are_refused_with_their_reason) {
@@ -215,24 +281,114 @@ TEST(Plan, every_fault_is_named_and_those_built_in_have_none) {
       EXPECT_NO_THROW(parse_plan(one.text, std::string(one.name), at)) << one.name;
 }
 
+/// Lowest at 0.6, and for every other number beyond the border: 4 * 0.09 on it.
+double bowl(const Point &x) {
+  double sum = 0;
+  for (size_t i = 0; i < x.size(); ++i)
+    sum += std::pow(x[i] - (i % 2 ? 1.3 : 0.6), 2);
+  return sum;
+}
+
 TEST(Search, finds_the_lowest_place_and_goes_on_where_it_has_settled) {
-  // Lowest at 0.6, and for every other number beyond the border: 4 * 0.09 on it.
-  const auto height = [](const Point &x) {
-    double sum = 0;
-    for (size_t i = 0; i < x.size(); ++i)
-      sum += std::pow(x[i] - (i % 2 ? 1.3 : 0.6), 2);
-    return sum;
-  };
-  for (const uint64_t seed : {1, 2, 3}) {
-    int count = 0;
-    double lowest = 1e9;
-    search_subplex(Point(8, 0.2), 0.2, seed, [&](const Point &place) -> std::optional<double> {
-      EXPECT_TRUE(std::ranges::all_of(place, [](double value) { return value >= 0 && value <= 1; }));
-      lowest = std::min(lowest, height(place));
-      return count++ < 1000 ? std::optional(height(place)) : std::nullopt;
+  constexpr size_t budget = 1000, generation = 10;
+  using Searching = std::function<void(uint64_t seed, const Heights &heights)>;
+  const std::pair<Searching, double> searches[] = {
+      {[](uint64_t seed, const Heights &heights) { search_subplex(Point(8, 0.2), 0.2, seed, heights); }, 1e-6},
+      {[](uint64_t seed, const Heights &heights) { search_population(Point(8, 0.2), 0.2, seed, generation, heights); },
+       1e-2}};
+  for (const auto &[search, accuracy] : searches)
+    for (const uint64_t seed : {1, 2, 3}) {
+      size_t count = 0;
+      double lowest = 1e9;
+      search(seed, [&](const std::vector<Point> &places) {
+        std::vector<double> heights;
+        for (const Point &place : places) {
+          EXPECT_TRUE(std::ranges::all_of(place, [](double value) { return value >= 0 && value <= 1; }));
+          if (count == budget)
+            return heights;
+          // some parameters cannot be measured
+          heights.push_back(++count % 7 == 0 ? std::numeric_limits<double>::infinity() : bowl(place));
+          lowest = std::min(lowest, heights.back());
+        }
+        return heights;
+      });
+      EXPECT_NEAR(lowest, 4 * 0.09, accuracy) << seed;
+      EXPECT_EQ(count, budget) << "the whole budget is spent";
+    }
+}
+
+// Steps along an axis grow where they pay: a start far away is left in a few generations, whatever the first step.
+TEST(Search, a_population_adapts_its_step) {
+  for (const double step : {0.01, 0.3}) {
+    std::vector<double> lowest;
+    search_population(Point(20, 0.5), step, 1, 12, [&](const std::vector<Point> &places) {
+      EXPECT_EQ(places.size(), 12u);
+      std::vector<double> heights;
+      for (const Point &place : places)
+        heights.push_back(bowl(place));
+      lowest.push_back(std::ranges::min(heights));
+      return lowest.size() < 40 ? heights : std::vector<double>();
     });
-    EXPECT_NEAR(lowest, 4 * 0.09, 1e-6) << seed;
-    EXPECT_EQ(count, 1001) << "the whole budget is spent";
+    ASSERT_EQ(lowest.size(), 40u);
+    EXPECT_LT(lowest.back(), 2 * 10 * 0.09) << step << ": 6.5 at the start";
+  }
+}
+
+/// One recording, on which noise is attenuated by the noise scale alone, and which some parameters end.
+class MadeEvaluator : public Evaluator {
+public:
+  const std::vector<std::string> &names() const override { return names_; }
+  Json identity() const override { return {{"recordings", names_}}; }
+  void evaluate(const std::vector<config::Image> &images, const Done &done) override {
+    for (size_t i = 0; i < images.size(); ++i) {
+      const Json found = {{"noise_attenuation_db", 10 * value(images[i], "tx.anr.noise_scale")}};
+      const bool dies = value(images[i], "aec.suppressor.exponent") > 2;
+      deaths += dies;
+      done(i, {{numbers_of(dies ? Json::object() : found)}, dies ? "made: died" : ""});
+    }
+  }
+  size_t deaths = 0;
+
+private:
+  std::vector<std::string> names_ = {"made"};
+};
+
+class Tuning : public InFolder {};
+
+TEST_F(Tuning, what_buys_nothing_is_put_back_and_what_dies_is_no_result) {
+  const std::string text = small_plan + "9}]"; // a point is 0.001 dB
+  const Plan plan = parse_plan(text, "p.toml", rate);
+  const config::Image before = config::default_image(rate);
+  for (const Method method : {Method::subplex, Method::population}) {
+    MadeEvaluator evaluator;
+    History history(at(fmt::format("log-{}", int(method))), evaluator.identity());
+    SearchOptions options;
+    options.budget = 90;
+    options.step = 0.4;
+    options.method = method;
+    size_t told = 0, failed = 0;
+    const Result result =
+        tune(plan, before, evaluator, history, options, [&](const Candidate &candidate, const Candidate &best, size_t) {
+          ++told;
+          failed += !candidate.measured.failed.empty();
+          EXPECT_EQ(best.measured.failed, "");
+        });
+    EXPECT_EQ(result.course.size(), 90u);
+    EXPECT_GT(told, 30u);
+    EXPECT_GT(failed, 0u);
+    EXPECT_GE(evaluator.deaths, failed);
+    EXPECT_LT(result.after.cost, result.before.cost);
+    EXPECT_EQ(value(result.after.image, "aec.suppressor.exponent"), value(before, "aec.suppressor.exponent"));
+    EXPECT_EQ(value(result.after.image, "rx.agc.enable"), 0) << "what the plan sets stays";
+    size_t bought = 0;
+    for (const Effect &effect : result.effects)
+      bought += effect.lost > 0.01;
+    EXPECT_EQ(bought, 1u);
+    EXPECT_LE(result.effects.size(), 2u);
+    MadeEvaluator other; // everything is in the log
+    History again(at(fmt::format("log-{}", int(method))), other.identity());
+    tune(plan, before, other, again, options, [](const Candidate &, const Candidate &, size_t n) { EXPECT_EQ(n, 0u); });
+    EXPECT_EQ(other.deaths, 0u);
   }
 }
 

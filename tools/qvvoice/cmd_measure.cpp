@@ -2,10 +2,9 @@
 
 #include <fstream>
 #include <memory>
-#include <thread>
 
-#include "fleet/coordinator.h"
 #include "fleet/database.h"
+#include "fleet/shard.h"
 #include "fleet/summary.h"
 #include "measure/print.h"
 #include "para/presets.h"
@@ -17,6 +16,7 @@
 #include "support/output_file.h"
 #include "support/worker_pool.h"
 #include "verbs.h"
+#include "workers.h"
 
 namespace qv::tool {
 namespace {
@@ -49,14 +49,12 @@ struct Options {
   std::vector<std::string> para;
   std::vector<int> frame_ms = {20};
   std::string against;
-  int jobs = int(std::max(1u, std::thread::hardware_concurrency()));
   std::vector<std::string> columns;
   bool list = false, json = false, csv = false;
   std::string run;      ///< folder of a run that lasts
   std::string database; ///< empty: fleet.db beside that folder
-  fleet::Engine on = fleet::Engine::local;
-  fleet::Slurm slurm;
-  std::optional<double> shard_seconds;
+  bool again = false;   ///< what has failed in it
+  fleet::Workers workers;
 };
 
 Json measure_one(const Options &options, const std::string &out) {
@@ -100,7 +98,7 @@ Json measure_set(const Options &options, const std::string &out) {
     for (const int ms : out.empty() ? options.frame_ms : std::vector<int>{0})
       jobs.push_back({&entry, ms});
   sets::Reader reader;
-  WorkerPool pool(options.jobs, [&](std::string_view order) {
+  WorkerPool pool(options.workers.parallel, [&](std::string_view order) {
     return measure_job(reader, jobs[std::stoul(std::string(order))], options, out).dump();
   });
   std::vector<Reply> replies(jobs.size());
@@ -130,46 +128,21 @@ std::vector<Setup> setups_of(const Options &options, const std::vector<sets::Ent
   return setups;
 }
 
-/// Small enough for every process to get several, long enough for its start not to matter.
-double shard_seconds_of(const Options &options, const std::vector<sets::Entry> &set) {
-  constexpr double most = 120, least = 5;
-  if (options.shard_seconds || options.on != fleet::Engine::local)
-    return options.shard_seconds.value_or(most);
-  double cost = 0;
-  for (const sets::Entry &entry : set)
-    cost += fleet::cost_of(entry) * double(options.frame_ms.size());
-  return std::clamp(cost / (8 * options.jobs), least, most);
-}
-
-/// @return whether all shards have results
-bool measure_shards(const Options &options, const fleet::Run &run) {
-  const std::vector<size_t> missing = fleet::missing(run);
-  fmt::print(stderr, "{}: {} of {} shards to measure\n", run.folder, missing.size(), run.shard_count());
-  if (missing.empty())
-    return true;
-  switch (options.on) {
-  case fleet::Engine::local:
-    fleet::run_local(run, missing, options.jobs);
-    return true;
-  case fleet::Engine::slurm:
-    fleet::run_slurm(run, missing, options.slurm);
-    return true;
-  case fleet::Engine::commands:
-    fmt::print("{}\n", fleet::write_commands(run, missing));
-    fmt::print(stderr, "run its lines anywhere; then the same command brings the results together\n");
-  }
-  return false;
-}
-
 void measure_fleet(const Options &options) {
   const fleet::Lock lock(options.run);
   const std::vector<sets::Entry> set = sets::checked(options.recordings.set);
-  const fleet::Run run =
-      fleet::take_up(options.run, set, setups_of(options, set), options.frame_ms, shard_seconds_of(options, set));
-  if (options.on != fleet::Engine::slurm)
+  const double shard_seconds = fleet::shard_seconds(options.workers, fleet::cost_of(set, options.frame_ms.size()));
+  const fleet::Run run = fleet::take_up(options.run, set, setups_of(options, set), shard_seconds);
+  if (options.again)
+    fmt::print(stderr, "{}: {} failed results to measure again\n", run.folder, fleet::set_aside_failed(run));
+  fmt::print(stderr, "{}: {} of {} shards to measure\n", run.folder, fleet::missing(run).size(), run.shard_count());
+  if (options.workers.on != fleet::Engine::slurm)
     say_when_terminated(fmt::format("\nqvvoice: stopped; the same command goes on in {}\n", options.run));
-  if (!measure_shards(options, run))
+  if (!fleet::measure_missing(run, options.workers)) {
+    fmt::print("{}/commands\n", run.folder);
+    fmt::print(stderr, "run its lines anywhere; then the same command brings the results together\n");
     return;
+  }
   fleet::Means means;
   const std::filesystem::path folder = std::filesystem::weakly_canonical(options.run);
   fleet::Database database(options.database.empty() ? (folder.parent_path() / "fleet.db").string() : options.database,
@@ -267,31 +240,15 @@ void add_fleet(CLI::App &verb, Options &options) {
           ->needs("--set")
           ->excludes("--out")
           ->excludes("--against");
-  const std::map<std::string, fleet::Engine> engines = {
-      {"local", fleet::Engine::local}, {"commands", fleet::Engine::commands}, {"slurm", fleet::Engine::slurm}};
-  verb.add_option(
-          "--on", options.on,
-          "What measures the shards: local (processes, default), slurm (job arrays on a shared folder), commands "
-          "(writes them to a file for another engine)")
-      ->transform(CLI::CheckedTransformer(engines))
-      ->needs(run);
   verb.add_option("--db", options.database,
                   "SQLite file that gets the results, for qvvoice compare (fleet.db beside the folder)")
       ->type_name("FILE")
       ->needs(run);
-  verb.add_option("--shard-seconds", options.shard_seconds,
-                  "Work of a shard, about so many seconds of a core (120; with --on local 5 to 120)")
-      ->check(CLI::Range(0.01, 1e5))
+  verb.add_flag("--again", options.again, "Measure once more what has failed in the run; other results stay")
       ->needs(run);
-  verb.add_option("--partition", options.slurm.partition, "Of the cluster")->needs(run);
-  verb.add_option("--account", options.slurm.account, "That the cluster charges")->needs(run);
-  verb.add_option("--time", options.slurm.time, "Limit for a shard, as sbatch takes it")->needs(run);
-  verb.add_option("--at-most", options.slurm.at_most, "Shards at a time on the cluster")
-      ->check(CLI::PositiveNumber)
-      ->needs(run);
-  verb.add_option("--sbatch", options.slurm.words, "Another word for sbatch, as in --sbatch=--mem=2G; may be repeated")
-      ->allow_extra_args(false)
-      ->needs(run);
+  add_workers(
+      verb, options.workers, run,
+      {{"local", fleet::Engine::local}, {"commands", fleet::Engine::commands}, {"slurm", fleet::Engine::slurm}});
 }
 
 } // namespace
@@ -316,10 +273,8 @@ void add_measure(CLI::App &app) {
       ->check(CLI::IsMember(served_frame_ms));
   verb->add_option("--against", options->against, "Another run beside it: its --json, or an output as with --out")
       ->type_name("PATH");
-  verb->add_option("-j", options->jobs, "Processes at a time for a set (one per core)")
-      ->check(CLI::Range(1, 256))
-      ->needs(set);
   add_fleet(*verb, *options);
+  verb->get_option("-j")->needs(set);
   verb->add_option("--columns", options->columns,
                    "Measures that the table of a set shows (those with a column in --list)")
       ->delimiter(',')

@@ -1,5 +1,6 @@
 #include "fleet/coordinator.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -13,6 +14,7 @@
 
 #include <fmt/ranges.h>
 
+#include "fleet/shard.h"
 #include "support/child.h"
 #include "support/error.h"
 #include "support/output_file.h"
@@ -21,18 +23,13 @@
 namespace qv::tool::fleet {
 namespace {
 
-std::string shell_word(const std::string &word) {
-  std::string text = "'";
-  for (const char c : word)
-    text += c == '\'' ? "'\\''" : std::string(1, c);
-  return text + "'";
-}
-
 /// Measures a shard in a process of its own, once more when that fails. @return what it said when it gave up
 std::string attempt(const Run &run, size_t shard) {
   std::string said;
+  std::vector<std::string> command = worker_of(run);
+  command.push_back(std::to_string(shard));
   for (int i = 0; i < attempts; ++i) {
-    const ChildResult result = run_child(command_of(run, std::to_string(shard)));
+    const ChildResult result = run_child(command);
     if (result.status == 0)
       return "";
     said = result.messages.empty() ? fmt::format("ended with status {}\n", result.status) : result.messages;
@@ -65,18 +62,40 @@ Lock::Lock(const std::string &folder) {
 
 Lock::~Lock() { close(descriptor_); }
 
-std::vector<size_t> missing(const Run &run) {
-  std::vector<size_t> shards;
-  for (size_t shard = 0; shard < run.shard_count(); ++shard)
-    if (!is_done(run, shard))
-      shards.push_back(shard);
-  return shards;
+double shard_seconds(const Workers &workers, double cost) {
+  constexpr double most = 120, least = 5;
+  if (workers.shard_seconds || workers.on != Engine::local)
+    return workers.shard_seconds.value_or(most);
+  // small enough for every process to get several, long enough for its start not to matter
+  return std::clamp(cost / (8 * workers.parallel), least, most);
 }
 
-std::vector<std::string> command_of(const Run &run, const std::string &shard) {
+bool measure_missing(const Run &run, const Workers &workers) {
+  const std::vector<size_t> shards = missing(run);
+  if (!shards.empty() && workers.on == Engine::local)
+    run_local(run, shards, workers.parallel);
+  else if (!shards.empty() && workers.on == Engine::slurm)
+    run_slurm(run, shards, workers);
+  else if (!shards.empty())
+    write_commands(run, shards);
+  return shards.empty() || workers.on != Engine::commands;
+}
+
+std::vector<std::string> worker_of(const Run &run) {
   // once: a tool that is replaced meanwhile has another name there
   static const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
-  return {program, "worker", std::filesystem::absolute(run.folder).string(), shard};
+  return {program, "worker", std::filesystem::absolute(run.folder).string()};
+}
+
+std::string shell_line(const std::vector<std::string> &words) {
+  std::string line;
+  for (const std::string &word : words) {
+    line += line.empty() ? "'" : " '";
+    for (const char c : word)
+      line += c == '\'' ? "'\\''" : std::string(1, c);
+    line += "'";
+  }
+  return line;
 }
 
 void run_local(const Run &run, const std::vector<size_t> &shards, int parallel) {
@@ -104,16 +123,11 @@ void run_local(const Run &run, const std::vector<size_t> &shards, int parallel) 
                                          complaints.size(), shards.size(), attempts, fmt::join(complaints, "")));
 }
 
-std::string write_commands(const Run &run, const std::vector<size_t> &shards) {
+void write_commands(const Run &run, const std::vector<size_t> &shards) {
   OutputFile file(run.folder + "/commands");
-  for (const size_t shard : shards) {
-    std::vector<std::string> words = command_of(run, std::to_string(shard));
-    for (std::string &word : words)
-      word = shell_word(word);
-    file.write(fmt::format("{}\n", fmt::join(words, " ")));
-  }
+  for (const size_t shard : shards)
+    file.write(fmt::format("{} {}\n", shell_line(worker_of(run)), shard));
   file.commit();
-  return file.path();
 }
 
 } // namespace qv::tool::fleet

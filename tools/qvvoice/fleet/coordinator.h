@@ -1,6 +1,8 @@
 /// @file coordinator.h  Has the shards of a run measured, by whatever runs commands.
 #pragma once
 
+#include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,29 +25,50 @@ private:
 
 enum class Engine { local, commands, slurm };
 
-struct Slurm {
-  std::string partition, account, time; ///< as sbatch takes them; empty: its default
-  int at_most = 0;                      ///< tasks at a time; 0: as many as the cluster has room for
-  std::vector<std::string> words;       ///< for sbatch, as they are
+/// How long a cluster may take.
+struct Waiting {
+  std::chrono::milliseconds look{2'000};       ///< at results, and five times that at the queue
+  std::chrono::milliseconds answer{60'000};    ///< of one of Slurm's commands, which is killed then
+  std::chrono::milliseconds patience{600'000}; ///< without an answer from squeue or a new result
 };
+
+/// What measures shards.
+struct Workers {
+  Engine on = Engine::local;
+  int parallel = 1;                     ///< processes at a time on this machine
+  std::optional<double> shard_seconds;  ///< of a core that a shard takes about; nothing: as it suits the engine
+  std::string partition, account, time; ///< of Slurm, as sbatch takes them; empty: its default
+  int at_most = 0;                      ///< tasks at a time there; 0: as many as the cluster has room for
+  std::vector<std::string> words;       ///< for sbatch, as they are
+  Waiting waiting{};
+};
+
+/// @param cost  of the whole work, in seconds of a core
+double shard_seconds(const Workers &workers, double cost);
+
+/// Has all shards that have no results measured.
+/// @return whether all have; with Engine::commands RUN/commands says what to do when not
+/// @throws as is_done(), run_local(), run_slurm()
+bool measure_missing(const Run &run, const Workers &workers);
+
+/// The command that measures the shard whose number is appended.
+std::vector<std::string> worker_of(const Run &run);
+
+/// Words as a shell takes them.
+std::string shell_line(const std::vector<std::string> &words);
 
 constexpr int attempts = 3; ///< at a shard, before a run gives up
 
-/// Shards that have no results. @throws as is_done()
-std::vector<size_t> missing(const Run &run);
-
-/// The command that measures a shard.
-std::vector<std::string> command_of(const Run &run, const std::string &shard);
-
-/// On this machine, so many processes at a time. @throws std::runtime_error when a shard fails `attempts` times
+/// On this machine. @throws std::runtime_error when a shard fails `attempts` times
 void run_local(const Run &run, const std::vector<size_t> &shards, int parallel);
 
-/// Writes RUN/commands, a line per shard, for any engine that runs commands. @return its path
-std::string write_commands(const Run &run, const std::vector<size_t> &shards);
+/// Writes RUN/commands, a line per shard, for any engine that runs commands.
+void write_commands(const Run &run, const std::vector<size_t> &shards);
 
 /// As job arrays on a folder that all nodes see. What is preempted or whose node fails is put back by Slurm, what fails
 /// is submitted again. An interrupt cancels the jobs.
-/// @throws std::runtime_error when sbatch refuses, or shards fail `attempts` times
-void run_slurm(const Run &run, const std::vector<size_t> &shards, const Slurm &slurm);
+/// @throws InputError when sbatch refuses, or Slurm's commands are missing or do not answer; std::runtime_error when
+///         shards fail `attempts` times
+void run_slurm(const Run &run, const std::vector<size_t> &shards, const Workers &workers);
 
 } // namespace qv::tool::fleet

@@ -23,7 +23,7 @@ struct Merged {
 
 /// Writes results.jsonl, whole or not at all, with the same bytes whoever measured what.
 /// @param each  called with every line that is a result
-/// @throws InputError when a shard is missing or not as work() writes it
+/// @throws as read_shard()
 Merged merge(const Run &run, const std::function<void(const Json &result)> &each);
 
 } // namespace qv::tool::fleet

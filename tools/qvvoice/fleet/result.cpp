@@ -1,18 +1,11 @@
 #include "fleet/result.h"
 
 namespace qv::tool::fleet {
-namespace {
 
-bool is_speed(const measure::Measure &measure) {
-  return measure.value == &measure::Results::real_time_factor ||
-         measure.value == &measure::Results::worst_frame_percent;
-}
-
-} // namespace
-
-Json result_of(const measure::Subject &subject, const std::map<std::string, std::string> &tags, const Setup &setup) {
+Json result_of(const measure::Known &known, const std::map<std::string, std::string> &tags, const Setup &setup) {
+  const measure::Subject &subject = known.subject;
   const measure::Output output = run_library(subject, setup);
-  const measure::Results results = measure::measure(subject, output);
+  const measure::Results results = measure::measure(known, output);
   const Json full = measure::to_json(subject, output, results);
   Json kept = {{"name", subject.name},
                {"rate", subject.rate},

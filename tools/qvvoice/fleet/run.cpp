@@ -16,8 +16,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-int frame_ms_of(const Setup &setup) { return 1000 * setup.frame_len / setup.rate; }
-
 Json parameters_json(const std::vector<Setup> &setups) {
   Json parameters = Json::array();
   for (const Setup &setup : setups)
@@ -45,18 +43,37 @@ std::string set_text(const std::vector<Entry> &set) {
   return text;
 }
 
-std::vector<size_t> cut(const std::vector<Entry> &set, double shard_seconds) {
+/// About what a recording takes, in seconds of a core.
+struct Cost {
+  double read;   ///< or made, and what follows from it alone
+  double result; ///< each
+};
+
+Cost cost_of(const Entry &entry) {
+  // Per second of the recording on one 3 GHz core: core seconds of `qvvoice measure --run` with one frame length and
+  // with two on stored scenes, and on scenes that are made first; between those of 8 and 16 kHz.
+  constexpr double read = 0.003, made = 0.06, result = 0.003;
+  return {entry.seconds * (std::holds_alternative<sets::Drawn>(entry.source) ? made : read), entry.seconds * result};
+}
+
+std::vector<size_t> cut(const std::vector<Entry> &set, size_t per_recording, double shard_seconds) {
+  const size_t count = set.size() * per_recording;
   std::vector<size_t> shards = {0};
   double seconds = 0;
-  for (size_t i = 0; i < set.size(); ++i) {
-    seconds += cost_of(set[i]);
-    if (seconds >= shard_seconds && i + 1 < set.size()) {
+  for (size_t i = 0; i + 1 < count; ++i) {
+    const Cost cost = cost_of(set[i / per_recording]);
+    seconds += cost.result + (i % per_recording == 0 || i == shards.back() ? cost.read : 0);
+    if (seconds >= shard_seconds) {
       shards.push_back(i + 1);
       seconds = 0;
     }
   }
-  shards.push_back(set.size());
+  shards.push_back(count);
   return shards;
+}
+
+size_t count_per_rate(const std::vector<Setup> &setups) {
+  return size_t(std::ranges::count(setups, setups.at(0).rate, &Setup::rate));
 }
 
 void write(const std::string &path, const std::string &text) {
@@ -74,8 +91,7 @@ std::string text_of(const std::string &path) {
 
 Run run_from(const std::string &folder, const std::string &text) try {
   const Json described = Json::parse(text);
-  return {folder, checksum_of(text), setups_from(described.at("parameters")), described.at("frame_ms"),
-          described.at("shards")};
+  return {folder, checksum_of(text), setups_from(described.at("parameters")), described.at("shards")};
 } catch (const Json::exception &error) {
   throw InputError("{}/run.json: is not as qvvoice measure --run writes it: {}", folder, error.what());
 }
@@ -106,26 +122,29 @@ void require_same(const std::string &folder, const Json &there, const Json &here
 
 std::string Run::shard_path(size_t shard) const { return fmt::format("{}/shards/{:06}.jsonl", folder, shard); }
 
-const Setup &Run::setup(int rate, int ms) const {
-  const auto found =
-      std::ranges::find_if(setups, [&](const Setup &setup) { return setup.rate == rate && frame_ms_of(setup) == ms; });
-  if (found == setups.end())
-    throw InputError("has {} Hz; the run has no parameters for it: the file has changed since the run began", rate);
-  return *found;
+size_t Run::per_recording() const { return count_per_rate(setups); }
+
+const Setup &Run::setup(int rate, size_t nth) const {
+  for (const Setup &setup : setups)
+    if (setup.rate == rate && nth-- == 0)
+      return setup;
+  throw InputError("has {} Hz; the run has no parameters for it: the file has changed since the run began", rate);
 }
 
-double cost_of(const Entry &entry) {
-  // Per second of the recording on one 3 GHz core, `qvvoice measure` on drawn scenes: from files, and made first.
-  constexpr double stored = 0.01, made = 0.08;
-  return entry.seconds * (std::holds_alternative<sets::Drawn>(entry.source) ? made : stored);
+int frame_ms_of(const Setup &setup) { return 1000 * setup.frame_len / setup.rate; }
+
+double cost_of(const std::vector<Entry> &set, size_t results) {
+  double seconds = 0;
+  for (const Entry &entry : set)
+    seconds += cost_of(entry).read + cost_of(entry).result * double(results);
+  return seconds;
 }
 
-Run take_up(const std::string &folder, const std::vector<Entry> &set, std::vector<Setup> setups,
-            const std::vector<int> &frame_ms, double shard_seconds) {
+Run take_up(const std::string &folder, const std::vector<Entry> &set, const std::vector<Setup> &setups,
+            double shard_seconds) {
   const std::string lines = set_text(set);
   Json described = {{"parameters", parameters_json(setups)}, // first: what the library does depends on them
                     {"library", library_json(setups)},
-                    {"frame_ms", frame_ms},
                     {"set", {{"recordings", set.size()}, {"checksum", checksum_of(lines)}}}};
   const std::string path = described_path(folder);
   if (fs::exists(path)) {
@@ -133,7 +152,7 @@ Run take_up(const std::string &folder, const std::vector<Entry> &set, std::vecto
     require_same(folder, Json::parse(text, nullptr, false), described);
     return run_from(folder, text);
   }
-  described["shards"] = cut(set, shard_seconds);
+  described["shards"] = cut(set, count_per_rate(setups), shard_seconds);
   fs::create_directories(folder + "/shards");
   write(folder + "/set.jsonl", lines);
   write(path, described.dump() + "\n");
@@ -149,29 +168,20 @@ Run open_run(const std::string &folder) {
 
 std::vector<Entry> recordings_of(const Run &run, size_t shard) {
   const std::string path = run.folder + "/set.jsonl";
+  const size_t begin = run.shards[shard] / run.per_recording();
+  const size_t end = (run.shards[shard + 1] - 1) / run.per_recording() + 1;
   std::ifstream file(path);
   std::vector<Entry> entries;
   sets::Faults faults;
   size_t number = 0;
-  for (std::string line; number < run.shards[shard + 1] && std::getline(file, line); ++number)
-    if (number >= run.shards[shard])
+  for (std::string line; number < end && std::getline(file, line); ++number)
+    if (number >= begin)
       if (const auto entry =
               sets::entry_of(Json::parse(line, nullptr, false), "/", fmt::format("{}:{}", path, number + 1), faults))
         entries.push_back(*entry);
-  if (!faults.empty() || entries.size() != run.shards[shard + 1] - run.shards[shard])
+  if (!faults.empty() || entries.size() != end - begin)
     throw InputError("{}: is not the set that the run began with{}", path, faults.empty() ? "" : ": " + faults[0]);
   return entries;
-}
-
-bool is_done(const Run &run, size_t shard) {
-  std::ifstream file(run.shard_path(shard));
-  std::string head, line;
-  if (!std::getline(file, head))
-    return false;
-  const Json described = Json::parse(head, nullptr, false);
-  if (!described.is_object() || described.value("run", Json()) != run.id)
-    throw InputError("{}: is of another run; results are never mixed: remove it", run.shard_path(shard));
-  return true;
 }
 
 } // namespace qv::tool::fleet

@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 
 #include "fleet/result.h"
+#include "fleet/shard.h"
 #include "support/error.h"
 #include "support/output_file.h"
 #include "support/worker_pool.h"
@@ -18,29 +19,46 @@ double cpu_seconds() {
   return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
-std::vector<std::string> measure_all(const Run &run, const std::vector<Entry> &entries, const Measuring &measuring) {
-  const size_t lengths = run.frame_ms.size();
-  std::vector<std::string> lines(entries.size() * lengths);
+/// Fills in what is not measured.
+void measure_rest(const Run &run, size_t shard, const Measuring &measuring, std::vector<std::string> &lines) {
+  const size_t first = run.shards[shard], per_recording = run.per_recording();
+  const std::vector<Entry> entries = recordings_of(run, shard);
+  const auto entry_of = [&](size_t i) { return entries[(first + i) / per_recording - first / per_recording]; };
+  const auto nth_of = [&](size_t i) { return (first + i) % per_recording; };
+  std::vector<size_t> rest;
+  for (size_t i = 0; i < lines.size(); ++i)
+    if (lines[i].empty())
+      rest.push_back(i);
   WorkerPool pool(1, [&](std::string_view order) {
-    const size_t job = std::stoul(std::string(order));
-    return measuring(entries[job / lengths], run.frame_ms[job % lengths]).dump();
+    const size_t i = std::stoul(std::string(order));
+    return measuring(entry_of(i), nth_of(i)).dump();
   });
   pool.run(
-      lines.size(), [](size_t job) { return std::to_string(job); },
+      rest.size(), [&](size_t job) { return std::to_string(rest[job]); },
       [&](size_t job, const Reply &reply) {
+        const size_t i = rest[job];
         const Json failed = {
-            {"name", entries[job / lengths].name}, {"frame_ms", run.frame_ms[job % lengths]}, {"failed", reply.text}};
-        lines[job] = reply.fine ? reply.text : failed.dump(-1, ' ', false, Json::error_handler_t::replace);
+            {"name", entry_of(i).name}, {"frame_ms", frame_ms_of(run.setups[nth_of(i)])}, {"failed", reply.text}};
+        lines[i] = reply.fine ? reply.text : failed.dump(-1, ' ', false, Json::error_handler_t::replace);
       });
-  return lines;
 }
+
+/// A recording, and what follows from it alone.
+struct Read {
+  Read(sets::Reader &reader, const Entry &entry) : name(entry.name), subject(reader.read(entry)), known(subject) {}
+  std::string name;
+  measure::Subject subject;
+  measure::Known known;
+};
 
 } // namespace
 
 Measuring measuring(const Run &run) {
-  return [&run, reader = std::make_shared<sets::Reader>()](const Entry &entry, int frame_ms) {
-    const measure::Subject subject = reader->read(entry);
-    return result_of(subject, entry.tags, run.setup(subject.rate, frame_ms));
+  auto reader = std::make_shared<sets::Reader>();
+  return [&run, reader, read = std::shared_ptr<Read>()](const Entry &entry, size_t nth) mutable {
+    if (!read || read->name != entry.name)
+      read = std::make_shared<Read>(*reader, entry);
+    return result_of(read->known, entry.tags, run.setup(read->subject.rate, nth));
   };
 }
 
@@ -49,13 +67,11 @@ void work(const Run &run, size_t shard, const Measuring &measuring) {
     throw InputError("{}: has shards 0 to {}, not {}", run.folder, run.shard_count() - 1, shard);
   if (is_done(run, shard))
     return;
-  OutputFile file(run.shard_path(shard)); // a place that cannot be written is found before the work
-  const std::vector<std::string> lines = measure_all(run, recordings_of(run, shard), measuring);
-  const Json head = {{"run", run.id}, {"shard", shard}, {"results", lines.size()}, {"cpu_seconds", cpu_seconds()}};
-  file.write(head.dump() + "\n");
-  for (const std::string &line : lines)
-    file.write(line + "\n");
-  file.commit();
+  { const OutputFile place(run.shard_path(shard)); } // what cannot be written is found before the work
+  Shard results = kept(run, shard);
+  measure_rest(run, shard, measuring, results.lines);
+  results.cpu_seconds += cpu_seconds();
+  write_shard(run, shard, results);
 }
 
 } // namespace qv::tool::fleet

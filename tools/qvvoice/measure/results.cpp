@@ -81,4 +81,8 @@ const std::vector<Measure> &measures() {
   return all;
 }
 
+bool is_speed(const Measure &measure) {
+  return measure.value == &Results::real_time_factor || measure.value == &Results::worst_frame_percent;
+}
+
 } // namespace qv::tool::measure

@@ -69,6 +69,9 @@ struct Measure {
 
 const std::vector<Measure> &measures();
 
+/// Whether it depends on the machine.
+bool is_speed(const Measure &measure);
+
 /// What follows from a recording alone: the same for every output that is measured on it.
 struct Known : Parts {
   const Subject &subject;

@@ -1,6 +1,7 @@
 #include "report/call_page.h"
 
 #include <algorithm>
+#include <functional>
 
 #include <fmt/format.h>
 

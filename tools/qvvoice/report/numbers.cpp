@@ -1,6 +1,7 @@
 #include "report/numbers.h"
 
 #include <algorithm>
+#include <functional>
 #include <iterator>
 
 namespace qv::tool::report {
@@ -14,10 +15,7 @@ Json number_or_null(const measure::Value &value) { return value.known() ? Json(v
 
 std::vector<measure::Measure> shown_measures() {
   std::vector<measure::Measure> shown;
-  std::ranges::copy_if(measure::measures(), std::back_inserter(shown), [](const measure::Measure &measure) {
-    return measure.value != &measure::Results::real_time_factor &&
-           measure.value != &measure::Results::worst_frame_percent;
-  });
+  std::ranges::copy_if(measure::measures(), std::back_inserter(shown), std::not_fn(measure::is_speed));
   return shown;
 }
 

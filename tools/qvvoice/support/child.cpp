@@ -1,13 +1,18 @@
 #include "support/child.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
+extern "C" { // which glibc 2.36 leaves out
+#include <sys/pidfd.h>
+}
 
 namespace qv::tool {
 namespace {
@@ -51,38 +56,51 @@ pid_t spawn(const std::vector<std::string> &arguments, const Pipe &output, const
   return id;
 }
 
-/// Reads both pipes until the child has closed them.
-void drain(const Pipe &output, const Pipe &messages, ChildResult &result) {
-  std::array<pollfd, 2> waiting{{{output.ends[0], POLLIN, 0}, {messages.ends[0], POLLIN, 0}}};
+using Clock = std::chrono::steady_clock;
+
+/// Reads both pipes until the child has ended and closed them. @return false when the time is over first
+bool drain(const Pipe &output, const Pipe &messages, int child, Clock::time_point end, ChildResult &result) {
+  std::array<pollfd, 3> waiting{{{output.ends[0], POLLIN, 0}, {messages.ends[0], POLLIN, 0}, {child, POLLIN, 0}}};
   std::string *texts[] = {&result.output, &result.messages};
   std::array<char, 65536> buffer;
-  while (waiting[0].fd >= 0 || waiting[1].fd >= 0) {
-    if (poll(waiting.data(), waiting.size(), -1) < 0)
+  while (std::ranges::any_of(waiting, [](const pollfd &one) { return one.fd >= 0; })) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+    if (left <= 0)
+      return false;
+    constexpr int64_t minute = 60'000;
+    if (poll(waiting.data(), waiting.size(), int(std::min(left, minute))) < 0)
       continue; // interrupted
     for (size_t i = 0; i < waiting.size(); ++i) {
       if (waiting[i].fd < 0 || waiting[i].revents == 0)
         continue;
-      const ssize_t count = read(waiting[i].fd, buffer.data(), buffer.size());
+      const ssize_t count = i < 2 ? read(waiting[i].fd, buffer.data(), buffer.size()) : 0;
       if (count > 0)
         texts[i]->append(buffer.data(), size_t(count));
       else if (count == 0 || errno != EINTR)
         waiting[i].fd = -1; // poll passes over negative descriptors
     }
   }
+  return true;
 }
 
 } // namespace
 
-ChildResult run_child(const std::vector<std::string> &arguments) {
+ChildResult run_child(const std::vector<std::string> &arguments, std::optional<std::chrono::milliseconds> limit) {
+  const auto end = limit ? Clock::now() + *limit : Clock::time_point::max();
   Pipe output, messages;
   const pid_t id = spawn(arguments, output, messages);
   output.close_writer();
   messages.close_writer();
+  const int child = pidfd_open(id, 0);
   ChildResult result;
-  drain(output, messages, result);
+  const bool ended = drain(output, messages, child, end, result);
+  close(child);
+  if (!ended)
+    kill(id, SIGKILL);
   int status = 0;
   while (waitpid(id, &status, 0) < 0 && errno == EINTR) {
   }
+  require(ended, ETIMEDOUT, arguments[0]);
   result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   return result;
 }

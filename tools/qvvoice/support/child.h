@@ -1,6 +1,8 @@
 /// @file child.h  Another program, run to its end.
 #pragma once
 
+#include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,7 +16,9 @@ struct ChildResult {
 
 /// Runs a program with these arguments, standard input empty, and waits. Several threads may run children.
 /// @param arguments  the program first, looked up in PATH unless it holds a slash
-/// @throws std::system_error when it cannot be started, with std::errc::no_such_file_or_directory when it is not there
-ChildResult run_child(const std::vector<std::string> &arguments);
+/// @param limit      after which it is killed
+/// @throws std::system_error when it cannot be started, with std::errc::no_such_file_or_directory when it is not there;
+///         with std::errc::timed_out when it has been killed
+ChildResult run_child(const std::vector<std::string> &arguments, std::optional<std::chrono::milliseconds> limit = {});
 
 } // namespace qv::tool

@@ -5,27 +5,6 @@
 #include "support/error.h"
 
 namespace qv::tool::tune {
-namespace {
-
-using Json = nlohmann::ordered_json;
-
-Json to_json(const Numbers &means) {
-  Json numbers = Json::object();
-  for (size_t i = 0; i < means.size(); ++i)
-    if (!std::isnan(means[i]))
-      numbers[measure::measures()[i].key] = means[i];
-  return numbers;
-}
-
-Numbers numbers_from(const Json &numbers) {
-  Numbers means;
-  for (const measure::Measure &measure : measure::measures())
-    means.push_back(numbers.value(measure.key, std::nan("")));
-  return means;
-}
-
-} // namespace
-
 History::History(const std::string &path, const Json &search) : path_(path) {
   const bool known = std::filesystem::exists(path);
   if (known)
@@ -39,7 +18,9 @@ History::History(const std::string &path, const Json &search) : path_(path) {
 
 /// @param place  file and line, for messages
 void History::take_up(const Json &entry, const std::string &place) try {
-  known_[entry.at("words").get<config::Image>()] = numbers_from(entry.at("means"));
+  const bool failed = entry.contains("failed");
+  known_[entry.at("words").get<config::Image>()] = {numbers_of(failed ? Json::object() : entry.at("means")),
+                                                    failed ? std::string(entry.at("failed")) : ""};
 } catch (const Json::exception &error) {
   throw InputError("{}: is not an evaluation, {{\"words\": [500 numbers], \"means\": {{measure: number}}}}: {}; remove "
                    "the file, or give another --log",
@@ -66,14 +47,19 @@ size_t History::read(const Json &search) {
   return bytes;
 }
 
-const Numbers *History::find(const config::Image &image) const {
+const Measured *History::find(const config::Image &image) const {
   const auto found = known_.find(image);
   return found == known_.end() ? nullptr : &found->second;
 }
 
-void History::add(const config::Image &image, const Numbers &means) {
-  known_[image] = means;
-  file_ << Json{{"words", image}, {"means", to_json(means)}}.dump() << std::endl;
+void History::add(const config::Image &image, const Measured &measured) {
+  known_[image] = measured;
+  Json line = {{"words", image}};
+  if (measured.failed.empty())
+    line["means"] = to_json(measured.means);
+  else
+    line["failed"] = measured.failed;
+  file_ << line.dump(-1, ' ', false, Json::error_handler_t::replace) << std::endl;
   if (!file_)
     throw std::runtime_error(path_ + ": cannot be written");
 }

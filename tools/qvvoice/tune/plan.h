@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "config/fields.h"
-#include "measure/results.h"
+#include "tune/numbers.h"
 
 namespace qv::tool::tune {
 
@@ -34,9 +34,6 @@ struct Want {
   double in(const std::vector<double> &means) const { return means[size_t(measure - measure::measures().data())]; }
   double missed(double mean) const { return (at_least ? limit - mean : mean - limit) / point; } ///< points
 };
-
-/// A number per measure, in the order of measures(): of a recording, or means. NaN where there is none.
-using Numbers = std::vector<double>;
 
 struct Plan {
   std::string title;

@@ -10,7 +10,6 @@
 namespace qv::tool::tune {
 namespace {
 
-using Json = nlohmann::ordered_json;
 using config::Field;
 using config::Image;
 
@@ -37,7 +36,7 @@ std::string effect_text(const Plan &plan, const Effect &effect) {
 
 Json number_or_null(double number) { return std::isnan(number) ? Json() : Json(number); }
 
-Json to_json(const Numbers &numbers) {
+Json with_gaps(const Numbers &numbers) {
   Json json = Json::object();
   for (size_t i = 0; i < numbers.size(); ++i)
     json[measure::measures()[i].key] = number_or_null(numbers[i]);
@@ -51,12 +50,12 @@ Json part_json(const Plan &plan, const Judged &judged) {
     recordings.push_back({{"name", judged.names[i]},
                           {"cost_before", plan.cost(judged.before[i])},
                           {"cost_after", plan.cost(judged.after[i])},
-                          {"before", to_json(judged.before[i])},
-                          {"after", to_json(judged.after[i])}});
+                          {"before", with_gaps(judged.before[i])},
+                          {"after", with_gaps(judged.after[i])}});
   std::stable_sort(recordings.begin(), recordings.end(),
                    [](const Json &a, const Json &b) { return a["cost_after"] > b["cost_after"]; });
   return {{"part", judged.part},         {"cost_before", plan.cost(before)}, {"cost_after", plan.cost(after)},
-          {"met", all_met(plan, after)}, {"before", to_json(before)},        {"after", to_json(after)},
+          {"met", all_met(plan, after)}, {"before", with_gaps(before)},      {"after", with_gaps(after)},
           {"recordings", recordings}};
 }
 

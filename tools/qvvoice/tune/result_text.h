@@ -3,8 +3,6 @@
 
 #include <string>
 
-#include <nlohmann/json.hpp>
-
 #include "tune/tuner.h"
 
 namespace qv::tool::tune {
@@ -32,10 +30,10 @@ std::string parameter_text(const Plan &plan, const Result &result, const Writing
 
 /// {"plan", "evaluations", "wants", "parts": [{"part", "before", "after", "recordings"}], "fields", "course"};
 /// recordings and fields come with the worst first, numbers that are not there as null.
-nlohmann::ordered_json result_json(const Plan &plan, const Result &result, const std::vector<Judged> &parts);
+Json result_json(const Plan &plan, const Result &result, const std::vector<Judged> &parts);
 
 /// The same as tables.
-std::string result_text(const nlohmann::ordered_json &result);
+std::string result_text(const Json &result);
 
 /// Whether the means meet every want. @param numbers  means
 bool all_met(const Plan &plan, const Numbers &numbers);

@@ -13,7 +13,7 @@ namespace qv::tool::tune {
 namespace {
 
 struct Run {
-  const Height &height;
+  const Heights &heights;
   nlopt_opt search;
   Point best_place;
   double best = std::numeric_limits<double>::infinity();
@@ -25,31 +25,31 @@ struct Run {
 double height_of(unsigned count, const double *place, double *, void *data) {
   Run &run = *static_cast<Run *>(data);
   const Point point(place, place + count);
-  std::optional<double> height;
+  std::vector<double> height;
   try {
-    height = run.height(point);
+    height = run.heights({point});
   } catch (...) {
     run.thrown = std::current_exception();
   }
-  if (!height) {
+  if (height.empty()) {
     run.ended = true;
     nlopt_force_stop(run.search);
     return std::numeric_limits<double>::infinity();
   }
-  if (*height < run.best) {
-    run.best = *height;
+  if (height[0] < run.best) {
+    run.best = height[0];
     run.best_place = point;
   }
-  return *height;
+  return height[0];
 }
 
 } // namespace
 
-void search_subplex(const Point &start, double step, uint64_t seed, const Height &height) {
+void search_subplex(const Point &start, double step, uint64_t seed, const Heights &heights) {
   const std::unique_ptr<nlopt_opt_s, decltype(&nlopt_destroy)> search(
       nlopt_create(NLOPT_LN_SBPLX, unsigned(start.size())), nlopt_destroy);
   scene::Random random(seed);
-  Run run{height, search.get(), start};
+  Run run{heights, search.get(), start};
   nlopt_set_lower_bounds1(search.get(), 0);
   nlopt_set_upper_bounds1(search.get(), 1);
   nlopt_set_min_objective(search.get(), height_of, &run);
@@ -67,13 +67,13 @@ void search_subplex(const Point &start, double step, uint64_t seed, const Height
     std::rethrow_exception(run.thrown);
 }
 
-void search_randomly(size_t dimensions, uint64_t seed, const Height &height) {
+void search_randomly(size_t dimensions, uint64_t seed, const Heights &heights) {
   scene::Random random(seed);
   Point place(dimensions);
   do
     for (double &value : place)
       value = random.uniform();
-  while (height(place));
+  while (!heights({place}).empty());
 }
 
 } // namespace qv::tool::tune

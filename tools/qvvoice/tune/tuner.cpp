@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <limits>
 
 #include "inspect/check.h"
 #include "support/error.h"
@@ -31,11 +32,15 @@ public:
     for (const Image &image : images)
       if (!history_.find(image) && std::ranges::find(fresh, image) == fresh.end())
         fresh.push_back(image);
-    evaluator_.evaluate(fresh, [&](size_t i, const auto &numbers) { history_.add(fresh[i], mean_of(numbers)); });
+    evaluator_.evaluate(fresh, [&](size_t i, const Evaluation &found) {
+      history_.add(fresh[i], {mean_of(found.by_recording), found.failed});
+    });
     std::vector<Candidate> candidates;
     for (const Image &image : images) {
-      const Numbers &means = *history_.find(image);
-      candidates.push_back({image, means, plan_.cost(means), faults(image)});
+      const Measured &measured = *history_.find(image);
+      const double cost =
+          measured.failed.empty() ? plan_.cost(measured.means) : std::numeric_limits<double>::infinity();
+      candidates.push_back({image, measured, cost, faults(image)});
     }
     return candidates;
   }
@@ -47,29 +52,68 @@ private:
 };
 
 /// What the log has is taken beyond the budget too: with a smaller budget, what an earlier run has found is kept.
-void search(Tuner &tuner, const Plan &plan, const History &history, const SearchOptions &options, Result &result,
-            const Evaluated &evaluated) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(60 * options.minutes);
-  const Image from = plan.with_set(result.before.image);
-  const Height height = [&](const Point &place) -> std::optional<double> {
-    const Image image = plan.moved(from, place);
-    const bool known = history.find(image) != nullptr, free = known && result.course.size() < history.taken_up();
-    if (!free && (result.course.size() >= options.budget || std::chrono::steady_clock::now() > end))
-      return {};
-    const Candidate candidate = tuner.evaluate({image})[0];
-    const bool improved = candidate.rank() < result.after.rank();
-    if (improved)
-      result.after = candidate;
-    result.course.push_back(result.after.cost);
+class Search {
+public:
+  Search(Tuner &tuner, const Plan &plan, const History &history, const SearchOptions &options, Result &result,
+         const Evaluated &evaluated)
+      : tuner_(tuner), plan_(plan), history_(history), options_(options), result_(result), evaluated_(evaluated),
+        from_(plan.with_set(result.before.image)) {}
+
+  void run() {
+    const Point start = plan_.start(from_);
+    const Heights heights = [this](const std::vector<Point> &places) { return heights_of(places); };
+    switch (options_.method) {
+    case Method::subplex:
+      return search_subplex(start, options_.step, options_.seed, heights);
+    case Method::population:
+      return search_population(start, options_.step, options_.seed,
+                               options_.generation > 0 ? options_.generation : usual_generation(start.size()), heights);
+    case Method::random:
+      return search_randomly(start.size(), options_.seed, heights);
+    }
+  }
+
+private:
+  /// Those of the first places that may be evaluated.
+  std::vector<double> heights_of(const std::vector<Point> &places) {
+    std::vector<Image> images;
+    for (const Point &place : places) {
+      const Image image = plan_.moved(from_, place);
+      const size_t evaluations = result_.course.size() + images.size();
+      const bool free = history_.find(image) && evaluations < history_.taken_up();
+      if (!free && (evaluations >= options_.budget || std::chrono::steady_clock::now() > end_))
+        break;
+      images.push_back(image);
+    }
+    std::vector<bool> known;
+    for (const Image &image : images)
+      known.push_back(history_.find(image));
+    const std::vector<Candidate> candidates = tuner_.evaluate(images);
+    std::vector<double> ranks;
+    for (size_t i = 0; i < images.size(); ++i)
+      ranks.push_back(take(candidates[i], known[i]));
+    return ranks;
+  }
+
+  double take(const Candidate &candidate, bool known) {
+    if (candidate.rank() < result_.after.rank())
+      result_.after = candidate;
+    result_.course.push_back(result_.after.cost);
     if (!known)
-      evaluated(result.after, improved, result.course.size());
+      evaluated_(candidate, result_.after, result_.course.size());
     return candidate.rank();
-  };
-  if (options.method == Method::random)
-    search_randomly(plan.moves.size(), options.seed, height);
-  else
-    search_subplex(plan.start(from), options.step, options.seed, height);
-}
+  }
+
+  Tuner &tuner_;
+  const Plan &plan_;
+  const History &history_;
+  const SearchOptions &options_;
+  Result &result_;
+  const Evaluated &evaluated_;
+  const Image from_;
+  const std::chrono::time_point<std::chrono::steady_clock, std::chrono::duration<double>> end_ =
+      std::chrono::steady_clock::now() + std::chrono::duration<double>(60 * options_.minutes);
+};
 
 [[noreturn]] void refuse_start(const Plan &plan, const Image &start) {
   const para::Findings findings = inspect::check(start);
@@ -110,20 +154,30 @@ std::vector<Candidate> without_each(Tuner &tuner, const Result &result, const st
   return tuner.evaluate(images);
 }
 
-/// Puts back, one after the other, what is missed least, as long as nothing gets worse. What the plan sets stays.
+/// Puts fields back until each that is left buys something: those that buy nothing by themselves one on top of the
+/// other, what is missed least first, as far as nothing gets worse. What the plan sets stays.
 void put_back(Tuner &tuner, const Plan &plan, Result &result) {
-  auto changed = changed_fields(result.before.image, result.after.image);
-  std::erase_if(changed, [&](const Field *field) { return plan.sets(*field); });
-  const auto alone = without_each(tuner, result, changed);
-  std::vector<size_t> order(changed.size());
-  for (size_t i = 0; i < order.size(); ++i)
-    order[i] = i;
-  std::ranges::stable_sort(order, {}, [&](size_t i) { return alone[i].rank(); });
-  for (const size_t i : order) {
-    const Image image = with_field_of(*changed[i], result.after.image, result.before.image);
-    const Candidate candidate = tuner.evaluate({image})[0];
-    if (candidate.rank() <= result.after.rank() + nothing)
+  for (;;) {
+    auto changed = changed_fields(result.before.image, result.after.image);
+    std::erase_if(changed, [&](const Field *field) { return plan.sets(*field); });
+    const auto alone = without_each(tuner, result, changed);
+    const double most = result.after.rank() + nothing;
+    std::vector<size_t> idle;
+    for (size_t i = 0; i < changed.size(); ++i)
+      if (alone[i].rank() <= most)
+        idle.push_back(i);
+    if (idle.empty())
+      return;
+    std::ranges::stable_sort(idle, {}, [&](size_t i) { return alone[i].rank(); });
+    std::vector<Image> together;
+    for (const size_t i : idle)
+      together.push_back(
+          with_field_of(*changed[i], together.empty() ? result.after.image : together.back(), result.before.image));
+    for (const Candidate &candidate : tuner.evaluate(together)) {
+      if (candidate.rank() > result.after.rank() + nothing)
+        break;
       result.after = candidate;
+    }
   }
 }
 
@@ -137,21 +191,6 @@ bool at_bound(const Plan &plan, const Field &field, const Image &image) {
 
 } // namespace
 
-Numbers mean_of(const std::vector<Numbers> &by_recording) {
-  Numbers means;
-  for (size_t i = 0; i < measure::measures().size(); ++i) {
-    double sum = 0;
-    int count = 0;
-    for (const Numbers &numbers : by_recording)
-      if (!std::isnan(numbers[i])) {
-        sum += numbers[i];
-        ++count;
-      }
-    means.push_back(count > 0 ? sum / count : std::nan(""));
-  }
-  return means;
-}
-
 Result tune(const Plan &plan, const Image &before, Evaluator &evaluator, History &history, const SearchOptions &options,
             const Evaluated &evaluated) {
   Tuner tuner(plan, evaluator, history);
@@ -159,20 +198,23 @@ Result tune(const Plan &plan, const Image &before, Evaluator &evaluator, History
   const Image set = plan.with_set(before);
   plan.require_words(set);
   result.before = tuner.evaluate({before})[0];
-  plan.require(result.before.means);
+  if (const std::string &failed = result.before.measured.failed; !failed.empty())
+    throw InputError("{}; with the parameters that the search starts from", failed);
+  plan.require(result.before.measured.means);
   const auto first = tuner.evaluate({set, plan.moved(set, plan.start(set))});
   if (first[1].findings > std::max(first[0].findings, result.before.findings))
     refuse_start(plan, first[1].image);
   result.after = *std::ranges::min_element(first, {}, &Candidate::rank);
   if (history.taken_up() == 0)
-    evaluated(result.after, true, 0);
-  search(tuner, plan, history, options, result, evaluated);
+    evaluated(result.after, result.after, 0);
+  Search(tuner, plan, history, options, result, evaluated).run();
   put_back(tuner, plan, result);
   const auto changed = changed_fields(before, result.after.image);
   const auto without = without_each(tuner, result, changed);
   for (size_t i = 0; i < changed.size(); ++i)
-    result.effects.push_back({changed[i], without[i].cost - result.after.cost, without[i].image, result.after.means,
-                              without[i].means, at_bound(plan, *changed[i], result.after.image)});
+    result.effects.push_back({changed[i], without[i].cost - result.after.cost, without[i].image,
+                              result.after.measured.means, without[i].measured.means,
+                              at_bound(plan, *changed[i], result.after.image)});
   std::ranges::stable_sort(result.effects, std::greater(), &Effect::lost);
   return result;
 }

@@ -10,7 +10,7 @@
 
 namespace qv::tool::tune {
 
-enum class Method { subplex, random };
+enum class Method { subplex, population, random };
 
 struct SearchOptions {
   size_t budget = 300;  ///< evaluations of the whole set that the search may ask for; what the log has is free
@@ -18,13 +18,14 @@ struct SearchOptions {
   uint64_t seed = 1;
   double step = 0.1; ///< first, as a share of each range
   Method method = Method::subplex;
+  size_t generation = 0; ///< places of the population at a time; 0: usual_generation()
 };
 
 /// Parameters and what the set makes of them.
 struct Candidate {
   config::Image image;
-  Numbers means;
-  double cost;  ///< by the plan
+  Measured measured;
+  double cost;  ///< by the plan; infinite when it has failed
   int findings; ///< errors and warnings of inspect::check()
 
   /// What the search goes by. A finding outweighs every want: the result is to be a file that its reader would not
@@ -48,15 +49,14 @@ struct Result {
 };
 
 /// Called after each evaluation of the search that the log did not have, and at its start.
-/// @param improved     `best` is better than all before it
+/// @param candidate    what was evaluated
+/// @param best         of all so far
 /// @param evaluations  how many the search has made
-using Evaluated = std::function<void(const Candidate &best, bool improved, size_t evaluations)>;
+using Evaluated = std::function<void(const Candidate &candidate, const Candidate &best, size_t evaluations)>;
 
 /// Searches from `before` as the plan sets it, puts back every changed field that buys nothing, and weighs the others.
+/// @throws InputError when the recordings cannot be measured with the parameters that it starts from
 Result tune(const Plan &plan, const config::Image &before, Evaluator &evaluator, History &history,
             const SearchOptions &options, const Evaluated &evaluated);
-
-/// Of the numbers that are there; NaN where no recording has one.
-Numbers mean_of(const std::vector<Numbers> &by_recording);
 
 } // namespace qv::tool::tune
