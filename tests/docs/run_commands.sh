@@ -13,7 +13,7 @@ mkdir -p "$work/bin" "$work/recordings"
 cat >"$work/bin/qvvoice" <<WRAPPER
 #!/bin/sh
 case "\$1 \$2 \$3" in
-  tune*) exec "$command" "\$@" --budget 1 ;;
+  'tune '*) exec "$command" "\$@" --budget 1 ;;
   'scene --set all') shift 3; exec "$command" scene --set far-end double-talk --rate 16000 "\$@" ;;
 esac
 exec "$command" "\$@"
