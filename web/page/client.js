@@ -12,8 +12,7 @@ class Client {
   #asked = new Map(); // by id: what is under way
   #lastId = 0;
 
-  static async create() { return new Client(await WebAssembly.compile(await engineBytes())); }
-
+  /// @param module  the compiled engine; each client has one of its own to run
   constructor(module) {
     this.worker = new Worker(scriptUrl('worker'));
     this.worker.onmessage = ({data}) => this.#hear(data);

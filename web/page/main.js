@@ -77,7 +77,8 @@ function hearSets(state, view) {
 async function start() {
   startTheme();
   // Questions about parameters have an engine of their own, so that a moved slider never waits for what is rendered.
-  const [parameters, client] = await Promise.all([Client.create(), Client.create()]);
+  const module = await WebAssembly.compile(await engineBytes());
+  const parameters = new Client(module), client = new Client(module);
   const state = new State(parameters, await parameters.ask('hello'));
   const panel = new Panel(state, byId('panel'));
   addCurves(state, panel);
