@@ -318,6 +318,7 @@ echo "$id"
 TEST_F(Fleet, on_slurm_what_fails_is_submitted_again_and_an_interrupt_cancels) {
   put_recordings(5);
   ASSERT_EQ(measure("--run local"), 0);
+  EXPECT_EQ(measure("--run local --partition p"), 2); // of no cluster
   put_program("sbatch", cluster);
   put_program("squeue", "exit 0\n");
   put_program("scancel", "echo cancelled $1 >>asked\n");

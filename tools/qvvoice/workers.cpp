@@ -2,6 +2,8 @@
 
 #include <thread>
 
+#include "support/error.h"
+
 namespace qv::tool {
 
 void add_workers(CLI::App &verb, fleet::Workers &workers, CLI::Option *run,
@@ -30,6 +32,11 @@ void add_workers(CLI::App &verb, fleet::Workers &workers, CLI::Option *run,
   verb.add_option("--sbatch", workers.words, "Another word for sbatch, as in --sbatch=--mem=2G; may be repeated")
       ->allow_extra_args(false)
       ->needs(run);
+  verb.parse_complete_callback([&verb, &workers] {
+    for (const char *option : {"--partition", "--account", "--time", "--at-most", "--sbatch"})
+      if (workers.on != fleet::Engine::slurm && verb.count(option) > 0)
+        throw InputError("{}: is of a cluster; it needs --on slurm", option);
+  });
 }
 
 } // namespace qv::tool
