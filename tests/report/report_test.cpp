@@ -51,13 +51,6 @@ protected:
                             "return [r.left + charts[0].toDomXCoord(" +
                             std::to_string(time) + "), r.top + r.height / 2]; })()");
   }
-  /// Whether a condition comes true within 10 s of the page's time.
-  bool comes_true(const std::string &condition) {
-    return browser.evaluate("new Promise(done => { const end = performance.now() + 10000; const look = () => " +
-                            condition +
-                            " ? done(true) : performance.now() > end ? done(false) : setTimeout(look, 20);"
-                            " look(); })");
-  }
 
   qv::test::Browser browser;
 };
@@ -101,9 +94,9 @@ TEST_F(Page, plays_from_where_it_is_clicked) {
   EXPECT_EQ(browser.evaluate("byId('clock').textContent"), "1.50 s");
   browser.key(" ");
   // How far it has come by then is the sound device's affair: a loaded machine may not have begun.
-  EXPECT_TRUE(comes_true("player.playing"));
+  EXPECT_TRUE(browser.comes_true("player.playing"));
   browser.key("3");
-  EXPECT_TRUE(comes_true("player.chosen === 'out' && player.playing"));
+  EXPECT_TRUE(browser.comes_true("player.chosen === 'out' && player.playing"));
   EXPECT_GT(browser.evaluate("player.time").get<double>(), 1.45);
   browser.key(" ");
   EXPECT_EQ(browser.evaluate("player.playing"), false);
@@ -126,9 +119,9 @@ TEST_F(Page, repeats_the_part_that_is_marked) {
   EXPECT_NEAR(browser.evaluate("visible()[1]").get<double>(), seconds, 0.03) << "a mark does not zoom";
   browser.evaluate("player.seek(1.7)");
   browser.key(" ");
-  EXPECT_TRUE(comes_true("player.playing && player.time < 1.45"));
+  EXPECT_TRUE(browser.comes_true("player.playing && player.time < 1.45"));
   browser.evaluate("player.seek(1.7)");
-  EXPECT_TRUE(comes_true("player.playing && player.time < 1.45"));
+  EXPECT_TRUE(browser.comes_true("player.playing && player.time < 1.45"));
   browser.key("Escape");
   EXPECT_EQ(browser.evaluate("region"), nullptr);
 }
@@ -136,7 +129,7 @@ TEST_F(Page, repeats_the_part_that_is_marked) {
 // A call is as long as its microphone; nothing of it need be run for that.
 TEST_F(Page, of_a_long_call_plays_ten_minutes_and_says_so) {
   browser.open(put("long.html", call_page(silent_call(601 * 50), {})));
-  ASSERT_TRUE(comes_true("player.track.duration > 0"));
+  ASSERT_TRUE(browser.comes_true("player.track.duration > 0"));
   EXPECT_NEAR(browser.evaluate("player.track.duration").get<double>(), 600, 0.01);
   EXPECT_EQ(browser.evaluate("player.seek(601), player.time"), 600);
   EXPECT_EQ(browser.evaluate("charts[0].xAxisRange()[1]"), 601) << "all of it is drawn";
