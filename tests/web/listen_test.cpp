@@ -34,13 +34,14 @@ protected:
       player.seek(start);
       await play();
       const all = (await context.startRendering()).getChannelData(0), lead = 0.02 * rate;
+      player.pause();
       return )" + stretches +
                             R"(.map(([id, from, to, [low, high] = [0, Infinity]]) => {
         const signal = player.buffers.get(id).getChannelData(0);
         let dot = 0, power = 0, total = 0;
         for (let i = from * rate; i < to * rate; ++i) {
           let at = i - lead + start * rate;
-          if (at >= high * rate) at = low * rate + (at - low * rate) % ((high - low) * rate);
+          if (at >= high * rate) at = Math.round(low * rate + (at - low * rate) % Math.round((high - low) * rate));
           dot += all[i] * signal[at]; power += signal[at] ** 2; total += all[i] ** 2;
         }
         return [dot / power, 1 - dot * dot / (power * total)];
@@ -65,24 +66,24 @@ TEST_F(Listening, changes_signals_at_the_same_place_and_equal_loudness) {
   const double gains[] = {quietest - out, quietest - mic, quietest - ref, quietest - out, 0};
   for (size_t k = 0; k < std::size(gains); ++k) {
     EXPECT_NEAR(20 * std::log10(parts.at(k).at(0).get<double>()), gains[k], 0.01) << k;
-    EXPECT_LT(parts[k][1], 1e-6) << k;
+    EXPECT_LT(parts[k][1].get<double>(), 1e-6) << k;
   }
   EXPECT_EQ(browser.evaluate("document.querySelectorAll('#choices [aria-checked=true]').length"), 1);
 }
 
 TEST_F(Listening, keeps_its_place_when_another_output_comes_and_stays_within_the_mark) {
-  const Json loop = heard("{0.4: () => mark(1.2, 1.5)}", "[['a', 0.1, 0.4], ['a', 0.4, 4, [1.2, 1.5]]]");
-  for (const Json &part : loop)
-    EXPECT_LT(part[1], 1e-6) << loop;
-  browser.evaluate("mark(0, 0), byId('loop').click(), player.equal = false");
+  browser.evaluate("mark(1, 6), player.equal = false");
   const std::string moved = control("tx.anr.noise_scale", slider);
   const Json other = heard("{2: () => new Promise(done => { const before = player.buffers.get('a'); " + moved +
                                ".value = 0; " + moved +
                                ".dispatchEvent(new Event('input')); const look = () => "
                                "player.buffers.get('a') === before ? setTimeout(look, 20) : done(); look(); })}",
                            "[['a', 2.1, 4]]");
-  EXPECT_LT(other[0][1], 1e-6) << other;
+  EXPECT_LT(other[0][1].get<double>(), 1e-6);
   EXPECT_NEAR(other[0][0].get<double>(), 1, 1e-3);
+  const Json loop = heard("{0.4: () => mark(1.2, 1.5)}", "[['a', 0.1, 0.4], ['a', 0.4, 4, [1.2, 1.5]]]");
+  for (const Json &part : loop)
+    EXPECT_LT(part[1].is_number() ? part[1].get<double>() : NAN, 1e-6) << loop;
 }
 
 // On the sound device: how far it comes is that one's affair.

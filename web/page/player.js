@@ -141,7 +141,8 @@ class Player extends EventTarget {
   /// @param range  [begin, end] s that is repeated from now on, without a gap, or null
   repeat(range) {
     if (String(range) === String(this.#range)) return;
-    const now = this.context?.currentTime ?? 0, place = this.playing ? this.#placeAt(now) : this.#begun.place;
+    const now = Math.max(this.context?.currentTime ?? 0, this.#begun.when); // not before what begins by and by
+    const place = this.playing ? this.#placeAt(now) : this.#begun.place;
     this.#range = range;
     if (!this.playing) return;
     if (range && place > range[1]) return this.#startAll(range[0]);
