@@ -119,7 +119,8 @@ int main(int argc, char **argv) {
   fmt::print("engine {:.0f} kB gzipped\n",
              browser.evaluate("bytesOf(byId('engine').textContent).length").get<double>() / 1000);
   browser.evaluate(
-      "(async () => { window.engine = await Client.create(); const samples = await "
+      "(async () => { window.engine = new Client(await WebAssembly.compile(await engineBytes())); const samples = "
+      "await "
       "Promise.all(builtInFiles().map(async "
       "file => { const {channels: [once]} = await decodeSound(file.name, new Uint8Array(await file.arrayBuffer())); "
       "return Int16Array.from({length: 60 * 16000}, (_, i) => once[i % once.length]); })); "

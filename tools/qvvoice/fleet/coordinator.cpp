@@ -63,11 +63,11 @@ Lock::Lock(const std::string &folder) {
 Lock::~Lock() { close(descriptor_); }
 
 double shard_seconds(const Workers &workers, double cost) {
-  constexpr double most = 120, least = 5;
+  constexpr double most = 120, usual = 5, least = 1;
   if (workers.shard_seconds || workers.on != Engine::local)
     return workers.shard_seconds.value_or(most);
-  // small enough for every process to get several, long enough for its start not to matter
-  return std::clamp(cost / (8 * workers.parallel), least, most);
+  // small enough for every process to get several, long enough for its start not to matter; of little work one each
+  return std::min(std::clamp(cost / (8 * workers.parallel), usual, most), std::max(cost / workers.parallel, least));
 }
 
 bool measure_missing(const Run &run, const Workers &workers) {
