@@ -113,7 +113,9 @@ file(WRITE ${PROJECT_BINARY_DIR}/copyright "QV Voice
 ${own_licence}
 The library and the tool contain kissfft 131.1.0:
 
-${kissfft_licence}")
+${kissfft_licence}
+The tuner's page, which the tool contains, lists what it is made with, with the licences, at its end.
+")
 foreach(component IN LISTS components)
   string(TOLOWER ${component} name)
   set(doc ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${component}_PACKAGE_NAME})

@@ -27,6 +27,10 @@ function(assemble result)
       find_file(found ${mark} PATHS ${FOLDERS} NO_DEFAULT_PATH NO_CACHE REQUIRED)
       file(READ ${found} content)
       string(REGEX REPLACE "/[/*]# sourceMappingURL=[^\n]*" "" content "${content}") # maps of scripts stay out
+      if(mark MATCHES "/") # licences; what else is asked for is markup itself
+        string(REPLACE "&" "&amp;" content "${content}")
+        string(REPLACE "<" "&lt;" content "${content}")
+      endif()
       unset(found)
     endif()
     string(APPEND filled "${before}${content}")
