@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <system_error>
+#include <thread>
 
 #include <fmt/format.h>
 
@@ -49,12 +50,15 @@ tuner::Given given_by(const Options &options) {
   return given;
 }
 
-/// In the browser that this desktop prefers; without one the address that has been printed will do.
+/// In the browser that this desktop prefers, which may not return before it is closed; without one the address that has
+/// been printed will do.
 void open_in_browser(const std::string &url) {
-  try {
-    run_child({"xdg-open", url});
-  } catch (const std::system_error &) {
-  }
+  std::thread([url] {
+    try {
+      run_child({"xdg-open", url});
+    } catch (const std::system_error &) {
+    }
+  }).detach();
 }
 
 void run_tuner(const Options &options) {

@@ -28,7 +28,7 @@ async function fromLink(hash) {
   if (!/^[\w-]+$/.test(text)) throw wrong('it holds signs that no such link has');
   let bytes;
   try {
-    const packed = Uint8Array.from(atob(text.replaceAll('-', '+').replaceAll('_', '/')), sign => sign.charCodeAt(0));
+    const packed = bytesOf(text.replaceAll('-', '+').replaceAll('_', '/'));
     bytes = await through(packed, new DecompressionStream('deflate'));
   } catch {
     throw wrong('they are damaged or not whole');

@@ -4,7 +4,7 @@
 class Player {
   constructor(signals) {
     this.tracks = new Map(signals.map(signal => [signal.id, new Audio(URL.createObjectURL(
-      new Blob([Uint8Array.from(atob(signal.audio), byte => byte.charCodeAt(0))], {type: 'audio/flac'})))]));
+      new Blob([bytesOf(signal.audio)], {type: 'audio/flac'})))]));
     this.chosen = signals[0].id;
     this.boost = 0; // dB
   }
